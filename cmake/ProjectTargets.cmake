@@ -1,0 +1,51 @@
+# The kinds of target that the folders declare, so that each is declared in one line.
+
+include(GoogleTest)
+
+# add_project_test(NAME SOURCES a.cc ... LIBS lib ... [LABELS l ...] [TIMEOUT s] [WHOLE])
+# A GoogleTest program; each of its cases becomes a ctest entry, or with WHOLE the program is one entry.
+# Label "root" marks cases that need network namespaces; they skip themselves with a reason without root.
+function(add_project_test NAME)
+  cmake_parse_arguments(T "WHOLE" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  find_package(GTest REQUIRED)
+  add_executable(${NAME} ${T_SOURCES})
+  target_link_libraries(${NAME} PRIVATE ${T_LIBS} project_options GTest::gtest GTest::gmock GTest::gtest_main)
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 120)
+  endif()
+  set(properties TIMEOUT ${T_TIMEOUT})
+  if(T_LABELS)
+    list(APPEND properties LABELS ${T_LABELS})
+  endif()
+  if(T_WHOLE)
+    add_test(NAME ${NAME} COMMAND ${NAME})
+    set_tests_properties(${NAME} PROPERTIES ${properties})
+  else()
+    gtest_discover_tests(${NAME} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+  endif()
+endfunction()
+
+# add_fuzz_target(NAME SOURCES a.cc ... LIBS lib ... CORPUS dir)
+# With PPPOEIA_LIBFUZZER a libFuzzer program; otherwise a program that replays the corpus, as a test.
+function(add_fuzz_target NAME)
+  cmake_parse_arguments(F "" "CORPUS" "SOURCES;LIBS" ${ARGN})
+  if(PPPOEIA_LIBFUZZER)
+    add_executable(${NAME} ${F_SOURCES})
+    target_compile_options(${NAME} PRIVATE -fsanitize=fuzzer)
+    target_link_options(${NAME} PRIVATE -fsanitize=fuzzer)
+  else()
+    add_executable(${NAME} ${F_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cc)
+    add_test(NAME ${NAME}.replay COMMAND ${NAME} ${F_CORPUS})
+    set_tests_properties(${NAME}.replay PROPERTIES TIMEOUT 120 LABELS fuzz)
+  endif()
+  target_link_libraries(${NAME} PRIVATE ${F_LIBS} project_options)
+endfunction()
+
+# add_project_benchmark(NAME SOURCES a.cc ... LIBS lib ...)
+# A Google Benchmark program with its own main() from the library.
+function(add_project_benchmark NAME)
+  cmake_parse_arguments(B "" "" "SOURCES;LIBS" ${ARGN})
+  find_package(benchmark REQUIRED)
+  add_executable(${NAME} ${B_SOURCES})
+  target_link_libraries(${NAME} PRIVATE ${B_LIBS} project_options benchmark::benchmark benchmark::benchmark_main)
+endfunction()
