@@ -31,6 +31,6 @@ extern "C" {
 // on the heap, and dropped silently when there is no memory for it. Any thread; takes no lock of its own.
 void pppoeia_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-} // extern "C"
+}  // extern "C"
 
 #endif

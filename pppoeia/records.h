@@ -11,51 +11,12 @@
 #ifndef PPPOEIA_RECORDS_H
 #define PPPOEIA_RECORDS_H
 
+#include "pppoeia/api_records.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <pthread.h>
-
-// Nine counters of discovery frames, counted by the worker for the bridge and the input port together. Read whole by
-// pppoeia_bridge_stats_get() and pppoeia_port_stats_get(), in this order.
-struct pppoeia_stats {
-  uint32_t padi;
-  uint32_t padr;
-  uint32_t pado;
-  uint32_t pads;
-  uint32_t padt;
-  uint32_t dropped;       // refused by the port's role, or for a vendor tag from an untrusted port
-  uint32_t unknown_code;  // accepted, of any other code
-  uint32_t malformed;     // PPPoE PDU longer than the frame
-  uint32_t unchanged;     // forwarded as received, PPPoE being disabled on the port
-};
-static_assert(sizeof(pppoeia_stats) == 36);
-
-// Where a line ends physically. Travels in management requests as 28 bytes, little-endian.
-struct pppoeia_location {
-  uint32_t panel_kind;  // 0 and 1 are kinds with a panel text
-  char panel[8];        // NUL-padded, not terminated when full
-  uint32_t onu;         // ONU number of an "onu" or "gem" port
-  uint32_t gem;         // GEM port number of a "gem" port
-  uint32_t pvc_intf;    // PVC interface number of an "atm" port
-  uint32_t reserved;    // kept as given
-};
-static_assert(sizeof(pppoeia_location) == 28);
-
-// What a port is when it is added. Travels as six 64-bit words, little-endian.
-struct pppoeia_port_info {
-  uint32_t parent_id;
-  char type[12];  // "eth", "atm", "onu", "gem", or any text; at most 10 characters count
-  uint32_t kind;
-  pppoeia_location location;
-};
-static_assert(sizeof(pppoeia_port_info) == 48);
-
-// What pppoeia_port_name_update() replaces beside the name. Travels as three 64-bit words and one 32-bit word.
-struct pppoeia_name_update {
-  pppoeia_location location;
-};
-static_assert(sizeof(pppoeia_name_update) == 28);
 
 // 4096 bits, one a VLAN id: bit `vid & 31` of word `vid >> 5`. Ids above 4095 count by their low 12 bits.
 struct vlan_set {
@@ -67,10 +28,10 @@ struct vlan_set {
 };
 
 enum : uint32_t {
-  bridge_name_max = 10,           // characters
-  bridge_format_max = 128,        // characters of a bridge-wide format
-  port_vlan_format_max = 127,     // characters of a format of one port and VLAN
-  port_count_max = 65536,         // the frame header's port field has 16 bits
+  bridge_name_max = 10,        // characters
+  bridge_format_max = 128,     // characters of a bridge-wide format
+  port_vlan_format_max = 127,  // characters of a format of one port and VLAN
+  port_count_max = 65536,      // the frame header's port field has 16 bits
 };
 
 // A VLAN enabled by name on a bridge. Owned by the bridge's `vlans`.
@@ -78,7 +39,7 @@ struct pppoeia_vlan {
   pppoeia_vlan* next;  // higher id
   pppoeia_vlan* prev;  // lower id; null at the head
   uint16_t vlan_id;
-  char name[32];       // at most 31 characters, empty at creation
+  char name[32];  // at most 31 characters, empty at creation
 };
 
 // Identifier settings of one port and VLAN. Owned by the port's `port_vlans`; exists only while it carries something.
@@ -86,7 +47,7 @@ struct pppoeia_port_vlan {
   pppoeia_port_vlan* next;  // higher id
   pppoeia_port_vlan* prev;  // null at the head
   uint16_t vlan_id;
-  int32_t cid_mode;         // -1 until set
+  int32_t cid_mode;  // -1 until set
   char cid_format[129];
   char rid_format[129];
 };

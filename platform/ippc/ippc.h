@@ -27,7 +27,7 @@ enum {
 typedef struct ippcFuncData {
   uint16_t functionId;
   uint8_t argCount;
-  uint8_t valid;      // 0 when the packet was malformed; read through ippcFuncDataIsValid()
+  uint8_t valid;         // 0 when the packet was malformed; read through ippcFuncDataIsValid()
   ippcArg* const* args;  // argCount references to argument records
   uint8_t hasReturn;     // set by ippcFuncDataAddRetVal()
   int32_t returnValue;   // host order; meaningful when hasReturn is 1
@@ -37,9 +37,9 @@ typedef struct ippcFuncData {
 typedef int32_t (*ippcCallback)(ippcFuncData* request);
 
 typedef struct ippcServer {
-  const char* path;       // of the socket; replaced when stale, never when a living server answers on it
+  const char* path;  // of the socket; replaced when stale, never when a living server answers on it
   ippcCallback callback;
-  uint64_t reserved;      // zero
+  uint64_t reserved;  // zero
 } ippcServer;
 
 // Prepares the library. 0, or non-zero on failure. Call once, before kvStartIppcServer().
