@@ -83,5 +83,6 @@ public:
 
 private:
   class impl_t;
+  class threadRows_t;
   std::shared_ptr<impl_t> impl_;  // also known, weakly, to each thread with a row, for the end of that thread
 };

@@ -1,0 +1,56 @@
+#include "rte/BLL/core/lock_rules.h"
+
+#include <algorithm>
+#include <utility>
+
+lockRules_t::wakes_t lockRules_t::withdraw(row_t& self)
+{
+  stateData& state = self.second;
+  const bool wasLastFlag = state.waiting && waiting_ == 1;
+  flagWaiting(state, false);
+  if (state.sharedCount == 0 && state.exclusiveCount == 0)
+    state.kernelThreadId = 0;
+  // A signal may have been spent on this request, so it is passed on. And readers that only stood back for this writer
+  // have nobody left to wait for: nothing else would wake them before the next release or their own deadlines.
+  return {true, true, wasLastFlag};
+}
+
+void lockRules_t::withdrawAllFlags()
+{
+  std::for_each(states_.begin(), states_.end(), recursiveSharedMutex_t::unlockWaitingThread);
+  waiting_ = 0;
+}
+
+void lockRules_t::threadEnded(boost::thread::id id)
+{
+  const auto found = states_.find(id);
+  if (found == states_.end() || holds(found->second))
+    return;
+  flagWaiting(found->second, false);
+  states_.erase(found);
+}
+
+void lockRules_t::disown(row_t& dead)
+{
+  const stateData left = std::exchange(dead.second, stateData{});
+  if (left.waiting)
+    --waiting_;
+  if (!holds(left))
+    return;
+  row_t& nobody = row(boost::thread::id());
+  // Several dead readers share that row; an exclusive hold is the one worth naming.
+  if (!holds(nobody.second) || left.exclusiveCount > 0) {
+    nobody.second.kernelThreadId = left.kernelThreadId;
+    nobody.second.pthreadHandle = left.pthreadHandle;
+    nobody.second.takenAt = left.takenAt;
+  }
+  if (left.sharedCount > 0) {
+    if (nobody.second.sharedCount > 0)
+      --sharedHolders_;  // two rows become one
+    nobody.second.sharedCount += left.sharedCount;
+  }
+  if (left.exclusiveCount > 0) {
+    nobody.second.exclusiveCount = left.exclusiveCount;
+    owner_ = nobody.first;
+  }
+}
