@@ -91,7 +91,7 @@ struct pppoeia_bridge {
   int32_t ctl_fd;                  // management thread only
   int32_t mtu;                     // fixed for life
   uint32_t max_pdu;
-  unsigned char* frame_buffer;  // the record being processed; worker only
+  unsigned char* frame_buffer;  // slots of the receive buffer (frame_buffers.h); fixed for life
   uint16_t stag_ethertype;      // host order; fixed for life
   uint32_t buffer_size;         // fixed for life
   uint32_t board_pos;           // fixed for life

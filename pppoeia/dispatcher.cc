@@ -1,0 +1,87 @@
+#include "pppoeia/dispatcher.h"
+
+#include "pppoeia/api_table.h"
+#include "pppoeia/pppoeia.h"
+
+#include <atomic>
+#include <sched.h>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+// Reads the arguments as their kinds say, and calls the operation. Overloads are told apart by the cast of a row.
+template <auto Operation, typename... Arguments, size_t... Place>
+int call_with(ippcArg* const* args, std::index_sequence<Place...>)
+{
+  return Operation(Arguments::decode(args[Place]->data)...);
+}
+
+template <auto Operation, typename... Arguments>
+int call(ippcArg* const* args)
+{
+  return call_with<Operation, Arguments...>(args, std::index_sequence_for<Arguments...>{});
+}
+
+using caller = int (*)(ippcArg* const*);
+
+namespace rows {
+using namespace api;
+using namespace api::args;
+
+// The row's operation is the one with C linkage; where a C++ overload shares its name, the parameters tell which.
+template <typename Argument>
+struct parameter {
+  using type = decltype(Argument::decode(nullptr));
+};
+template <label Name, kind Kind, typename Record>
+struct parameter<record<Name, Kind, Record>> {
+  using type = const Record*;
+};
+template <typename... Arguments>
+using signature = int (*)(typename parameter<Arguments>::type...);
+
+#define PPPOEIA_ROW(id, operation_, command, summary, ...)                                                             \
+  call<static_cast<signature<__VA_ARGS__>>(&operation_) __VA_OPT__(, ) __VA_ARGS__>,
+constexpr caller callers[] = {PPPOEIA_OPERATIONS(PPPOEIA_ROW)};
+#undef PPPOEIA_ROW
+
+}  // namespace rows
+
+static_assert(std::size(rows::callers) == api::operations.size());
+
+// How many requests are in an operation, and whether the process still takes any.
+std::atomic<int> in_progress{0};
+std::atomic<bool> ending{false};
+
+class request_scope {
+public:
+  request_scope() { ++in_progress; }
+  ~request_scope() { --in_progress; }
+  request_scope(const request_scope&) = delete;
+  request_scope& operator=(const request_scope&) = delete;
+};
+
+}  // namespace
+
+int32_t pppoeia_ippc_dispatcher(ippcFuncData* request)
+{
+  if (!ippcFuncDataIsValid(request))
+    return -2;
+  if (request->functionId >= api::operations.size())
+    return -1;
+  if (request->argCount != api::operations[request->functionId].argument_count)
+    return -1;
+  const request_scope scope;
+  if (ending)
+    return -1;
+  const int32_t result = rows::callers[request->functionId](request->args);
+  return ippcFuncDataAddRetVal(request, &result, sizeof result) == 0 ? 0 : -1;
+}
+
+void pppoeia_requests_end()
+{
+  ending = true;
+  while (in_progress != 0)
+    sched_yield();
+}

@@ -1,0 +1,56 @@
+// What the agent needs of the kernel, as one narrow record of functions: kernel_linux.cc makes the real calls, the
+// tests put one in its place that plays the kernel modules on socket pairs, or that fails when told.
+//
+// All functions report as the system calls do: a value that is not negative, or -1 with errno set, and write their
+// output only on success.
+#ifndef PPPOEIA_KERNEL_H
+#define PPPOEIA_KERNEL_H
+
+#include <cstddef>
+#include <cstdint>
+
+// One record on its way in or out.
+struct kernel_record {
+  unsigned char* data;
+  uint32_t length;  // in: room; after a receive: bytes received; out: bytes to send
+};
+
+struct kernel_ops {
+  // Control files. open_control opens read-only, close-on-exec.
+  int (*open_control)(const char* path);
+  int (*control)(int fd, unsigned long request, void* argument);
+  int (*close)(int fd);
+
+  // Network devices; `fd` is any socket of datagram_socket(). Names are cut to 15 characters.
+  int (*datagram_socket)();
+  int (*link_flags_get)(int fd, const char* device, short* flags);
+  int (*link_flags_set)(int fd, const char* device, short flags);
+  int (*link_index)(int fd, const char* device, int* index);
+  int (*link_mtu)(int fd, const char* device, int* mtu);
+  int (*link_mac)(int fd, const char* device, unsigned char mac[6]);
+
+  // The raw packet socket that sees every protocol of one device.
+  int (*packet_socket)();
+  int (*set_nonblocking)(int fd);
+  int (*bind_packet)(int fd, int index);
+  // Room for bursts; best effort, nothing fails when the kernel grants less.
+  void (*enlarge_buffers)(int fd, int bytes);
+
+  // 1 when `fd` is readable, 0 when it was not for `milliseconds`.
+  int (*wait_readable)(int fd, int milliseconds);
+  // Takes as many waiting records as there are, up to `count`, without waiting; their number, or -1.
+  int (*receive)(int fd, kernel_record* records, unsigned count);
+  // Sends the records in order. A record that cannot be sent is lost, the others still go out.
+  void (*send)(int fd, const kernel_record* records, unsigned count);
+};
+
+// The functions in use. Points to kernel_linux unless a test replaced it before any bridge existed.
+extern const kernel_ops* kernel;
+extern const kernel_ops kernel_linux;
+
+inline constexpr unsigned kernel_batch_max = 32;
+
+// An error in the kernel's own words, errno names and device flags, so that logic needs no system header.
+inline constexpr short link_flag_up = 0x1;
+
+#endif

@@ -1,0 +1,176 @@
+// The agent's only platform file: every socket, control request and device look-up it makes.
+#include "pppoeia/kernel.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+static_assert(link_flag_up == IFF_UP);
+
+namespace {
+
+ifreq request_for(const char* device)
+{
+  ifreq request{};
+  const size_t length = std::min(std::strlen(device), sizeof request.ifr_name - 1);
+  std::memcpy(request.ifr_name, device, length);
+  return request;
+}
+
+int open_control(const char* path)
+{
+  return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+int control(int fd, unsigned long request, void* argument)
+{
+  return ioctl(fd, request, argument);
+}
+
+int datagram_socket()
+{
+  return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
+int link_flags_get(int fd, const char* device, short* flags)
+{
+  ifreq request = request_for(device);
+  const int rc = ioctl(fd, SIOCGIFFLAGS, &request);
+  if (rc >= 0)
+    *flags = request.ifr_flags;
+  return rc;
+}
+
+int link_flags_set(int fd, const char* device, short flags)
+{
+  ifreq request = request_for(device);
+  request.ifr_flags = flags;
+  return ioctl(fd, SIOCSIFFLAGS, &request);
+}
+
+int link_index(int fd, const char* device, int* index)
+{
+  ifreq request = request_for(device);
+  const int rc = ioctl(fd, SIOCGIFINDEX, &request);
+  if (rc >= 0)
+    *index = request.ifr_ifindex;
+  return rc;
+}
+
+int link_mtu(int fd, const char* device, int* mtu)
+{
+  ifreq request = request_for(device);
+  const int rc = ioctl(fd, SIOCGIFMTU, &request);
+  if (rc >= 0)
+    *mtu = request.ifr_mtu;
+  return rc;
+}
+
+int link_mac(int fd, const char* device, unsigned char mac[6])
+{
+  ifreq request = request_for(device);
+  const int rc = ioctl(fd, SIOCGIFHWADDR, &request);
+  if (rc >= 0)
+    std::memcpy(mac, request.ifr_hwaddr.sa_data, 6);
+  return rc;
+}
+
+int packet_socket()
+{
+  return socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL));
+}
+
+int set_nonblocking(int fd)
+{
+  return fcntl(fd, F_SETFL, O_NONBLOCK);
+}
+
+int bind_packet(int fd, int index)
+{
+  sockaddr_ll address{};
+  address.sll_family = AF_PACKET;
+  address.sll_protocol = htons(ETH_P_ALL);
+  address.sll_ifindex = index;
+  return bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+void enlarge_buffers(int fd, int bytes)
+{
+  // The forced form needs CAP_NET_ADMIN; the plain one is capped by the system's limit.
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) < 0)
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+  if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &bytes, sizeof bytes) < 0)
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
+}
+
+int wait_readable(int fd, int milliseconds)
+{
+  pollfd wait{fd, POLLIN, 0};
+  return poll(&wait, 1, milliseconds);
+}
+
+int receive(int fd, kernel_record* records, unsigned count)
+{
+  mmsghdr messages[kernel_batch_max];
+  iovec parts[kernel_batch_max];
+  count = std::min(count, kernel_batch_max);
+  for (unsigned i = 0; i < count; ++i) {
+    parts[i] = {records[i].data, records[i].length};
+    messages[i] = {};
+    messages[i].msg_hdr.msg_iov = &parts[i];
+    messages[i].msg_hdr.msg_iovlen = 1;
+  }
+  const int received = recvmmsg(fd, messages, count, MSG_DONTWAIT, nullptr);
+  for (int i = 0; i < received; ++i)
+    records[i].length = messages[i].msg_len;
+  return received;
+}
+
+void send(int fd, const kernel_record* records, unsigned count)
+{
+  mmsghdr messages[kernel_batch_max];
+  iovec parts[kernel_batch_max];
+  count = std::min(count, kernel_batch_max);
+  for (unsigned i = 0; i < count; ++i) {
+    parts[i] = {records[i].data, records[i].length};
+    messages[i] = {};
+    messages[i].msg_hdr.msg_iov = &parts[i];
+    messages[i].msg_hdr.msg_iovlen = 1;
+  }
+  // A call stops at the first record that fails: that one is lost, the next call goes on behind it.
+  for (unsigned done = 0; done < count;) {
+    const int sent = sendmmsg(fd, messages + done, count - done, 0);
+    done += sent > 0 ? static_cast<unsigned>(sent) : 1;
+  }
+}
+
+}  // namespace
+
+const kernel_ops kernel_linux = {
+    .open_control = open_control,
+    .control = control,
+    .close = ::close,
+    .datagram_socket = datagram_socket,
+    .link_flags_get = link_flags_get,
+    .link_flags_set = link_flags_set,
+    .link_index = link_index,
+    .link_mtu = link_mtu,
+    .link_mac = link_mac,
+    .packet_socket = packet_socket,
+    .set_nonblocking = set_nonblocking,
+    .bind_packet = bind_packet,
+    .enlarge_buffers = enlarge_buffers,
+    .wait_readable = wait_readable,
+    .receive = receive,
+    .send = send,
+};
+
+const kernel_ops* kernel = &kernel_linux;

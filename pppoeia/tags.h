@@ -1,0 +1,50 @@
+// The tags of one discovery frame, as a walk over a bounded view of its record.
+//
+// The area is what the PPPoE header claims (from the first tag to the PPPoE end), inside what was received. The walk
+// is forgiving in one way that servers rely on: whether a tag is stepped to depends on its own end lying within the
+// PPPoE end, so that a first tag is looked at whatever length it claims. Tags whose four header bytes are not inside
+// the record are no tags.
+#ifndef PPPOEIA_TAGS_H
+#define PPPOEIA_TAGS_H
+
+#include "pppoeia/pppoe.h"
+#include "pppoeia/wire.h"
+
+#include <cstddef>
+#include <cstdint>
+
+struct pppoeia_bridge;
+
+// Offsets are from the record's first byte.
+struct tag_area {
+  const_bytes record;  // what was received, or what is about to be sent
+  size_t first;        // where the first tag begins
+  size_t end;          // the PPPoE end; never before `first`
+
+  bool header_inside(size_t tag) const { return tag + pppoe::tag_header <= record.size(); }
+  uint16_t type(size_t tag) const { return be16_at(record, tag); }
+  uint16_t length(size_t tag) const { return be16_at(record, tag + 2); }
+  size_t next(size_t tag) const { return tag + pppoe::tag_header + length(tag); }
+  // True when the tag is there and ends within the PPPoE end.
+  bool fits(size_t tag) const { return header_inside(tag) && next(tag) <= end; }
+};
+
+inline constexpr size_t no_tag = ~size_t{0};
+
+// The name of a tag type, "Unknown" for others.
+extern "C" const char* pppoeia_tag_name(uint16_t type);
+
+// Offset of the first vendor tag, or no_tag. A first tag at or past the PPPoE end counts too.
+size_t vendor_tag_find(const pppoeia_bridge& bridge, const tag_area& area);
+
+// Where a vendor tag goes when the frame has none: before the first End-Of-List tag, else behind the last tag; at the
+// first tag when that lies outside the record.
+size_t vendor_tag_place(const pppoeia_bridge& bridge, const tag_area& area);
+
+// Logs every tag at debug level. Call only when that level is on.
+void tags_log(const pppoeia_bridge& bridge, const tag_area& area);
+
+// Logs at debug level that a walk came to `tag`, which is at or past the PPPoE end.
+void past_end_log(const pppoeia_bridge& bridge, const tag_area& area, size_t tag);
+
+#endif

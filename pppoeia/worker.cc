@@ -1,0 +1,166 @@
+// The worker of a bridge: waits for records on the packet socket, and gives each back as the frame path leaves it.
+//
+// One wake-up serves as many records as are waiting. They are received together, processed in turn under one hold of
+// the bridge's mutex and sent in order before it is released, so that a setting is in force for the very next frame.
+// The wait itself is outside the lock. A mutex is not fair: a worker under full load would take it again before
+// somebody who waits for it wakes up, so it looks whether anyone waits and steps back.
+#include "pppoeia/worker.h"
+
+#include "pppoeia/frame.h"
+#include "pppoeia/frame_buffers.h"
+#include "pppoeia/identifiers.h"
+#include "pppoeia/kernel.h"
+#include "pppoeia/local_mac.h"
+#include "pppoeia/log.h"
+#include "pppoeia/records.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <pthread.h>
+#include <sched.h>
+
+namespace {
+
+constexpr int wait_ms = 10;
+
+void priority_raise(const pppoeia_bridge& bridge)
+{
+  constexpr int step = 1;
+  int policy = 0;
+  sched_param parameters{};
+  if (pthread_getschedparam(pthread_self(), &policy, &parameters) != 0) {
+    pppoeia_log(log_warning, "<%s> Unable to get priority.", bridge.name);
+    return;
+  }
+  parameters.sched_priority += step;
+  if (pthread_setschedparam(pthread_self(), policy, &parameters) != 0) {
+    pppoeia_log(log_warning, "<%s> Unable to set priority.", bridge.name);
+    return;
+  }
+  pppoeia_log(log_debug, "<%s> Priority set to %d (%s%d).", bridge.name, parameters.sched_priority, "+", step);
+}
+
+// A worker's own state: the slots of the receive buffer and what of them is not zero any more.
+class batch {
+public:
+  explicit batch(pppoeia_bridge& bridge)
+      : bridge_(bridge), slots_(frame_slot_count(bridge.buffer_size)), stride_(frame_slot_size(bridge.buffer_size))
+  {}
+
+  // Takes what is waiting. The number of records, 0 or less for none.
+  int receive()
+  {
+    for (unsigned i = 0; i < slots_; ++i)
+      received_[i] = {slot(i), bridge_.buffer_size};
+    return kernel->receive(bridge_.sock, received_, slots_);
+  }
+
+  // Processes the first `count` records in turn and sends those that go on. The bridge's mutex is held.
+  void serve(unsigned count, frame_services& services)
+  {
+    unsigned out = 0;
+    for (unsigned i = 0; i < count; ++i) {
+      const frame_record record{slot(i), received_[i].length, static_cast<uint32_t>(stride_)};
+      if (const uint32_t length = frame_process(bridge_, record, services))
+        send_[out++] = {slot(i), length};
+    }
+    if (out > 0)
+      kernel->send(bridge_.sock, send_, out);
+  }
+
+  // Makes the first `count` slots zero again, as far as they were written.
+  void clean(unsigned count)
+  {
+    for (unsigned i = 0; i < count; ++i)
+      std::memset(slot(i), 0, std::min<size_t>(stride_, size_t{received_[i].length} + frame_growth_max));
+  }
+
+  unsigned slots() const { return slots_; }
+
+private:
+  unsigned char* slot(unsigned i) { return bridge_.frame_buffer + i * stride_; }
+
+  pppoeia_bridge& bridge_;
+  unsigned slots_;
+  size_t stride_;
+  kernel_record received_[kernel_batch_max];
+  kernel_record send_[kernel_batch_max];
+};
+
+// Lets everybody who waits for the bridge's mutex have it.
+void step_back(pppoeia_bridge& bridge)
+{
+  while (bridge.waiters.load(std::memory_order_relaxed) != 0 && !bridge.stop)
+    sched_yield();
+}
+
+// One batch: the number of records in it.
+unsigned serve_batch(pppoeia_bridge& bridge, batch& records, frame_services& services)
+{
+  pthread_mutex_lock(&bridge.mutex);
+  const int count = records.receive();
+  if (count > 0)
+    records.serve(static_cast<unsigned>(count), services);
+  pthread_mutex_unlock(&bridge.mutex);
+  if (count <= 0)
+    return 0;
+  records.clean(static_cast<unsigned>(count));
+  step_back(bridge);
+  return static_cast<unsigned>(count);
+}
+
+// A descriptor that reports ready and gives nothing (its device went away) must not make the worker spin.
+void rest()
+{
+  const timespec pause{0, wait_ms * 1000000L};
+  nanosleep(&pause, nullptr);
+}
+
+void frame_loop(pppoeia_bridge& bridge)
+{
+  batch records(bridge);
+  builder_identifiers identifiers;
+  frame_services services{identifiers, pppoeia_get_local_mac};
+  while (!bridge.stop) {
+    if (kernel->wait_readable(bridge.sock, wait_ms) != 1)
+      continue;
+    unsigned count = serve_batch(bridge, records, services);
+    if (count == 0)
+      rest();
+    // A full batch says that more is waiting: no need to ask.
+    while (count == records.slots() && !bridge.stop)
+      count = serve_batch(bridge, records, services);
+  }
+}
+
+}  // namespace
+
+void* pppoeia_bridge_worker(void* argument)
+{
+  auto& bridge = *static_cast<pppoeia_bridge*>(argument);
+  pppoeia_log(log_debug, "<%s> Worker started.", bridge.name);
+  priority_raise(bridge);
+  frame_loop(bridge);
+  pppoeia_log(log_debug, "<%s> Finished.", bridge.name);
+  return nullptr;
+}
+
+int worker_thread_start(pppoeia_bridge& bridge)
+{
+  sigset_t ending;
+  sigset_t former;
+  sigemptyset(&ending);
+  sigaddset(&ending, SIGINT);
+  sigaddset(&ending, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &ending, &former);
+  const int rc = pthread_create(&bridge.thread, nullptr, pppoeia_bridge_worker, &bridge);
+  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  return rc;
+}
+
+int worker_thread_join(pppoeia_bridge& bridge)
+{
+  return pthread_join(bridge.thread, nullptr);
+}
