@@ -231,9 +231,9 @@ const kernel_ops functions = {
     .send = kernel_linux.send,
 };
 
-} // namespace
+}  // namespace
 
-fake_kernel::fake_kernel() : former_(kernel)
+fake_kernel::fake_kernel() : former_functions_(kernel), former_(fake)
 {
   fake = this;
   calls.clear();
@@ -242,8 +242,8 @@ fake_kernel::fake_kernel() : former_(kernel)
 
 fake_kernel::~fake_kernel()
 {
-  kernel = former_;
-  fake = nullptr;
+  kernel = former_functions_;
+  fake = former_;
 }
 
 int fake_kernel::wire(const std::string& device) const

@@ -14,7 +14,7 @@
 
 class fake_kernel {
 public:
-  // Puts itself in the place of the real kernel until it is destroyed. One at a time.
+  // Puts itself in the place of the kernel in use until it is destroyed.
   fake_kernel();
   ~fake_kernel();
   fake_kernel(const fake_kernel&) = delete;
@@ -41,7 +41,8 @@ public:
   size_t open_descriptors() const;
 
 private:
-  const kernel_ops* former_;
+  const kernel_ops* former_functions_;
+  fake_kernel* former_;
 };
 
 // Sends a record to a bridge's worker by its wire.

@@ -3,7 +3,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <string_view>
 #include <syslog.h>
+#include <utility>
 
 namespace {
 
@@ -35,7 +37,7 @@ void keep_line(int priority, const char* format, va_list arguments)
     lines().push_back({priority, std::move(text)});
 }
 
-} // namespace
+}  // namespace
 
 extern "C" {
 
@@ -52,7 +54,7 @@ void vsyslog(int priority, const char* format, va_list arguments)
   keep_line(priority, format, arguments);
 }
 
-} // extern "C"
+}  // extern "C"
 
 std::vector<syslog_line> syslog_take()
 {

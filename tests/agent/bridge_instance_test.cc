@@ -1,0 +1,238 @@
+// Bridge instances on a kernel in memory: creation step by step, each step's failure, deletion, the worker.
+#include "pppoeia/frame.h"
+#include "pppoeia/log.h"
+#include "pppoeia/pppoeia.h"
+#include "pppoeia/records.h"
+#include "tests/support/fake_kernel.h"
+#include "tests/support/records_fixture.h"
+#include "tests/support/syslog_capture.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <filesystem>
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+size_t threads_of_this_process()
+{
+  const auto tasks = std::filesystem::directory_iterator("/proc/self/task");
+  return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+// Lines above debug level since the last call.
+std::vector<std::string> messages()
+{
+  return syslog_take_texts();
+}
+
+class BridgeInstance : public testing::Test {
+protected:
+  BridgeInstance()
+  {
+    EXPECT_EQ(pppoeia_init(), 0);
+    messages();
+  }
+  ~BridgeInstance() override
+  {
+    if (pppoeia_globals.load())
+      pppoeia_fini();
+    pppoeia_log_level = log_info;
+    EXPECT_EQ(kernel.open_descriptors(), 0u);
+    EXPECT_THAT(kernel.devices, IsEmpty());
+    syslog_take();
+  }
+  fake_kernel kernel;
+};
+
+TEST_F(BridgeInstance, IsMadeWithFactorySettings)
+{
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  const pppoeia_bridge* bridge = bridge_find("br0");
+  ASSERT_TRUE(bridge);
+  EXPECT_STREQ(bridge->dev_name, "br0_pppoe");
+  EXPECT_STREQ(bridge->vendor, "VELTRONA");
+  EXPECT_EQ(bridge->chassis_id, 99u);
+  EXPECT_EQ(bridge->mtu, 1500);
+  EXPECT_EQ(bridge->max_pdu, 1500u);
+  EXPECT_EQ(bridge->buffer_size, 1606u);
+  EXPECT_EQ(bridge->vsa_mode, 1u);
+  EXPECT_EQ(bridge->port_count, 4u);
+  EXPECT_FALSE(bridge->vlan_enabled.test(0));
+  EXPECT_TRUE(bridge->port[3].vlan_info.test(4095));
+  EXPECT_THAT(messages(), Contains("<br0> Bridge added (S-Tag EtherType=0x88a8, ports=4, MTU=1500, buffer=1606)."));
+}
+
+TEST_F(BridgeInstance, FrameAdjustIsToldThreeTimesAtFirst)
+{
+  pppoeia_frame_adjust = 0;
+  pppoeia_bridge_add("nowhere", 4);
+  EXPECT_THAT(messages(), ElementsAre("Frame adjust is 0 bytes.", "Frame adjust is 106 bytes.",
+                                      "Frame adjust is 106 bytes.", "<nowhere> Cannot open bridge."));
+  pppoeia_bridge_add("nowhere", 4);
+  EXPECT_THAT(messages(),
+              ElementsAre("Frame adjust is 106 bytes.", "Frame adjust is 106 bytes.", "<nowhere> Cannot open bridge."));
+}
+
+TEST_F(BridgeInstance, Names)
+{
+  kernel.bridges.insert("tencharact");
+  EXPECT_EQ(pppoeia_bridge_add("tencharact", 4), 0);
+  EXPECT_STREQ(bridge_find("tencharact")->dev_name, "tencharact_pppo");
+  EXPECT_EQ(pppoeia_bridge_add("elevenchars", 4), -EINVAL);
+  EXPECT_EQ(pppoeia_bridge_add("tencharact", 4), -ENODEV);
+  EXPECT_EQ(pppoeia_bridge_add("a/b", 4), -EMFILE);
+  EXPECT_EQ(pppoeia_bridge_add("br1", 65537), -ENOMEM);
+  EXPECT_EQ(pppoeia_bridge_add("br1", 0), 0);
+}
+
+TEST_F(BridgeInstance, LeftOverDeviceIsTakenOver)
+{
+  kernel.devices.insert("br0_pppoe");
+  EXPECT_EQ(pppoeia_bridge_add("br0", 4), 0);
+}
+
+TEST_F(BridgeInstance, UnknownMtuIs1500)
+{
+  kernel.mtu = 0;
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  EXPECT_EQ(bridge_find("br0")->buffer_size, 1606u);
+  EXPECT_THAT(messages(), Contains("<br0> Unable to get socket MTU, defaulting to 1500."));
+}
+
+TEST_F(BridgeInstance, EveryFailingStepCleansUp)
+{
+  struct row {
+    const char* step;
+    int result;
+    const char* message;
+  };
+  const row rows[] = {
+      {"control:0x80047a06", -1, "<br0> Unable to get bridge information."},
+      {"open:/proc/net/mng/config@1", -1, "<br0> Cannot create 'br0_pppoe'."},
+      {"control:0x40046d00", -1, "<br0> Unable to create pseudo device 'br0_pppoe'."},
+      {"datagram_socket", -1, "<br0> Unable to create socket."},
+      {"link_flags_get", -1, "<br0> Unable to get flags."},
+      {"link_flags_set", -1, "<br0> Unable to set flags."},
+      {"control:0x40047ac8", -1, "<br0> Cannot attach filter to 'br0_pppoe' (rv=-1, errno=5)."},
+      {"packet_socket", -EMFILE, "<br0> Cannot create socket (5)."},
+      {"link_index", -ENODEV, "<br0> Cannot find device 'br0_pppoe' index."},
+      {"set_nonblocking", -1, "<br0> Cannot set socket to non-blocking mode."},
+      {"bind_packet", -1, "<br0> Cannot bind socket."},
+  };
+  for (const row& row : rows) {
+    pppoeia_fini();
+    fake_kernel fresh;
+    EXPECT_EQ(pppoeia_init(), 0);
+    // The first opening of the management file was that of the initialisation.
+    std::string step = row.step;
+    if (step.ends_with("@1"))
+      step.back() = '2';
+    fresh.failing[step] = EIO;
+    messages();
+    EXPECT_EQ(pppoeia_bridge_add("br0", 4), row.result) << row.step;
+    EXPECT_THAT(messages(), Contains(row.message)) << row.step;
+    EXPECT_FALSE(bridge_find("br0"));
+    EXPECT_EQ(fresh.open_descriptors(), 0u) << row.step;
+    EXPECT_THAT(fresh.devices, IsEmpty()) << row.step;
+    pppoeia_fini();
+  }
+  EXPECT_EQ(pppoeia_init(), 0);
+}
+
+TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
+{
+  const size_t threads = threads_of_this_process();
+  for (int round = 0; round < 20; ++round) {
+    ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+    const pppoeia_port_info info{.parent_id = 0, .type = "eth", .kind = 1, .location = {}};
+    EXPECT_EQ(pppoeia_port_add("br0", 1, "dev1", "port1", &info), 0);
+    EXPECT_EQ(pppoeia_port_state_set("br0", 1, 1), 0);
+    const int wire = kernel.wire("br0_pppoe");
+    const byte_string record = test_frame{}.build();
+    for (int i = 0; i < 3; ++i)
+      wire_send(wire, record);
+    for (int i = 0; i < 3; ++i)
+      EXPECT_GT(wire_receive(wire).size(), record.size());
+    pppoeia_stats stats{};
+    EXPECT_EQ(pppoeia_bridge_stats_get("br0", &stats), 0);
+    EXPECT_EQ(stats.padi, 3u);
+    ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
+  }
+  EXPECT_EQ(threads_of_this_process(), threads);
+  EXPECT_EQ(pppoeia_bridge_del("br0"), -ENOENT);
+}
+
+TEST_F(BridgeInstance, FiniDeletesAllAndASecondOneIsRefused)
+{
+  for (const char* name : {"br0", "br1", "br2"})
+    ASSERT_EQ(pppoeia_bridge_add(name, 4), 0);
+  EXPECT_STREQ(pppoeia_globals.load()->bridges->name, "br2");  // newest first
+  EXPECT_EQ(pppoeia_fini(), 0);
+  EXPECT_EQ(pppoeia_fini(), -ENOENT);
+  EXPECT_EQ(pppoeia_bridge_add("br0", 4), -ENXIO);
+  EXPECT_EQ(pppoeia_bridge_del("br0"), -ENXIO);
+  EXPECT_EQ(pppoeia_bridge_state_set("br0", 1), -ENOENT);
+}
+
+TEST_F(BridgeInstance, TracesOfCreationAndDeletion)
+{
+  pppoeia_log_level = log_debug;
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
+  std::vector<std::string> lines = messages();
+  std::erase_if(lines, [](const std::string& line) { return line.find("riority") != std::string::npos; });
+  // The worker's own two lines stand anywhere.
+  EXPECT_EQ(std::erase(lines, "<br0> Worker started."), 1u);
+  EXPECT_EQ(std::erase(lines, "<br0> Finished."), 1u);
+  EXPECT_THAT(lines, ElementsAre("pppoeia_bridge_add(br0)", "Frame adjust is 106 bytes.", "Frame adjust is 106 bytes.",
+                                 "<br0> Flags set.",
+                                 "<br0> Bridge added (S-Tag EtherType=0x88a8, ports=4, MTU=1500, buffer=1606).",
+                                 "pppoeia_bridge_add()=0", "pppoeia_bridge_del(br0)",
+                                 "<br0> Pseudo device 'br0_pppoe' deleted.", "<br0> Bridge deleted.",
+                                 "pppoeia_bridge_del()=0"));
+}
+
+TEST(AgentInit, ChecksTheModules)
+{
+  fake_kernel kernel;
+  syslog_take();
+  kernel.kvmng_version = 2;
+  EXPECT_EQ(pppoeia_init(), 0);
+  EXPECT_THAT(syslog_take_texts(), ElementsAre("Kernel module 'kvmng' version mismatch (2 instead of 3)."));
+  EXPECT_EQ(pppoeia_fini(), 0);
+
+  kernel.failing["open:/proc/net/mng/config"] = ENOENT;
+  EXPECT_EQ(pppoeia_init(), ENOENT);
+  EXPECT_EQ(pppoeia_globals.load(), nullptr);
+  kernel.failing = {{"open:/proc/net/kvbridge/config", EACCES}};
+  EXPECT_EQ(pppoeia_init(), -1);
+  kernel.failing = {{"control:0x80046d02", ENOTTY}, {"control:0x80047a05", ENOTTY}};
+  syslog_take();
+  EXPECT_EQ(pppoeia_init(), 0);
+  EXPECT_THAT(syslog_take_texts(), ElementsAre("Kernel module 'kvmng' too old.", "Kernel module 'kvbridge' too old."));
+  EXPECT_EQ(pppoeia_fini(), 0);
+}
+
+TEST(AgentInit, AgainPutsFormerBridgesOutOfReach)
+{
+  fake_kernel kernel;
+  ASSERT_EQ(pppoeia_init(), 0);
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  pppoeia_bridge* former = bridge_find("br0");
+  syslog_take();
+  EXPECT_EQ(pppoeia_init(), 0);
+  EXPECT_THAT(syslog_take_texts(), Contains("Already initialized."));
+  EXPECT_FALSE(bridge_find("br0"));
+  EXPECT_EQ(pppoeia_bridge_add("br0", 4), 0);  // its device is taken over
+  EXPECT_EQ(pppoeia_fini(), 0);
+  // The former bridge lives on; end its worker here, so that it does not outlive the test's kernel.
+  former->stop = 1;
+  pthread_join(former->thread, nullptr);
+}
+
+}  // namespace
