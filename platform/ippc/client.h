@@ -1,0 +1,53 @@
+// A caller's end: one connection, one call at a time.
+#ifndef PLATFORM_IPPC_CLIENT_H
+#define PLATFORM_IPPC_CLIENT_H
+
+#include "platform/ippc/wire.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ippc {
+
+enum class call_error {
+  none,
+  no_server,  // nobody serves the path, or the server went away
+  time_out,   // no reply in time; the connection is of no more use
+  protocol,   // the reply is none, or none to this call
+};
+
+struct call_reply {
+  call_error error = call_error::none;
+  int32_t status = 0;  // the dispatcher's
+  bool has_result = false;
+  int32_t result = 0;  // the operation's
+};
+
+class client {
+public:
+  client() = default;
+  ~client();
+  client(const client&) = delete;
+  client& operator=(const client&) = delete;
+
+  // False, with errno set, when nobody serves the path or all connections are taken.
+  bool open(const std::string& path);
+
+  // Calls a function. `arguments` are what is sent, and hold afterwards what came back, of the same sizes; unchanged
+  // where the reply brought none.
+  call_reply call(uint16_t function_id, std::vector<std::vector<unsigned char>>& arguments,
+                  std::chrono::milliseconds time_out);
+
+private:
+  call_error exchange(std::chrono::milliseconds time_out);
+
+  int fd_ = -1;
+  uint32_t sequence_ = 0;
+  std::vector<unsigned char> packet_;
+};
+
+}  // namespace ippc
+
+#endif

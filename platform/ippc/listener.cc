@@ -1,0 +1,102 @@
+#include "platform/ippc/listener.h"
+
+#include <cerrno>
+#include <cstring>
+#include <grp.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace ippc {
+namespace {
+
+constexpr int backlog = 64;
+
+// A descriptor that is closed when it goes out of scope, with errno as it was.
+class scoped_fd {
+public:
+  explicit scoped_fd(int fd) : fd_(fd) {}
+  ~scoped_fd()
+  {
+    const int reason = errno;
+    if (fd_ >= 0)
+      close(fd_);
+    errno = reason;
+  }
+  scoped_fd(const scoped_fd&) = delete;
+  scoped_fd& operator=(const scoped_fd&) = delete;
+  int get() const { return fd_; }
+  int release()
+  {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+private:
+  int fd_;
+};
+
+int stream_socket(int flags)
+{
+  return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0);
+}
+
+bool address_make(const std::string& path, sockaddr_un& address)
+{
+  address = {};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return true;
+}
+
+// Removes the file of a server that is gone. False, with errno set, when the path is somebody's.
+bool stale_remove(const std::string& path, const sockaddr_un& address)
+{
+  struct stat file {};
+  if (lstat(path.c_str(), &file) != 0)
+    return errno == ENOENT;
+  const scoped_fd probe(stream_socket(SOCK_NONBLOCK));
+  const bool is_socket = S_ISSOCK(file.st_mode);
+  const bool nobody = is_socket && probe.get() >= 0 &&
+                      connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+                      errno == ECONNREFUSED;
+  if (!nobody) {
+    errno = EADDRINUSE;
+    return false;
+  }
+  return unlink(path.c_str()) == 0;
+}
+
+// The file is the owner's alone until its group is set.
+bool bind_for_group(int fd, const std::string& path, const sockaddr_un& address)
+{
+  const mode_t former = umask(0177);
+  const int rc = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  umask(former);
+  if (rc != 0)
+    return false;
+  if (const group* operators = getgrnam("pppoeia"))
+    (void)!chown(path.c_str(), static_cast<uid_t>(-1), operators->gr_gid);
+  return chmod(path.c_str(), 0660) == 0;
+}
+
+}  // namespace
+
+int listener_open(const std::string& path)
+{
+  sockaddr_un address;
+  if (!address_make(path, address) || !stale_remove(path, address))
+    return -1;
+  scoped_fd fd(stream_socket(SOCK_NONBLOCK));
+  if (fd.get() < 0 || !bind_for_group(fd.get(), path, address) || listen(fd.get(), backlog) != 0)
+    return -1;
+  return fd.release();
+}
+
+}  // namespace ippc

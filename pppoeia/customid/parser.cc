@@ -1,0 +1,185 @@
+#include "pppoeia/customid/parser.h"
+
+#include "pppoeia/customid/trace.h"
+#include "pppoeia/log.h"
+
+#include <algorithm>
+
+namespace {
+
+bool refuse(const char* why)
+{
+  pppoeia_log(log_debug, "<PPPOEIA> >> %s", why);
+  CUSTOMID_TRACE("\t\t", "%s \n", why);
+  return false;
+}
+
+bool is_digit(char c)
+{
+  return c >= '0' && c <= '9';
+}
+
+// The run of digits that begins at `at`, which moves behind it; saturates at 32 bits.
+unsigned take_number(const std::string& text, size_t& at)
+{
+  uint64_t value = 0;
+  for (; at < text.size() && is_digit(text[at]); ++at)
+    value = std::min<uint64_t>(value * 10 + static_cast<uint64_t>(text[at] - '0'), UINT32_MAX);
+  return static_cast<unsigned>(value);
+}
+
+struct name_match {
+  const macro_row* row = nullptr;
+  size_t at = std::string::npos;
+};
+
+// The macro name that begins first; of two at the same place the longer.
+name_match name_find(const std::string& str, size_t from)
+{
+  name_match best;
+  for (const macro_row& row : macro_rows()) {
+    const size_t at = str.find(row.name, from);
+    if (at == std::string::npos)
+      continue;
+    if (!best.row || at < best.at || (at == best.at && row.name.size() > best.row->name.size()))
+      best = {&row, at};
+  }
+  return best;
+}
+
+// What the next option character is for.
+enum class expecting { nothing, number, space_number, delimiter };
+
+// The walk over the option characters of one macro.
+class option_walk {
+public:
+  option_walk(const std::string& text, std::string& delimiter, unsigned& numChars, char& flags)
+      : text_(text), delimiter_(delimiter), num_chars_(numChars), flags_(flags)
+  {}
+
+  bool run()
+  {
+    while (at_ < text_.size())
+      if (!step())
+        return false;
+    if (expecting_ == expecting::space_number)
+      return refuse("Unexpected exit! Number of characters should follow.");
+    return true;
+  }
+
+private:
+  bool step()
+  {
+    if (expecting_ == expecting::delimiter) {
+      delimiter_.assign(1, text_[at_++]);
+      expecting_ = expecting::nothing;
+      return true;
+    }
+    if (expecting_ != expecting::nothing) {
+      padding_width();
+      return true;
+    }
+    switch (text_[at_]) {
+    case 'h':
+      return once(hex_seen_, "Duplicate hex option", macroStringPrintHex, expecting::nothing);
+    case 's':
+      return once(padding_seen_, "Duplicate padding option", macroStringPadSpaces, expecting::space_number);
+    case 'z':
+      return once(padding_seen_, "Duplicate padding option", macroStringPadZeroes, expecting::number);
+    case 'd':
+      return once(delimiter_seen_, "Duplicate delimiter option", macroStringDelimChar, expecting::delimiter);
+    default:
+      return bare_number();
+    }
+  }
+
+  // Without digits the width is zero and the character is looked at again.
+  void padding_width()
+  {
+    const bool any = is_digit(text_[at_]);
+    num_chars_ = take_number(text_, at_);
+    if (any)
+      set(macroStringNumOfChars);
+    expecting_ = expecting::nothing;
+  }
+
+  bool once(bool& seen, const char* duplicate, char flag, expecting next)
+  {
+    if (seen)
+      return refuse(duplicate);
+    seen = true;
+    set(flag);
+    expecting_ = next;
+    ++at_;
+    return true;
+  }
+
+  bool bare_number()
+  {
+    if (!is_digit(text_[at_]))
+      return refuse("Invalid number of characters or unexpected character!");
+    size_t end = at_;
+    const unsigned value = take_number(text_, end);
+    if (padding_seen_)
+      return refuse("Duplicate num chars option");
+    num_chars_ = value;
+    set(macroStringNumOfChars);
+    at_ = end;
+    return true;
+  }
+
+  void set(char flag) { flags_ = static_cast<char>(flags_ | flag); }
+
+  const std::string& text_;
+  std::string& delimiter_;
+  unsigned& num_chars_;
+  char& flags_;
+  size_t at_ = 0;
+  expecting expecting_ = expecting::nothing;
+  bool hex_seen_ = false;
+  bool padding_seen_ = false;
+  bool delimiter_seen_ = false;
+};
+
+}  // namespace
+
+bool parseOptChars(const std::string& optChars, std::string& delimiter, unsigned& numChars, char& flags)
+{
+  CUSTOMID_TRACE("\t\t", "optChars='%s' \n", optChars.c_str());
+  if (!option_walk(optChars, delimiter, numChars, flags).run())
+    return false;
+  CUSTOMID_TRACE("\t\t", "delimiter='%s', numChars=%d, flags=0x%02x \n", delimiter.c_str(), static_cast<int>(numChars),
+                 static_cast<unsigned>(flags));
+  return true;
+}
+
+bool getNextMacroFormatString(const std::string& str, unsigned long startPos, unsigned long& macroFormatStartPos,
+                              std::string& macroFormatStr, customIdFormat& macroType, char& flags,
+                              std::string& delimiter, unsigned& numChars, std::string& macroUsrStr)
+{
+  macroFormatStr.clear();
+  if (startPos > str.size())
+    return refuse("Failed sanity check");
+  if (str.empty())
+    return refuse("Empty format string");
+  const name_match found = name_find(str, startPos);
+  if (!found.row) {
+    CUSTOMID_TRACE("\t", "NOT found \n");
+    return false;
+  }
+  const size_t identifier = found.at == 0 ? std::string::npos : str.rfind(macroIdentifier, found.at - 1);
+  if (identifier == std::string::npos || identifier < startPos)
+    return refuse("No macro identifier found");
+  const size_t options = identifier + macroIdentifier.size();
+  macroType = found.row->type;
+  macroFormatStartPos = identifier;
+  macroFormatStr = str.substr(identifier, found.at + found.row->name.size() - identifier);
+  flags = 0;
+  CUSTOMID_TRACE("\t", "macroFormatStr='%s', macroType=%d \n", macroFormatStr.c_str(), macroType);
+  const std::string option_text = str.substr(options, found.at - options);
+  if (macroIsSupportedForUserString(macroType)) {
+    macroUsrStr = option_text;
+    return true;
+  }
+  return parseOptChars(option_text, delimiter, numChars, flags) || refuse("ERROR: parseOptChars failed");
+}

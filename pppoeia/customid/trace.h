@@ -1,0 +1,18 @@
+// Trace of the macro language for operators who try formats: lines on standard output, off unless switched on.
+#ifndef PPPOEIA_CUSTOMID_TRACE_H
+#define PPPOEIA_CUSTOMID_TRACE_H
+
+#include <atomic>
+#include <cstdio>
+
+// The switch. Written by the management thread, read by every thread that builds identifiers.
+extern std::atomic<bool> customFormatTestDebug;
+
+// Prints "PPPOEIA_DEBUG:function,line: " and the formatted text behind `tabs`, when the switch is on.
+#define CUSTOMID_TRACE(tabs, format, ...)                                                                              \
+  do {                                                                                                                 \
+    if (customFormatTestDebug.load(std::memory_order_relaxed))                                                         \
+      std::printf(tabs "PPPOEIA_DEBUG:%s,%d: " format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                 \
+  } while (false)
+
+#endif
