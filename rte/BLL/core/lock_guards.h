@@ -43,8 +43,8 @@ protected:
   virtual lockPeriod_t& period() const;
   virtual void report(const recursiveSharedMutex_t::lockError_t& error) const;
   // `mark` is the trace of a take or release that the message "lockDebug" switches on.
-  bool take(access_t access, const char* mark) noexcept;
-  void release(access_t access, const char* mark) noexcept;
+  bool take(access_t access, const char* mark);
+  void release(access_t access, const char* mark);
 
   bool locked_ = false;
   bool unlockedToOne_ = false;
@@ -52,7 +52,10 @@ protected:
   uint32_t savedExclusiveCount_ = 0;
 
 private:
+  bool takeOne(access_t access) const;  // throws what timedLock throws
+  void releaseOne(access_t access) const;
   bool unlockToOne(access_t kept);
+  bool takeSavedAgain(bool oneExclusive);
 };
 
 class BLLManager::exclusiveLock_t : public lock_t {

@@ -1,8 +1,19 @@
 #include "rte/BLL/core/thread_registry.h"
 
+#include "rte/BLL/core/lock_seam.h"
 #include <pthread.h>
 #include <sstream>
 #include <unistd.h>
+
+namespace {
+
+void logRegistration(const std::string& what, const threadsInfo_t& thread)
+{
+  lockSeam().log(lockLogLevel_t::notice, "BLLManager: thread " + what + ": " + thread.name + " (" +
+                                             std::to_string(thread.kernelThreadId) + ")\n");
+}
+
+}  // namespace
 
 threadRegistry_t& threadRegistry_t::instance()
 {
@@ -13,14 +24,22 @@ threadRegistry_t& threadRegistry_t::instance()
 void threadRegistry_t::registerThread(const std::string& name)
 {
   const threadsInfo_t info{boost::this_thread::get_id(), gettid(), pthread_self(), name};
-  const std::lock_guard guard(mutex_);
-  threads_[info.threadId] = info;
+  {
+    const std::lock_guard guard(mutex_);
+    threads_[info.threadId] = info;
+  }
+  logRegistration("registered", info);
 }
 
 void threadRegistry_t::unregisterThread()
 {
-  const std::lock_guard guard(mutex_);
-  threads_.erase(boost::this_thread::get_id());
+  threads_t::node_type removed;
+  {
+    const std::lock_guard guard(mutex_);
+    removed = threads_.extract(boost::this_thread::get_id());
+  }
+  if (removed)
+    logRegistration("unregistered", removed.mapped());
 }
 
 void threadRegistry_t::showThreads(std::ostream& out) const

@@ -1,0 +1,36 @@
+// What the lock's supervision needs of the rest of the framework: the log, the self debugger and a clock. Not
+// installed.
+#pragma once
+
+#include <cstdint>
+#include <cxxabi.h>
+#include <string>
+#include <utility>
+
+// The framework log's levels that are used here.
+enum class lockLogLevel_t : int { critical = 0, warning = 1, notice = 2 };
+
+// The real functions, unless a test has put its own in their places (before it starts threads).
+struct lockSeam_t {
+  // Writes `text` as it is, without a newline of its own.
+  void (*log)(lockLogLevel_t level, const std::string& text);
+  bool (*backtracesEnabled)();
+  // Writes the stack of a thread of this process where the self debugger reports; false if that failed.
+  bool (*dumpBacktrace)(int32_t kernelThreadId);
+  // Seconds of a clock that nobody sets.
+  int64_t (*steadySeconds)();
+};
+lockSeam_t& lockSeam();
+
+// Runs `work` and drops what it throws: a lock's bookkeeping must not end the plug-in that only wanted the lock. The
+// unwinding of a cancelled thread is no error and goes on.
+template <typename Work>
+void lockQuietly(Work&& work)
+{
+  try {
+    std::forward<Work>(work)();
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {  // out of memory, for example: the caller's answer already says that there is no lock
+  }
+}
