@@ -1,0 +1,233 @@
+#include "tools/agent_client/values.h"
+
+#include "pppoeia/api_records.h"
+#include "rte/BLL/util/kv_util.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <limits>
+
+namespace agent_client {
+namespace {
+
+using api::kind;
+
+std::optional<int64_t> integer_parse(std::string_view text)
+{
+  const bool negative = text.starts_with('-');
+  if (negative)
+    text.remove_prefix(1);
+  const bool hex = text.starts_with("0x") || text.starts_with("0X");
+  if (hex)
+    text.remove_prefix(2);
+  int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, hex ? 16 : 10);
+  if (text.empty() || text[0] == '-' || error != std::errc{} || end != text.data() + text.size())
+    return std::nullopt;
+  return negative ? -value : value;
+}
+
+struct range {
+  int64_t least;
+  int64_t most;
+};
+
+// Unsigned arguments take -1 too: it is how some modes are written.
+range range_of(kind what)
+{
+  switch (what) {
+  case kind::u16:
+    return {0, std::numeric_limits<uint16_t>::max()};
+  case kind::i32:
+  case kind::out_i32:
+    return {std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()};
+  default:
+    return {-1, std::numeric_limits<uint32_t>::max()};
+  }
+}
+
+template <typename Number>
+buffer bytes_of(Number number)
+{
+  buffer bytes(sizeof number);
+  std::memcpy(bytes.data(), &number, sizeof number);
+  return bytes;
+}
+
+buffer terminated(std::string_view text)
+{
+  buffer bytes(text.begin(), text.end());
+  bytes.push_back(0);
+  return bytes;
+}
+
+// One field of a port record, found by its key.
+struct record_field {
+  std::string_view key;
+  uint32_t pppoeia_location::*location;
+  uint32_t pppoeia_port_info::*info;
+};
+
+constexpr record_field number_fields[] = {
+    {"parent", nullptr, &pppoeia_port_info::parent_id},
+    {"kind", nullptr, &pppoeia_port_info::kind},
+    {"panel-kind", &pppoeia_location::panel_kind, nullptr},
+    {"onu", &pppoeia_location::onu, nullptr},
+    {"gem", &pppoeia_location::gem, nullptr},
+    {"pvc", &pppoeia_location::pvc_intf, nullptr},
+    {"reserved", &pppoeia_location::reserved, nullptr},
+};
+
+template <size_t Size>
+bool text_field(char (&field)[Size], std::string_view value, size_t most)
+{
+  if (value.size() > most)
+    return false;
+  std::memcpy(field, value.data(), value.size());
+  return true;
+}
+
+bool field_set(pppoeia_port_info& info, std::string_view key, std::string_view value)
+{
+  if (key == "type")
+    return text_field(info.type, value, 10);
+  if (key == "panel")
+    return text_field(info.location.panel, value, sizeof info.location.panel);
+  for (const record_field& field : number_fields) {
+    const std::optional<int64_t> number = integer_parse(value);
+    if (field.key != key || !number || *number < 0 || *number > std::numeric_limits<uint32_t>::max())
+      continue;
+    (field.info ? info.*field.info : info.location.*field.location) = static_cast<uint32_t>(*number);
+    return true;
+  }
+  return false;
+}
+
+std::optional<pppoeia_port_info> info_parse(std::string_view text, std::string& why)
+{
+  pppoeia_port_info info{};
+  while (!text.empty()) {
+    const std::string_view part = text.substr(0, text.find(','));
+    text.remove_prefix(std::min(part.size() + 1, text.size()));
+    const size_t equals = part.find('=');
+    if (equals == std::string_view::npos || !field_set(info, part.substr(0, equals), part.substr(equals + 1))) {
+      why = "no such field or value: '" + std::string(part) + "'";
+      return std::nullopt;
+    }
+  }
+  return info;
+}
+
+std::optional<buffer> encode_number(const api::argument& argument, std::string_view text, std::string& why)
+{
+  const std::optional<int64_t> number = number_parse(argument, text);
+  if (!number) {
+    why = "no such value: '" + std::string(text) + "'";
+    return std::nullopt;
+  }
+  if (argument.what == kind::u16)
+    return bytes_of(static_cast<uint16_t>(*number));
+  return bytes_of(static_cast<uint32_t>(*number));
+}
+
+}  // namespace
+
+std::optional<int64_t> number_parse(const api::argument& argument, std::string_view text)
+{
+  for (const api::value_name& name : api::names_of(argument.words))
+    if (name.word == text)
+      return name.value;
+  const std::optional<int64_t> number = integer_parse(text);
+  const range allowed = range_of(argument.what);
+  if (!number || *number < allowed.least || *number > allowed.most)
+    return std::nullopt;
+  return number;
+}
+
+std::optional<buffer> encode(const api::argument& argument, std::string_view text, std::string& why)
+{
+  switch (argument.what) {
+  case kind::name:
+  case kind::text:
+  case kind::tty:
+    return terminated(text);
+  case kind::u16:
+  case kind::u32:
+  case kind::i32:
+  case kind::unused:
+    return encode_number(argument, text, why);
+  case kind::mac: {
+    buffer bytes(6);
+    if (CKvUtil::stringToMac(text, bytes.data()))
+      return bytes;
+    why = "no MAC address: '" + std::string(text) + "'";
+    return std::nullopt;
+  }
+  case kind::port_info:
+  case kind::name_update:
+    if (const auto info = info_parse(text, why))
+      return argument.what == kind::port_info ? bytes_of(*info) : bytes_of(info->location);
+    return std::nullopt;
+  default:
+    return output_room(argument);
+  }
+}
+
+buffer output_room(const api::argument& argument)
+{
+  return buffer(argument.size);
+}
+
+std::string text_of(const buffer& bytes)
+{
+  const auto* text = reinterpret_cast<const char*>(bytes.data());
+  return {text, strnlen(text, bytes.size())};
+}
+
+int64_t number_of(const api::argument& argument, const buffer& bytes)
+{
+  uint32_t number = 0;
+  std::memcpy(&number, bytes.data(), std::min(bytes.size(), sizeof number));
+  return argument.what == kind::out_i32 ? static_cast<int32_t>(number) : int64_t{number};
+}
+
+std::string number_word(const api::argument& argument, int64_t number)
+{
+  const bool minus_one = number == std::numeric_limits<uint32_t>::max();
+  for (const api::value_name& name : api::names_of(argument.words))
+    if (name.value == number || (name.value == -1 && minus_one))
+      return std::string(name.word);
+  return std::to_string(number);
+}
+
+std::string error_text(std::string_view operation, int32_t result)
+{
+  if (result > 0)
+    return operation == "pppoeia_init" || operation == "pppoeia_bridge_add" ? std::strerror(result)
+                                                                            : "not applicable to this bridge or port";
+  if (operation == "pppoeia_bridge_add" && result == -ENODEV)
+    return "bridge already exists";
+  switch (-result) {
+  case EPERM:
+    return "not possible";
+  case ENOENT:
+    return operation == "pppoeia_fini" ? "agent not initialised" : "no such bridge or entry";
+  case ENXIO:
+    return "agent not initialised";
+  case ENOMEM:
+    return operation == "pppoeia_bridge_vendor_set" ? "text too long" : "no memory";
+  case ENODEV:
+    return operation == "pppoeia_vlan_name_set" ? "no such VLAN" : "no such port";
+  case EINVAL:
+    return "invalid value";
+  case EMFILE:
+    return "no such kernel bridge";
+  case ENOSPC:
+    return operation == "pppoeia_port_add" ? "port id out of range" : "text too long";
+  default:
+    return std::strerror(-result);
+  }
+}
+
+}  // namespace agent_client

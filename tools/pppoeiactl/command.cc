@@ -1,0 +1,82 @@
+#include "tools/pppoeiactl/command.h"
+
+#include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/show.h"
+
+#include <cstdio>
+
+namespace {
+
+// Commands beside the operations.
+struct special {
+  std::string_view word;
+  std::string_view usage;
+  std::string_view summary;
+  void (*run)(const context& context, const words& rest);
+};
+
+void init_run(const context& context, const words& rest)
+{
+  operation_run(context, row("pppoeia_init"), rest);
+}
+
+void fini_run(const context& context, const words& rest)
+{
+  operation_run(context, row("pppoeia_fini"), rest);
+}
+
+constexpr special specials[] = {
+    {"init", "init", "Initialise the agent", init_run},
+    {"fini", "fini", "Delete every bridge and end the agent's state", fini_run},
+    {"show", "show bridge BRIDGE | port BRIDGE [PORT] | port-vlan BRIDGE PORT", "Gather what the getters tell",
+     show_run},
+    {"call", "call ID ARG...", "Call any operation by its function id", call_run},
+};
+
+}  // namespace
+
+void command_run(const context& context, const words& line)
+{
+  if (line.empty())
+    return;
+  for (const special& command : specials)
+    if (line[0] == command.word)
+      return command.run(context, words(line.begin() + 1, line.end()));
+  words rest;
+  const api::operation* operation = operation_of(line, rest);
+  if (!operation)
+    throw command_error(exit_usage, "no such command: " + line[0]);
+  operation_run(context, *operation, rest);
+}
+
+exit_status batch_run(const context& context, std::istream& lines, const std::string& name, bool go_on)
+{
+  exit_status first = exit_done;
+  size_t number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    try {
+      command_run(context, line_split(line));
+    } catch (const command_error& error) {
+      std::fprintf(stderr, "%s:%zu: %s\n", name.c_str(), number, error.what());
+      first = first == exit_done ? error.status() : first;
+      if (!go_on)
+        break;
+    }
+  }
+  return first;
+}
+
+std::string command_list()
+{
+  std::string list = "Commands:\n";
+  const auto add = [&](std::string_view usage, std::string_view summary) {
+    list += "  " + std::string(usage) + "\n      " + std::string(summary) + "\n";
+  };
+  for (const special& command : specials)
+    add(command.usage, command.summary);
+  for (const api::operation& operation : api::operations)
+    add(operation_usage(operation), operation.summary);
+  return list;
+}

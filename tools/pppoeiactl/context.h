@@ -1,0 +1,54 @@
+// What every command has: the connection, the output style, and the ways to fail.
+#ifndef TOOLS_PPPOEIACTL_CONTEXT_H
+#define TOOLS_PPPOEIACTL_CONTEXT_H
+
+#include "tools/agent_client/agent_client.h"
+#include "tools/pppoeiactl/exit_status.h"
+
+#include <nlohmann/json.hpp>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// Thrown by commands, caught where one command ends: its text goes to standard error.
+class command_error : public std::runtime_error {
+public:
+  command_error(exit_status status, const std::string& text) : std::runtime_error(text), status_(status) {}
+  exit_status status() const { return status_; }
+
+private:
+  exit_status status_;
+};
+
+using words = std::vector<std::string>;
+
+struct context {
+  agent_client::connection& agent;
+  bool json = false;
+
+  // Calls an operation by its row's name; the name is checked while compiling where it is a literal (see row()).
+  // Throws unless the agent answered; the result may be any.
+  agent_client::answer ask(const api::operation& operation, const words& inputs) const;
+
+  // The same, and throws unless the result is 0.
+  agent_client::answer demand(const api::operation& operation, const words& inputs) const;
+};
+
+// The row of an operation that must exist: a misspelt name does not compile.
+consteval const api::operation& row(std::string_view name)
+{
+  const api::operation* found = api::find_operation(name);
+  if (!found)
+    throw "no such operation";
+  return *found;
+}
+
+// A text as JSON: valid UTF-8 whatever its bytes are (bytes above 127 and control characters as \u00xx), and the bytes
+// in hexadecimal beside it as "<key>_hex".
+void json_put_text(nlohmann::ordered_json& object, const std::string& key, const std::string& text);
+
+// A text for a terminal: printable ASCII as it is, other bytes as \xNN.
+std::string printable(const std::string& text);
+
+#endif

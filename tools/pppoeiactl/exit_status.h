@@ -1,0 +1,13 @@
+// How the program ends.
+#ifndef TOOLS_PPPOEIACTL_EXIT_STATUS_H
+#define TOOLS_PPPOEIACTL_EXIT_STATUS_H
+
+enum exit_status : int {
+  exit_done = 0,
+  exit_refused = 1,  // by the agent
+  exit_usage = 2,
+  exit_no_agent = 3,
+  exit_time_out = 4,
+};
+
+#endif

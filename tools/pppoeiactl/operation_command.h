@@ -1,0 +1,20 @@
+// Commands that are operations: their words stand in the API table.
+#ifndef TOOLS_PPPOEIACTL_OPERATION_COMMAND_H
+#define TOOLS_PPPOEIACTL_OPERATION_COMMAND_H
+
+#include "tools/pppoeiactl/context.h"
+
+// The operation whose command words begin the line, the longest one, and the rest of the line; null for none.
+const api::operation* operation_of(const words& line, words& rest);
+
+// Runs an operation with its inputs as words and prints what it tells. Records are given by --type, --kind, --parent
+// and --location; the terminal of a report is this program's standard output unless --tty names one.
+void operation_run(const context& context, const api::operation& operation, const words& inputs);
+
+// "call ID ARG...": inputs in order, as `operation_run` takes them; of an id that has no operation, texts.
+void call_run(const context& context, const words& line);
+
+// "bridge vlan set BRIDGE VLAN ENABLE": the command with its inputs.
+std::string operation_usage(const api::operation& operation);
+
+#endif

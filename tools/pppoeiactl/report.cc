@@ -1,0 +1,104 @@
+#include "tools/pppoeiactl/report.h"
+
+#include "pppoeia/api_records.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+struct counter_name {
+  const char* name;
+  uint32_t pppoeia_stats::*counter;
+};
+
+constexpr counter_name counters[] = {
+    {"padi", &pppoeia_stats::padi},
+    {"padr", &pppoeia_stats::padr},
+    {"pado", &pppoeia_stats::pado},
+    {"pads", &pppoeia_stats::pads},
+    {"padt", &pppoeia_stats::padt},
+    {"dropped", &pppoeia_stats::dropped},
+    {"unknown", &pppoeia_stats::unknown_code},
+    {"malformed", &pppoeia_stats::malformed},
+    {"unchanged", &pppoeia_stats::unchanged},
+};
+
+template <typename Record>
+Record record_of(const agent_client::buffer& bytes)
+{
+  Record record{};
+  std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
+  return record;
+}
+
+}  // namespace
+
+void report::add_text(const std::string& key, const std::string& text)
+{
+  lines_.emplace_back(key, "'" + printable(text) + "'");
+  json_put_text(json_, key, text);
+}
+
+void report::add_number(const std::string& key, int64_t number, const std::string& word)
+{
+  lines_.emplace_back(key, word);
+  json_[key] = number;
+  if (word != std::to_string(number))
+    json_[key + "_name"] = word;
+}
+
+void report::add(const api::argument& argument, const std::string& key, const agent_client::buffer& bytes)
+{
+  switch (argument.what) {
+  case api::kind::out_text:
+    return add_text(key, agent_client::text_of(bytes));
+  case api::kind::out_u32:
+  case api::kind::out_i32: {
+    const int64_t number = agent_client::number_of(argument, bytes);
+    return add_number(key, number, agent_client::number_word(argument, number));
+  }
+  case api::kind::out_stats: {
+    const auto stats = record_of<pppoeia_stats>(bytes);
+    for (const counter_name& row : counters)
+      add_number(row.name, stats.*row.counter, std::to_string(stats.*row.counter));
+    return;
+  }
+  case api::kind::out_entry: {
+    const auto entry = record_of<pppoeia_port_vlan_entry>(bytes);
+    const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
+    add_number("vlan", entry.vlan_id, std::to_string(entry.vlan_id));
+    add_number("circuit-id-mode", entry.cid_mode, agent_client::number_word(mode, entry.cid_mode));
+    add_text("circuit-id-format", std::string(entry.cid_format, strnlen(entry.cid_format, 129)));
+    add_text("remote-id-format", std::string(entry.rid_format, strnlen(entry.rid_format, 129)));
+    return;
+  }
+  default:
+    return;
+  }
+}
+
+void report::add(const api::operation& operation, const agent_client::answer& answer, const renaming& rename)
+{
+  const auto arguments = operation.arguments();
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (!api::is_output(arguments[i].what))
+      continue;
+    const std::string other = rename ? rename(arguments[i].name) : std::string();
+    add(arguments[i], other.empty() ? std::string(arguments[i].name) : other, answer.buffers[i]);
+  }
+}
+
+void report::print(const context& context) const
+{
+  if (context.json) {
+    std::printf("%s\n", json_.dump().c_str());
+    return;
+  }
+  size_t width = 0;
+  for (const auto& [key, value] : lines_)
+    width = std::max(width, key.size());
+  for (const auto& [key, value] : lines_)
+    std::printf("%-*s %s\n", static_cast<int>(width), key.c_str(), value.c_str());
+}

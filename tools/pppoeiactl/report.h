@@ -1,0 +1,38 @@
+// Outputs of operations as lines for people or as JSON.
+#ifndef TOOLS_PPPOEIACTL_REPORT_H
+#define TOOLS_PPPOEIACTL_REPORT_H
+
+#include "tools/pppoeiactl/context.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// Names and values in order; texts keep their bytes.
+class report {
+public:
+  // Gives an argument another name than its own; an empty answer keeps it.
+  using renaming = std::function<std::string(std::string_view)>;
+
+  // All outputs of an answer.
+  void add(const api::operation& operation, const agent_client::answer& answer, const renaming& rename = {});
+  void add_text(const std::string& key, const std::string& text);
+  void add_number(const std::string& key, int64_t number, const std::string& word);
+
+  bool empty() const { return lines_.empty(); }
+  const nlohmann::ordered_json& json() const { return json_; }
+  const std::vector<std::pair<std::string, std::string>>& lines() const { return lines_; }
+
+  // "key value" lines with aligned values, or one JSON object.
+  void print(const context& context) const;
+
+private:
+  void add(const api::argument& argument, const std::string& key, const agent_client::buffer& bytes);
+
+  std::vector<std::pair<std::string, std::string>> lines_;
+  nlohmann::ordered_json json_ = nlohmann::ordered_json::object();
+};
+
+#endif
