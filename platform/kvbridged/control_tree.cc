@@ -1,0 +1,277 @@
+#define FUSE_USE_VERSION 35
+#include "platform/kvbridged/control_tree.h"
+
+#include "platform/kvbridged/caller_memory.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fuse_lowlevel.h>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace kvbridged {
+namespace {
+
+// Request codes of the modules.
+constexpr unsigned kvmng_version_get = 0x80046d02;
+constexpr unsigned kvmng_device_create = 0x40046d00;
+constexpr unsigned kvmng_device_delete = 0x40046d01;
+constexpr unsigned kvbridge_version_get = 0x80047a05;
+constexpr unsigned kvbridge_info_get = 0x80047a06;
+constexpr unsigned kvbridge_filter_attach = 0x40047ac8;
+
+// Fixed inodes, then two a bridge: its directory and its file.
+constexpr fuse_ino_t mng_dir = 2, kvbridge_dir = 3, mng_config = 4, kvbridge_config = 5, first_bridge = 16;
+
+struct node {
+  fuse_ino_t inode;
+  std::string name;
+  bool directory;
+};
+
+modules& of(fuse_req_t request)
+{
+  return *static_cast<modules*>(fuse_req_userdata(request));
+}
+
+fuse_ino_t bridge_dir(size_t bridge)
+{
+  return first_bridge + 2 * bridge;
+}
+
+std::optional<size_t> bridge_of_file(const modules& all, fuse_ino_t inode)
+{
+  const bool file = inode >= first_bridge && (inode - first_bridge) % 2 == 1;
+  const size_t bridge = file ? (inode - first_bridge) / 2 : all.bridge_count();
+  return bridge < all.bridge_count() ? std::optional(bridge) : std::nullopt;
+}
+
+bool is_directory(fuse_ino_t inode)
+{
+  return inode <= kvbridge_dir || (inode >= first_bridge && (inode - first_bridge) % 2 == 0);
+}
+
+std::vector<node> children_of(const modules& all, fuse_ino_t parent)
+{
+  std::vector<node> children;
+  if (parent == FUSE_ROOT_ID)
+    return {{mng_dir, "mng", true}, {kvbridge_dir, "kvbridge", true}};
+  if (parent == mng_dir)
+    return {{mng_config, "config", false}};
+  if (parent == kvbridge_dir) {
+    children.push_back({kvbridge_config, "config", false});
+    for (size_t i = 0; i < all.bridge_count(); ++i)
+      children.push_back({bridge_dir(i), all.settings(i).name, true});
+    return children;
+  }
+  return {{parent + 1, "bridge", false}};
+}
+
+struct stat attributes_of(fuse_ino_t inode)
+{
+  struct stat attributes {};
+  attributes.st_ino = inode;
+  attributes.st_mode = is_directory(inode) ? S_IFDIR | 0555 : S_IFREG | 0444;
+  attributes.st_nlink = 1;
+  return attributes;
+}
+
+void lookup(fuse_req_t request, fuse_ino_t parent, const char* name)
+{
+  for (const node& child : children_of(of(request), parent)) {
+    if (child.name != name)
+      continue;
+    fuse_entry_param entry{};
+    entry.ino = child.inode;
+    entry.attr = attributes_of(child.inode);
+    entry.attr_timeout = entry.entry_timeout = 1.0;
+    fuse_reply_entry(request, &entry);
+    return;
+  }
+  fuse_reply_err(request, ENOENT);
+}
+
+void getattr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*)
+{
+  const struct stat attributes = attributes_of(inode);
+  fuse_reply_attr(request, &attributes, 1.0);
+}
+
+void readdir(fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*)
+{
+  std::string listing;
+  const std::vector<node> children = children_of(of(request), inode);
+  for (size_t i = static_cast<size_t>(offset); i < children.size(); ++i) {
+    const struct stat attributes = attributes_of(children[i].inode);
+    const char* name = children[i].name.c_str();
+    const size_t used = listing.size();
+    const size_t need = fuse_add_direntry(request, nullptr, 0, name, nullptr, 0);
+    if (used + need > size)
+      break;
+    listing.resize(used + need);
+    fuse_add_direntry(request, listing.data() + used, need, name, &attributes, static_cast<off_t>(i + 1));
+  }
+  fuse_reply_buf(request, listing.data(), listing.size());
+}
+
+void open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file)
+{
+  if (is_directory(inode)) {
+    fuse_reply_err(request, EISDIR);
+    return;
+  }
+  static uint64_t opens = 0;
+  file->fh = ++opens;
+  fuse_reply_open(request, file);
+}
+
+// For each bridge, the open of its file that attached the filter: its release takes the filter off.
+std::map<size_t, uint64_t>& filter_owners()
+{
+  static std::map<size_t, uint64_t> owners;
+  return owners;
+}
+
+void release(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file)
+{
+  const auto bridge = bridge_of_file(of(request), inode);
+  if (bridge && filter_owners()[*bridge] == file->fh)
+    of(request).bridge_closed(*bridge);
+  fuse_reply_err(request, 0);
+}
+
+// A NUL-terminated name of at most `size` - 1 characters.
+std::string name_in(const std::string& bytes, size_t at, size_t size)
+{
+  if (at >= bytes.size())
+    return {};
+  const std::string field = bytes.substr(at, size);
+  return field.substr(0, field.find('\0'));
+}
+
+void reply_number(fuse_req_t request, int32_t number)
+{
+  fuse_reply_ioctl(request, 0, &number, sizeof number);
+}
+
+void reply_status(fuse_req_t request, int error)
+{
+  if (error != 0)
+    fuse_reply_err(request, error);
+  else
+    fuse_reply_ioctl(request, 0, nullptr, 0);
+}
+
+std::string argument_bytes(fuse_req_t request, const void* address, size_t size)
+{
+  return caller_bytes(fuse_req_ctx(request)->pid, address, size);
+}
+
+void mng_request(fuse_req_t request, unsigned code, const void* argument)
+{
+  constexpr size_t name_size = 16;
+  modules& all = of(request);
+  if (code == kvmng_version_get)
+    reply_number(request, modules::kvmng_version);
+  else if (code == kvmng_device_create)
+    reply_status(request, all.device_create(name_in(argument_bytes(request, argument, name_size), 0, name_size)));
+  else if (code == kvmng_device_delete)
+    reply_status(request, all.device_delete(name_in(argument_bytes(request, argument, name_size), 0, name_size)));
+  else
+    fuse_reply_err(request, ENOTTY);
+}
+
+void filter_request(fuse_req_t request, size_t bridge, const void* argument, uint64_t owner)
+{
+  constexpr size_t name_size = 17;
+  const std::string record = argument_bytes(request, argument, 2 * name_size);
+  const int error =
+      of(request).filter_attach(bridge, name_in(record, 0, name_size), name_in(record, name_size, name_size));
+  if (error == 0)
+    filter_owners()[bridge] = owner;
+  reply_status(request, error);
+}
+
+void bridge_request(fuse_req_t request, size_t bridge, unsigned code, const void* argument, uint64_t owner)
+{
+  if (code == kvbridge_info_get)
+    reply_number(request, of(request).settings(bridge).stag_ethertype);
+  else if (code == kvbridge_filter_attach)
+    filter_request(request, bridge, argument, owner);
+  else
+    fuse_reply_err(request, ENOTTY);
+}
+
+void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned code, void* argument, fuse_file_info* file, unsigned flags,
+           const void*, size_t, size_t)
+{
+  if (flags & FUSE_IOCTL_COMPAT)
+    fuse_reply_err(request, ENOSYS);
+  else if (inode == mng_config)
+    mng_request(request, code, argument);
+  else if (inode == kvbridge_config && code == kvbridge_version_get)
+    reply_number(request, modules::kvbridge_version);
+  else if (const auto bridge = bridge_of_file(of(request), inode))
+    bridge_request(request, *bridge, code, argument, file->fh);
+  else
+    fuse_reply_err(request, ENOTTY);
+}
+
+fuse_lowlevel_ops operations()
+{
+  fuse_lowlevel_ops ops{};
+  ops.lookup = lookup;
+  ops.getattr = getattr;
+  ops.readdir = readdir;
+  ops.open = open;
+  ops.release = release;
+  ops.ioctl = ioctl;
+  return ops;
+}
+
+}  // namespace
+
+control_tree::control_tree(modules& modules, loop& events, const std::string& mount_point)
+    : events_(events), mount_point_(mount_point)
+{
+  std::error_code ignored;
+  std::filesystem::create_directories(mount_point, ignored);
+  char program[] = "kvbridged";
+  char options[] = "-oallow_other,fsname=kvbridged";
+  char* argv[] = {program, options, nullptr};
+  fuse_args args = FUSE_ARGS_INIT(2, argv);
+  const fuse_lowlevel_ops ops = operations();
+  session_ = fuse_session_new(&args, &ops, sizeof ops, &modules);
+  fuse_opt_free_args(&args);
+  if (!session_ || fuse_session_mount(session_, mount_point.c_str()) != 0) {
+    if (session_)
+      fuse_session_destroy(session_);
+    throw fatal("cannot mount a file system (FUSE) at " + mount_point);
+  }
+  events_.watch(fuse_session_fd(session_), [this] { serve(); });
+}
+
+control_tree::~control_tree()
+{
+  events_.forget(fuse_session_fd(session_));
+  fuse_session_unmount(session_);
+  fuse_session_destroy(session_);
+  std::error_code ignored;
+  std::filesystem::remove(mount_point_, ignored);
+}
+
+void control_tree::serve()
+{
+  fuse_buf buffer{};
+  const int size = fuse_session_receive_buf(session_, &buffer);
+  if (size > 0)
+    fuse_session_process_buf(session_, &buffer);
+  else if (size != -EINTR && size != -EAGAIN)
+    events_.end();  // unmounted by somebody else
+  std::free(buffer.mem);
+}
+
+}  // namespace kvbridged

@@ -1,0 +1,63 @@
+#include "platform/kvbridged/settings.h"
+
+#include <charconv>
+#include <sstream>
+
+namespace kvbridged {
+namespace {
+
+std::vector<std::string> parts_of(const std::string& text)
+{
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, ',');)
+    parts.push_back(part);
+  return parts;
+}
+
+unsigned number(const std::string& text, unsigned least, unsigned most)
+{
+  const bool hex = text.starts_with("0x");
+  const char* begin = text.data() + (hex ? 2 : 0);
+  unsigned value = 0;
+  const auto [end, error] = std::from_chars(begin, text.data() + text.size(), value, hex ? 16 : 10);
+  if (error != std::errc{} || end != text.data() + text.size() || value < least || value > most)
+    throw fatal("no number from " + std::to_string(least) + " to " + std::to_string(most) + ": '" + text + "'");
+  return value;
+}
+
+}  // namespace
+
+bridge_settings bridge_parse(const std::string& text)
+{
+  const std::vector<std::string> parts = parts_of(text);
+  bridge_settings bridge;
+  if (parts.empty() || parts[0].empty() || parts[0].size() > 10 || parts[0].find('/') != std::string::npos)
+    throw fatal("no bridge name of 1 to 10 characters: '" + text + "'");
+  bridge.name = parts[0];
+  for (size_t i = 1; i < parts.size(); ++i) {
+    if (parts[i].starts_with("stag="))
+      bridge.stag_ethertype = static_cast<uint16_t>(number(parts[i].substr(5), 0x600, 0xffff));
+    else if (parts[i].starts_with("mtu="))
+      bridge.mtu = static_cast<int>(number(parts[i].substr(4), 68, 9000));
+    else
+      throw fatal("no such bridge setting: '" + parts[i] + "'");
+  }
+  return bridge;
+}
+
+void port_parse(const std::string& text, std::vector<bridge_settings>& bridges)
+{
+  const std::vector<std::string> parts = parts_of(text);
+  if (parts.size() != 4 || (parts[2] != "subscriber" && parts[2] != "network"))
+    throw fatal("a port is BRIDGE,PORT,subscriber|network,INTERFACE, not '" + text + "'");
+  for (bridge_settings& bridge : bridges) {
+    if (bridge.name != parts[0])
+      continue;
+    bridge.ports.push_back({static_cast<uint16_t>(number(parts[1], 1, 65535)), parts[2] == "network", parts[3]});
+    return;
+  }
+  throw fatal("no such bridge: '" + parts[0] + "'");
+}
+
+}  // namespace kvbridged
