@@ -4,9 +4,12 @@
 #include "pppoeia/log.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <array>
+#include <charconv>
 
 namespace {
+
+constexpr char operation[] = "processMacroString";
 
 struct request {
   const std::string& value;
@@ -23,7 +26,7 @@ struct request {
 bool refuse(const char* why)
 {
   pppoeia_log(log_debug, "<PPPOEIA> >> ERROR: %s", why);
-  CUSTOMID_TRACE("\t", "%s \n", why);
+  CUSTOMID_TRACE("\t", operation, "%s \n", why);
   return false;
 }
 
@@ -38,12 +41,14 @@ int hex_digit(char c)
   return -1;
 }
 
-// Appends a number in that base, lower case, at least `width` digits.
-void append_number(std::string& out, const char* format, unsigned number)
+// Appends a number in lower-case hexadecimal digits, whole bytes.
+void append_bytes(std::string& out, unsigned number)
 {
-  char digits[16];
-  std::snprintf(digits, sizeof digits, format, number);
-  out += digits;
+  char digits[8];
+  const char* const end = std::to_chars(digits, digits + sizeof digits, number, 16).ptr;
+  if ((end - digits) % 2 != 0)
+    out += '0';
+  out.append(digits, static_cast<size_t>(end - digits));
 }
 
 // The operator's digits, upper case, filled up to whole bytes at the end.
@@ -51,29 +56,43 @@ bool user_string(const std::string& value, std::string& out)
 {
   for (const char c : value) {
     if (hex_digit(c) < 0) {
-      CUSTOMID_TRACE("\t", "Non-hex character present in HEX string \n");
+      CUSTOMID_TRACE("\t", operation, "Non-hex character present in HEX string \n");
       return false;
     }
     out += "0123456789ABCDEF"[hex_digit(c)];
   }
   if (out.size() % 2 != 0) {
-    CUSTOMID_TRACE("\t", "Odd length of HEX string, pad 0 \n");
+    CUSTOMID_TRACE("\t", operation, "Odd length of HEX string, pad 0 \n");
     out += '0';
   }
   return true;
 }
 
-struct octets {
-  int part[4];
-};
+using octets = std::array<unsigned, 4>;
 
+// The numbers of a dotted address; what is not there is 0.
 octets ipv4_octets(const std::string& value)
 {
   octets address{};
-  if (std::sscanf(value.c_str(), "%d.%d.%d.%d", &address.part[0], &address.part[1], &address.part[2],
-                  &address.part[3]) != 4)
-    CUSTOMID_TRACE("\t", "'%s' is no IPv4 address \n", value.c_str());
+  const char* at = value.data();
+  const char* const end = at + value.size();
+  for (unsigned& part : address) {
+    const auto [rest, error] = std::from_chars(at, end, part);
+    if (error != std::errc{} || rest == end || *rest != '.')
+      break;
+    at = rest + 1;
+  }
   return address;
+}
+
+// Appends a part of an IPv4 address in `base`, filled up with zeros to `width` digits.
+void append_octet(std::string& out, unsigned part, int base, size_t width)
+{
+  char digits[10];
+  const auto length = static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, part, base).ptr - digits);
+  out.append(width - std::min(width, length), '0');
+  for (size_t i = 0; i < length; ++i)
+    out += "0123456789ABCDEF"[hex_digit(digits[i])];
 }
 
 void replace_separators(const std::string& value, char separator, const std::string& by, std::string& out)
@@ -114,12 +133,10 @@ bool ip_padded(const request& r, std::string& out)
   if (r.shape == macro_shape::ipv6)
     return ipv6_joined(r.value, r.has(macroStringDelimChar) ? r.delimiter : ":", out);
   const octets address = ipv4_octets(r.value);
-  for (int i = 0; i < 4; ++i) {
+  for (size_t i = 0; i < address.size(); ++i) {
     if (i > 0)
       out += r.has(macroStringDelimChar) ? r.delimiter : ".";
-    char digits[16];
-    std::snprintf(digits, sizeof digits, "%03d", address.part[i]);
-    out += digits;
+    append_octet(out, address[i], 10, 3);
   }
   return true;
 }
@@ -140,8 +157,8 @@ bool hexadecimal(const request& r, std::string& out)
     return true;
   case macro_shape::ipv4:
     if (!r.value.empty())
-      for (const int part : ipv4_octets(r.value).part)
-        append_number(out, "%02X", static_cast<unsigned>(part));
+      for (const unsigned part : ipv4_octets(r.value))
+        append_octet(out, part, 16, 2);
     return true;
   case macro_shape::ipv6:
     return r.value.empty() || ipv6_joined(r.value, "", out);
@@ -150,9 +167,7 @@ bool hexadecimal(const request& r, std::string& out)
   case macro_shape::user:
     break;
   }
-  append_number(out, "%x", decimal_value(r.value));
-  if (out.size() % 2 != 0)
-    out.insert(0, 1, '0');
+  append_bytes(out, decimal_value(r.value));
   return true;
 }
 
@@ -181,7 +196,8 @@ bool fit(const request& r, std::string& out)
   if (r.address() && (r.has(macroStringPadZeroes) || r.has(macroStringPadSpaces)))
     return refuse("MAC/IP is not allowed for padding with specified number of characters");
   if (r.num_chars > macroNumOfCharsMax) {
-    CUSTOMID_TRACE("\t", "numChars=%u > macroNumOfCharsMax=%u \n", r.num_chars, macroNumOfCharsMax);
+    CUSTOMID_TRACE("\t", operation, "numChars=%d > macroNumOfCharsMax=%d \n", static_cast<int>(r.num_chars),
+                   static_cast<int>(macroNumOfCharsMax));
     return false;
   }
   const size_t unit = r.has(macroStringPrintHex) ? 2 : 1;
@@ -203,7 +219,7 @@ bool render(const request& r, std::string& out)
     return hexadecimal(r, out);
   if (r.has(macroStringDelimChar))
     return delimited(r, out);
-  CUSTOMID_TRACE("\t", "No HEX or delimiter option \n");
+  CUSTOMID_TRACE("\t", operation, "No HEX or delimiter option \n");
   out = r.value;
   return true;
 }
@@ -268,6 +284,6 @@ bool processMacroString(const std::string& str, customIdFormat macroType, char f
   else
     done = render(r, processedStr) && (!r.has(macroStringNumOfChars) || fit(r, processedStr));
   if (done)
-    CUSTOMID_TRACE("\t", "processedStr='%s'\n", processedStr.c_str());
+    CUSTOMID_TRACE("\t", operation, "processedStr='%s'\n", processedStr.c_str());
   return done;
 }

@@ -1,17 +1,17 @@
 // Expansion of one format: literal text is copied, macros are replaced by their values, and what cannot be replaced
 // stays as it was written.
 #include "pppoeia/customid/binary.h"
+#include "pppoeia/customid/compiled.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/formatter.h"
-#include "pppoeia/customid/parser.h"
 #include "pppoeia/customid/resolver.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 
-#include <map>
-
 namespace {
+
+constexpr char operation[] = "genCustomId";
 
 // For whom an identifier is made.
 struct target {
@@ -24,29 +24,19 @@ struct target {
   const char* name() const { return bridge->name; }
 };
 
-// A macro as the parser left it. Delimiter and number live on from macro to macro.
-struct macro {
-  unsigned long begin = 0;
-  customIdFormat type{};
-  char flags = 0;
-  std::string delimiter;
-  unsigned num_chars = 0;
-  std::string user;
-  std::string text;
-};
-
-// The identifier so far, and where it holds hexadecimal digits.
+// The identifier so far, where it holds hexadecimal digits, and room for one macro's value on its way.
 struct draft {
   std::string text;
-  std::map<unsigned long, unsigned> hex_segments;
+  std::vector<hex_segment> hex_segments;
+  std::string value;
+  std::string processed;
 };
 
 // The raw value: the operator's own digits, or what the resolver knows. False when there is no source.
-bool value_take(const target& to, macro& m, std::string& value)
+bool value_take(const target& to, const parsed_macro& m, std::string& value)
 {
   if (!m.user.empty()) {
-    value = std::move(m.user);
-    m.user.clear();
+    value = m.user;
     return true;
   }
   if (getMacroStringValue(to.bridge, m.type, value, to.intf_id, to.use_data, to.vid, to.cvid))
@@ -56,37 +46,60 @@ bool value_take(const target& to, macro& m, std::string& value)
   return false;
 }
 
-void macro_expand(const target& to, macro& m, draft& id)
+// Of segments at the same place, which follow each other when the earlier is empty, the last one counts.
+void hex_segment_add(draft& id)
 {
-  std::string value;
-  std::string processed;
-  if (!value_take(to, m, value)) {
+  const hex_segment segment{id.text.size(), static_cast<unsigned>(id.processed.size())};
+  if (!id.hex_segments.empty() && id.hex_segments.back().begin == segment.begin)
+    id.hex_segments.pop_back();
+  else if (id.hex_segments.empty())
+    id.hex_segments.reserve(8);
+  id.hex_segments.push_back(segment);
+}
+
+void macro_expand(const target& to, const parsed_macro& m, draft& id)
+{
+  if (!value_take(to, m, id.value)) {
     id.text += m.text;
     return;
   }
-  if (!processMacroString(value, m.type, m.flags, m.delimiter, m.num_chars, processed)) {
-    CUSTOMID_TRACE("", "Error processing macro string. Appending macro string='%s'\n", m.text.c_str());
+  if (!processMacroString(id.value, m.type, m.flags, m.delimiter, m.num_chars, id.processed)) {
+    CUSTOMID_TRACE("", operation, "Error processing macro string. Appending macro string='%s'\n", m.text.c_str());
     id.text += m.text;
     return;
   }
   if ((m.flags & macroStringPrintHex) || m.type == HEX)
-    id.hex_segments[id.text.size()] = static_cast<unsigned>(processed.size());
-  id.text += processed;
+    hex_segment_add(id);
+  id.text += id.processed;
 }
 
-draft format_expand(const target& to, const std::string& format)
+// Expands the macros that `next` gives one by one, and copies what stands between and behind them.
+template <typename Next>
+draft format_expand(const target& to, const std::string& format, Next next)
 {
   draft id;
-  macro m;
-  unsigned long at = 0;
-  while (getNextMacroFormatString(format, at, m.begin, m.text, m.type, m.flags, m.delimiter, m.num_chars, m.user)) {
-    id.text.append(format, at, m.begin - at);
-    macro_expand(to, m, id);
-    at = m.begin + m.text.size();
+  id.text.reserve(2 * bridge_format_max);
+  size_t at = 0;
+  while (const parsed_macro* macro = next()) {
+    id.text.append(format, at, macro->begin - at);
+    macro_expand(to, *macro, id);
+    at = macro->begin + macro->text.size();
   }
   id.text.append(format, at);
   pppoeia_log(log_debug, "<%s> >> Generated custom ID '%s'.", to.name(), id.text.c_str());
   return id;
+}
+
+// While somebody listens, parsing, resolving and formatting take turns, so that their lines come in that order.
+draft format_expand(const target& to, const std::string& format)
+{
+  if (log_enabled(log_debug) || customFormatTestDebug.load(std::memory_order_relaxed)) {
+    format_parse parse(format);
+    return format_expand(to, format, [&] { return parse.next(); });
+  }
+  const std::vector<parsed_macro>& macros = format_compiled(format);
+  auto at = macros.begin();
+  return format_expand(to, format, [&] { return at != macros.end() ? &*at++ : nullptr; });
 }
 
 void length_limit(const target& to, std::string& genId, std::vector<unsigned char>& genIdBin)
@@ -107,10 +120,11 @@ void trace_bytes(const std::vector<unsigned char>& genIdBin)
 {
   if (!customFormatTestDebug.load(std::memory_order_relaxed))
     return;
-  std::printf("PPPOEIA_DEBUG:%s,%d: genId HEX DUMP=", "genCustomId", __LINE__);
+  std::printf("PPPOEIA_DEBUG:%s,%d: genId HEX DUMP=", operation, __LINE__);
   for (size_t i = 0; i < genIdBin.size(); ++i)
     std::printf(i % 16 == 0 ? "\n%02x " : "%02x ", genIdBin[i]);
   std::printf("\n");
+  std::fflush(stdout);  // the operator is watching
 }
 
 }  // namespace
@@ -125,7 +139,7 @@ bool genCustomId(const pppoeia_bridge* bridge, unsigned intfId, unsigned short v
   genId = std::move(id.text);
   if (!id.hex_segments.empty()) {
     pppoeia_log(log_debug, "<%s> >> Generating binary string", to.name());
-    if (!idStringToBinaryVector(genId, id.hex_segments, genIdBin))
+    if (!id_string_to_bytes(genId, id.hex_segments, genIdBin))
       pppoeia_log(log_debug, "<%s> >> idStringToBinaryVector failed!", to.name());
   }
   length_limit(to, genId, genIdBin);

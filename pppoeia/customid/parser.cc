@@ -7,10 +7,17 @@
 
 namespace {
 
+bool refuse_options(const char* why)
+{
+  pppoeia_log(log_debug, "<PPPOEIA> >> %s", why);
+  CUSTOMID_TRACE("\t\t", "parseOptChars", "%s \n", why);
+  return false;
+}
+
 bool refuse(const char* why)
 {
   pppoeia_log(log_debug, "<PPPOEIA> >> %s", why);
-  CUSTOMID_TRACE("\t\t", "%s \n", why);
+  CUSTOMID_TRACE("\t", "getNextMacroFormatString", "%s \n", why);
   return false;
 }
 
@@ -63,7 +70,7 @@ public:
       if (!step())
         return false;
     if (expecting_ == expecting::space_number)
-      return refuse("Unexpected exit! Number of characters should follow.");
+      return refuse_options("Unexpected exit! Number of characters should follow.");
     return true;
   }
 
@@ -106,7 +113,7 @@ private:
   bool once(bool& seen, const char* duplicate, char flag, expecting next)
   {
     if (seen)
-      return refuse(duplicate);
+      return refuse_options(duplicate);
     seen = true;
     set(flag);
     expecting_ = next;
@@ -117,11 +124,11 @@ private:
   bool bare_number()
   {
     if (!is_digit(text_[at_]))
-      return refuse("Invalid number of characters or unexpected character!");
+      return refuse_options("Invalid number of characters or unexpected character!");
     size_t end = at_;
     const unsigned value = take_number(text_, end);
     if (padding_seen_)
-      return refuse("Duplicate num chars option");
+      return refuse_options("Duplicate num chars option");
     num_chars_ = value;
     set(macroStringNumOfChars);
     at_ = end;
@@ -145,11 +152,11 @@ private:
 
 bool parseOptChars(const std::string& optChars, std::string& delimiter, unsigned& numChars, char& flags)
 {
-  CUSTOMID_TRACE("\t\t", "optChars='%s' \n", optChars.c_str());
+  CUSTOMID_TRACE("\t\t", __func__, "optChars='%s' \n", optChars.c_str());
   if (!option_walk(optChars, delimiter, numChars, flags).run())
     return false;
-  CUSTOMID_TRACE("\t\t", "delimiter='%s', numChars=%d, flags=0x%02x \n", delimiter.c_str(), static_cast<int>(numChars),
-                 static_cast<unsigned>(flags));
+  CUSTOMID_TRACE("\t\t", __func__, "delimiter='%s', numChars=%d, flags=0x%02x \n", delimiter.c_str(),
+                 static_cast<int>(numChars), static_cast<unsigned char>(flags));
   return true;
 }
 
@@ -164,7 +171,7 @@ bool getNextMacroFormatString(const std::string& str, unsigned long startPos, un
     return refuse("Empty format string");
   const name_match found = name_find(str, startPos);
   if (!found.row) {
-    CUSTOMID_TRACE("\t", "NOT found \n");
+    CUSTOMID_TRACE("\t", __func__, "NOT found \n");
     return false;
   }
   const size_t identifier = found.at == 0 ? std::string::npos : str.rfind(macroIdentifier, found.at - 1);
@@ -175,7 +182,7 @@ bool getNextMacroFormatString(const std::string& str, unsigned long startPos, un
   macroFormatStartPos = identifier;
   macroFormatStr = str.substr(identifier, found.at + found.row->name.size() - identifier);
   flags = 0;
-  CUSTOMID_TRACE("\t", "macroFormatStr='%s', macroType=%d \n", macroFormatStr.c_str(), macroType);
+  CUSTOMID_TRACE("\t", __func__, "macroFormatStr='%s', macroType=%d \n", macroFormatStr.c_str(), macroType);
   const std::string option_text = str.substr(options, found.at - options);
   if (macroIsSupportedForUserString(macroType)) {
     macroUsrStr = option_text;

@@ -8,11 +8,12 @@
 // The switch. Written by the management thread, read by every thread that builds identifiers.
 extern std::atomic<bool> customFormatTestDebug;
 
-// Prints "PPPOEIA_DEBUG:function,line: " and the formatted text behind `tabs`, when the switch is on.
-#define CUSTOMID_TRACE(tabs, format, ...)                                                                              \
+// Prints "PPPOEIA_DEBUG:operation,line: " and the formatted text behind `tabs`, when the switch is on. `operation` is
+// the one that operators know, also in the functions that do its steps.
+#define CUSTOMID_TRACE(tabs, operation, format, ...)                                                                   \
   do {                                                                                                                 \
     if (customFormatTestDebug.load(std::memory_order_relaxed))                                                         \
-      std::printf(tabs "PPPOEIA_DEBUG:%s,%d: " format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                 \
+      std::printf(tabs "PPPOEIA_DEBUG:%s,%d: " format, operation, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                \
   } while (false)
 
 #endif

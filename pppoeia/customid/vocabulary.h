@@ -1,7 +1,8 @@
 // The words of the macro language: macros with their names and what each can do, option flags, the validity rule.
 //
-// One table holds it all. A row gives a macro's name as operators write it, which options it takes, where its value
-// comes from (value_source) and a line for the documentation; parser, formatter, resolver and the tools read the rows.
+// One table holds it all. A row gives a macro's name as operators write it, which options it takes, the function that
+// knows its value (values.h) and a line about it for people; parser, formatter, resolver, documentation and tools read
+// the rows. A new macro is a new row and a value function.
 #ifndef PPPOEIA_CUSTOMID_VOCABULARY_H
 #define PPPOEIA_CUSTOMID_VOCABULARY_H
 
@@ -65,11 +66,17 @@ inline constexpr unsigned macroNumOfCharsMax = 99;
 // What a value looks like before options are applied; tells the formatter how to treat it.
 enum class macro_shape : uint8_t { text, number, mac, ipv4, ipv6, user };
 
+struct macro_question;
+
+// Writes the macro's value to an empty string; leaves it empty, logged, when there is none.
+using macro_value = void (*)(const macro_question& question, std::string& value);
+
 struct macro_row {
   customIdFormat type;
   std::string_view name;
   macro_shape shape;
   bool hex;                 // takes "h"
+  macro_value value;        // null: no source of values at all
   std::string_view source;  // where the value comes from, for people
 };
 
