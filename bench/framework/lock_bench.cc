@@ -5,12 +5,12 @@
 // one thread gets cheaper mutexes from the C library, and the cases would not compare. "deadline" cases are handed a
 // deadline computed beforehand; "period" cases compute one at every take, which is what a scope class does.
 #include "rte/BLL/core/bll_manager.h"
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <boost/thread/shared_mutex.hpp>
 #include <cstdio>
 #include <future>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -70,6 +70,13 @@ recursiveSharedMutex_t& manyRows()
 
 std::recursive_mutex recursive;
 boost::shared_mutex shared;
+
+// The framework lock with 64 further rows from the first use on.
+recursiveSharedMutex_t& frameworkLock()
+{
+  static const parked_t parked(64, BLLManager::lock);
+  return BLLManager::lock;
+}
 
 template <typename Pair>
 void repeat(benchmark::State& state, Pair&& pair)
@@ -144,6 +151,42 @@ void lock_reentry_deadline_64_rows(benchmark::State& state)
   manyRows().unlock();
 }
 
+// The scope classes: the lock with its supervision.
+void guard_exclusive(benchmark::State& state)
+{
+  repeat(state, [] { const BLLManager::exclusiveLock_t guard; });
+}
+void guard_shared(benchmark::State& state)
+{
+  repeat(state, [] { const BLLManager::sharedLock_t guard; });
+}
+void guard_reentry(benchmark::State& state)
+{
+  const BLLManager::exclusiveLock_t outer;
+  guard_exclusive(state);
+}
+void guard_exclusive_64_rows(benchmark::State& state)
+{
+  frameworkLock();
+  guard_exclusive(state);
+}
+void guard_shared_64_rows(benchmark::State& state)
+{
+  frameworkLock();
+  guard_shared(state);
+}
+void guard_reentry_64_rows(benchmark::State& state)
+{
+  frameworkLock();
+  guard_reentry(state);
+}
+
+BENCHMARK(guard_exclusive);  // before the 64 rows come
+BENCHMARK(guard_shared);
+BENCHMARK(guard_reentry);
+BENCHMARK(guard_exclusive_64_rows);
+BENCHMARK(guard_shared_64_rows);
+BENCHMARK(guard_reentry_64_rows);
 BENCHMARK(std_recursive);
 BENCHMARK(boost_exclusive);
 BENCHMARK(boost_shared);
@@ -169,6 +212,17 @@ void readers8_lock_deadline(benchmark::State& state)
 BENCHMARK(readers8_boost_deadline)->Threads(8)->UseRealTime();
 BENCHMARK(readers8_lock_deadline)->Threads(8)->UseRealTime();
 
+void readers8_boost_period(benchmark::State& state)
+{
+  boost_shared_period(state);
+}
+void readers8_guard(benchmark::State& state)
+{
+  guard_shared(state);
+}
+BENCHMARK(readers8_boost_period)->Threads(8)->UseRealTime();
+BENCHMARK(readers8_guard)->Threads(8)->UseRealTime();
+
 // Thread 0 writes, seven read.
 void mixed8_boost_deadline(benchmark::State& state)
 {
@@ -181,10 +235,83 @@ void mixed8_lock_deadline(benchmark::State& state)
 BENCHMARK(mixed8_boost_deadline)->Threads(8)->UseRealTime();
 BENCHMARK(mixed8_lock_deadline)->Threads(8)->UseRealTime();
 
+void mixed8_boost_period(benchmark::State& state)
+{
+  state.thread_index() == 0 ? boost_exclusive_period(state) : boost_shared_period(state);
+}
+void mixed8_guard(benchmark::State& state)
+{
+  state.thread_index() == 0 ? guard_exclusive(state) : guard_shared(state);
+}
+BENCHMARK(mixed8_boost_period)->Threads(8)->UseRealTime();
+BENCHMARK(mixed8_guard)->Threads(8)->UseRealTime();
+
+// Which case is held against which, and the most that its time may be of the other's.
+struct ratio_t {
+  const char* ours;
+  const char* theirs;
+  double most;  // 0: stated without a target
+};
+constexpr ratio_t ratios[] = {
+    {"lock_exclusive_deadline", "std_recursive", 0},
+    {"lock_exclusive_deadline", "boost_exclusive", 0},
+    {"lock_exclusive_deadline", "boost_exclusive_deadline", 1},
+    {"lock_shared_deadline", "boost_shared_deadline", 1},
+    {"lock_reentry_deadline", "boost_exclusive_deadline", 1},
+    {"lock_exclusive_deadline_64_rows", "boost_exclusive_deadline", 1},
+    {"lock_shared_deadline_64_rows", "boost_shared_deadline", 1},
+    {"lock_reentry_deadline_64_rows", "boost_exclusive_deadline", 1},
+    {"guard_exclusive", "boost_exclusive_period", 1},
+    {"guard_shared", "boost_shared_period", 1},
+    {"guard_reentry", "boost_exclusive_period", 1},
+    {"guard_exclusive_64_rows", "boost_exclusive_period", 1},
+    {"guard_shared_64_rows", "boost_shared_period", 1},
+    {"guard_reentry_64_rows", "boost_exclusive_period", 1},
+    {"readers8_lock_deadline", "readers8_boost_deadline", 1},
+    {"readers8_guard", "readers8_boost_period", 1},
+    {"mixed8_lock_deadline", "mixed8_boost_deadline", 0},
+    {"mixed8_guard", "mixed8_boost_period", 0},
+};
+
+// The usual output, and the times of each case kept: of several repetitions the median counts.
+class keepTimes_t : public benchmark::ConsoleReporter {
+public:
+  void ReportRuns(const std::vector<Run>& runs) override
+  {
+    for (const Run& run : runs)
+      if (run.run_type == Run::RT_Iteration)
+        times_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+    ConsoleReporter::ReportRuns(runs);
+  }
+  void printRatios() const
+  {
+    std::printf("\n%-34s %-26s %8s %8s %6s\n", "time of", "beside", "ns", "ns", "ratio");
+    for (const ratio_t& row : ratios) {
+      if (!times_.contains(row.ours) || !times_.contains(row.theirs))
+        continue;
+      const double ours = median(row.ours), theirs = median(row.theirs), ratio = ours / theirs;
+      std::printf("%-34s %-26s %8.1f %8.1f %6.2f %s\n", row.ours, row.theirs, ours, theirs, ratio,
+                  row.most == 0 ? "" : (ratio <= row.most ? "target met" : "TARGET MISSED"));
+    }
+  }
+
+private:
+  double median(const char* name) const
+  {
+    auto times = times_.at(name);
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+  }
+  std::map<std::string, std::vector<double>> times_;
+};
+
 }  // namespace
+
 int main(int argc, char** argv)
 {
   manyRows();
   benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
+  keepTimes_t reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.printRatios();
 }

@@ -1,6 +1,5 @@
 #include "rte/BLL/core/lock_guards.h"
 
-#include "rte/BLL/core/lock_deadline.h"
 #include "rte/BLL/core/lock_seam.h"
 #include <new>
 
@@ -69,8 +68,7 @@ void BLLManager::actLock_t::report(const recursiveSharedMutex_t::lockError_t& er
 
 bool BLLManager::lock_t::takeOne(access_t access) const
 {
-  const auto deadline = lockDeadlineAfter(period());
-  return access == access_t::exclusive ? instance().timedLock(deadline) : instance().timedLockShared(deadline);
+  return access == access_t::exclusive ? instance().timedLock(period()) : instance().timedLockShared(period());
 }
 
 void BLLManager::lock_t::releaseOne(access_t access) const

@@ -106,6 +106,17 @@ recursiveSharedMutex_t::impl_t::impl_t() : serial_(nextSerial())
 
 bool recursiveSharedMutex_t::impl_t::take(access_t access, const boost::system_time& deadline)
 {
+  return takeBefore(access, [&] { return deadline; });
+}
+
+bool recursiveSharedMutex_t::impl_t::take(access_t access, const lockPeriod_t& period)
+{
+  return takeBefore(access, [&] { return lockDeadlineAfter(period); });
+}
+
+template <typename Deadline>
+bool recursiveSharedMutex_t::impl_t::takeBefore(access_t access, Deadline&& deadline)
+{
   std::unique_lock guard(mutex_);
   row_t& self = callerRow();
   if (self.second.kernelThreadId == 0) {
@@ -114,7 +125,7 @@ bool recursiveSharedMutex_t::impl_t::take(access_t access, const boost::system_t
   }
   lockRules_t::wakes_t none;
   const auto answer = rules_.request(self, access, false, none);
-  return answer == lockRules_t::answer_t::granted || wait(guard, self, access, answer, deadline);
+  return answer == lockRules_t::answer_t::granted || wait(guard, self, access, answer, deadline());
 }
 
 bool recursiveSharedMutex_t::impl_t::wait(std::unique_lock<std::mutex>& guard, row_t& self, access_t access,

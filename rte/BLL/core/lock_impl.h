@@ -15,6 +15,7 @@ public:
 
   // True when taken; otherwise throws, see recursiveSharedMutex_t::timedLock.
   bool take(access_t access, const boost::system_time& deadline);
+  bool take(access_t access, const lockPeriod_t& period);
   void release(access_t access);
   stateMap_t states() const;
   stateData callerState() const;
@@ -31,6 +32,9 @@ private:
     void wakeAll();
   };
 
+  // `deadline()` is asked for only when the take must wait: reading a clock costs as much as the rest of a take.
+  template <typename Deadline>
+  bool takeBefore(access_t access, Deadline&& deadline);
   // The calling thread's row, made at its first request. The internal mutex is held.
   row_t& callerRow();
   row_t& findCallerRow();

@@ -30,6 +30,16 @@ bool recursiveSharedMutex_t::timedLockShared(const boost::system_time& deadline)
   return impl_->take(lockRules_t::access_t::shared, deadline);
 }
 
+bool recursiveSharedMutex_t::timedLock(const lockPeriod_t& period)
+{
+  return impl_->take(lockRules_t::access_t::exclusive, period);
+}
+
+bool recursiveSharedMutex_t::timedLockShared(const lockPeriod_t& period)
+{
+  return impl_->take(lockRules_t::access_t::shared, period);
+}
+
 void recursiveSharedMutex_t::unlock()
 {
   impl_->release(lockRules_t::access_t::exclusive);
