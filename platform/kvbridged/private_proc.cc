@@ -14,6 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Where the real procfs is in the command's namespace.
 constexpr char real_proc[] = "/run/kvbridged/proc";
 
 void check(bool done, const std::string& what)
