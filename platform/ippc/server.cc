@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -153,10 +154,18 @@ int kvInitIppc(void)
 
 int kvStartIppcServer(const ippcServer* description)
 {
-  // Serves until the process ends, so it is never destroyed.
+  // Serves until the process ends, so it is never destroyed; only its file goes when the process ends in good order.
+  static std::vector<std::string>& paths = *new std::vector<std::string>;
   auto* server = new ippc::server(description->path, description->callback);
-  if (server->start() == 0)
+  if (server->start() == 0) {
+    if (paths.empty())
+      std::atexit([] {
+        for (const std::string& path : paths)
+          unlink(path.c_str());
+      });
+    paths.emplace_back(description->path);
     return 0;
+  }
   const int reason = errno;
   delete server;
   errno = reason;

@@ -57,10 +57,13 @@ void run(const std::vector<std::string>& bridge_texts, const std::vector<std::st
   loop events;
   modules modules(settings, events);
   const descriptor signals = signals_watch(events, modules);
-  const control_tree files(modules, events, tree);
-  std::printf("kvbridged: ready at %s\n", tree.c_str());
-  std::fflush(stdout);
-  events.run();
+  {
+    const control_tree files(modules, events, tree);
+    std::printf("kvbridged: ready at %s\n", tree.c_str());
+    std::fflush(stdout);
+    events.run();
+  }
+  private_proc_clean();
   std::fputs(modules.statistics().c_str(), stdout);
 }
 

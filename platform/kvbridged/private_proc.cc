@@ -2,6 +2,7 @@
 
 #include "platform/kvbridged/settings.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -69,6 +70,19 @@ void private_proc_exec(const std::string& tree, const std::vector<std::string>& 
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
   throw fatal("cannot run " + command[0] + ": " + std::strerror(errno));
+}
+
+void private_proc_clean()
+{
+  const fs::path folder = fs::path(real_proc).parent_path();
+  std::error_code ignored;
+  const auto entries = fs::directory_iterator(folder, ignored);
+  const bool others =
+      std::any_of(begin(entries), end(entries), [](const auto& entry) { return entry.path() != real_proc; });
+  if (others)
+    return;
+  fs::remove(real_proc, ignored);
+  fs::remove(folder, ignored);
 }
 
 }  // namespace kvbridged

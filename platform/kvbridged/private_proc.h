@@ -11,6 +11,9 @@ namespace kvbridged {
 // control tree's folders in /proc/net. Returns only by throwing fatal.
 [[noreturn]] void private_proc_exec(const std::string& tree, const std::vector<std::string>& command);
 
+// Removes the folders that commands needed, when no other kvbridged has its tree there.
+void private_proc_clean();
+
 }  // namespace kvbridged
 
 #endif

@@ -34,6 +34,7 @@ class BridgeInstance : public testing::Test {
 protected:
   BridgeInstance()
   {
+    pppoeia_frame_adjust = 106;
     EXPECT_EQ(pppoeia_init(), 0);
     messages();
   }
