@@ -180,16 +180,17 @@ TEST_F(PortVlan, Dump)
   };
   const std::string head = " Global data:\n ------------\n pppoeia_cid_format: '$PORT'\n pppoeia_rid_format: ''\n"
                            " stag_ethertype_nf: 0x88a8\n port_vlan data:\n ---------------\n";
-  const std::string tail = " vlan data:\n\tVlan: 5, name: '', prev: /, next: 9\n\tVlan: 9, name: '', prev: 5, next: /\n";
-  EXPECT_EQ(dump(1),
-            head + " \tPort Id: 1, dev name: 'dev1', port_name: 'port1': \n"
-                   "\t\tVlan: 10\n\t\t\tcid_mode: 2\n\t\t\tcid_format: ''\n\t\t\trid_format: ''\n"
-                   "\t\t\tprev vlan_id: /\n\t\t\tnext vlan_id: 20\n"
-                   "\t\tVlan: 20\n\t\t\tcid_mode: -1\n\t\t\tcid_format: ''\n\t\t\trid_format: ''\n"
-                   "\t\t\tprev vlan_id: 10\n\t\t\tnext vlan_id: /\n"
-                   " port data:\n \tPort Id: 1, dev name: 'dev1', port_name: 'port1', CPE serial: SN1', "
-                   "CPE MAC: aa:bb:cc:dd:ee:ff\n" +
-                tail);
+  const std::string tail =
+      " vlan data:\n\tVlan: 5, name: '', prev: /, next: 9\n\tVlan: 9, name: '', prev: 5, next: /\n";
+  EXPECT_EQ(dump(1), head +
+                         " \tPort Id: 1, dev name: 'dev1', port_name: 'port1': \n"
+                         "\t\tVlan: 10\n\t\t\tcid_mode: 2\n\t\t\tcid_format: ''\n\t\t\trid_format: ''\n"
+                         "\t\t\tprev vlan_id: /\n\t\t\tnext vlan_id: 20\n"
+                         "\t\tVlan: 20\n\t\t\tcid_mode: -1\n\t\t\tcid_format: ''\n\t\t\trid_format: ''\n"
+                         "\t\t\tprev vlan_id: 10\n\t\t\tnext vlan_id: /\n"
+                         " port data:\n \tPort Id: 1, dev name: 'dev1', port_name: 'port1', CPE serial: SN1', "
+                         "CPE MAC: aa:bb:cc:dd:ee:ff\n" +
+                         tail);
   EXPECT_EQ(dump(7), head + " port data:\n" + tail);
   EXPECT_NE(dump(0).find("Port Id: 3"), std::string::npos);
   std::filesystem::remove(path);

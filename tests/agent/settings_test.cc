@@ -183,9 +183,9 @@ TEST_F(Settings, Traces)
   EXPECT_THAT(trace([] { pppoeia_circuit_id_format_set("br0", "$PORT"); }),
               ElementsAre("pppoeia_circuit_id_format_set(br0, $PORT)", "<br0> Custom CID format set.",
                           "pppoeia_circuit_id_format_set()=$PORT"));
-  EXPECT_THAT(trace([] { pppoeia_port_trust_set("br0", 1, 1); }),
-              ElementsAre("pppoeia_port_trust_set(br0, 1, 1)", "<br0> Port 1 type set to 1.",
-                          "pppoeia_port_trust_set()=0"));
+  EXPECT_THAT(
+      trace([] { pppoeia_port_trust_set("br0", 1, 1); }),
+      ElementsAre("pppoeia_port_trust_set(br0, 1, 1)", "<br0> Port 1 type set to 1.", "pppoeia_port_trust_set()=0"));
   EXPECT_THAT(trace([] { pppoeia_port_parent_get("br0", 7, nullptr); }),
               ElementsAre("pppoeia_port_parent_get(br0) port=7"));
   char text[64];
@@ -193,9 +193,9 @@ TEST_F(Settings, Traces)
               ElementsAre("pppoeia_port_remote_id_get(br0, 1)", "br_port_remote_id_get(br0, 1)",
                           "br_port_remote_id_get()=0", "pppoeia_port_remote_id_get()=0"));
   pppoeia_stats stats;
-  EXPECT_THAT(trace([&] { pppoeia_port_stats_get("br0", 7, &stats); }),
-              ElementsAre("pppoeia_port_stats_get(br0, 7)", "pppoeia_port_stats_get(7)=-ENODEV",
-                          "pppoeia_port_stats_get()=0"));
+  EXPECT_THAT(
+      trace([&] { pppoeia_port_stats_get("br0", 7, &stats); }),
+      ElementsAre("pppoeia_port_stats_get(br0, 7)", "pppoeia_port_stats_get(7)=-ENODEV", "pppoeia_port_stats_get()=0"));
 }
 
 }  // namespace
