@@ -28,8 +28,8 @@ bool well_formed(const packet& bytes)
 
 TEST(IppcWire, RequestIsLaidOutAsOthersExpect)
 {
-  const packet expected = {0x49, 0x50, 0x50, 0x43, 1, 0, 0x0a, 0, 4, 3, 2, 1, 2, 0, 0, 0,
-                           4,    0,    0,    0,    'b', 'r', '0', 0, 1, 0, 0, 0, 7};
+  const packet expected = {0x49, 0x50, 0x50, 0x43, 1, 0,   0x0a, 0,   4, 3, 2, 1, 2, 0, 0,
+                           0,    4,    0,    0,    0, 'b', 'r',  '0', 0, 1, 0, 0, 0, 7};
   EXPECT_EQ(request_of(10, {std::string("br0\0", 4), "\x07"}), expected);
 }
 
