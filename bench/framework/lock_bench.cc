@@ -1,5 +1,6 @@
-// The framework lock beside std::recursive_mutex and boost::shared_mutex, in one run, with the ratios at the end. See
-// bench/README.md for how to run it.
+// The framework lock beside std::recursive_mutex and boost::shared_mutex, in one run, with the ratios at the end.
+//
+//   lock_bench --benchmark_repetitions=15 --benchmark_min_time=0.1 --benchmark_enable_random_interleaving=true
 //
 // An iteration is one take and its release. A parked thread keeps the process multi-threaded throughout: a process with
 // one thread gets cheaper mutexes from the C library, and the cases would not compare. "deadline" cases are handed a

@@ -43,8 +43,9 @@ private:
   queue_t& queueOf(lockRules_t::answer_t answer);
   void wake(const lockRules_t::wakes_t& wakes);
 
+  static constexpr size_t cacheLine = 64;
   const uint64_t serial_;  // never used again by another lock of the process, unlike the address
-  mutable std::mutex mutex_;
+  alignas(cacheLine) mutable std::mutex mutex_;
   lockRules_t rules_;
   queue_t upgraders_;  // want it exclusive and hold it shared
   queue_t writers_;    // want it exclusive and hold nothing
