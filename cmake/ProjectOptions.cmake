@@ -40,3 +40,7 @@ if(PPPOEIA_SANITIZE)
     -fsanitize=${PPPOEIA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(project_options INTERFACE -fsanitize=${PPPOEIA_SANITIZE})
 endif()
+if(PPPOEIA_LIBFUZZER)
+  # The libraries tell the fuzzer which of their branches an input took; without it, it searches blindly.
+  target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
