@@ -1,0 +1,292 @@
+#include "tests/customid/oracle.h"
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+namespace {
+
+using std::string;
+
+struct options {
+  bool hex = false, number = false, zeroes = false, spaces = false, delimiter = false;
+};
+
+struct machine {
+  const std::map<string, oracle_value>& values;
+  oracle_identifier id;
+  string kept_delimiter;
+  unsigned long kept_number = 0;
+  std::map<size_t, size_t> segments;
+
+  void log(const string& line) { id.log.push_back(line); }
+  bool fail(const string& why)
+  {
+    if (!why.empty())
+      log("<PPPOEIA> >> " + why);
+    return false;
+  }
+
+  bool options_read(const string& text, options& o);
+  bool options_fit(const string& name, const options& o);
+  std::optional<string> formatted(const string& name, const options& o, string value);
+  bool cut_or_pad(const string& name, const options& o, string& value);
+  bool macro(const string& written, const string& name, string::size_type name_at);
+  void bytes();
+};
+
+bool in(const string& name, const char* list)
+{
+  return string(list).find(" " + name + " ") != string::npos;
+}
+
+bool mac_name(const string& name)
+{
+  return in(name, " CLNT_MAC AGENT_MAC CPE_MAC ");
+}
+
+string printed(const char* format, unsigned long number)
+{
+  char text[32];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  std::snprintf(text, sizeof text, format, number);
+#pragma GCC diagnostic pop
+  return text;
+}
+
+unsigned long number_of(const string& digits)
+{
+  unsigned long n = 0;
+  for (const char d : digits)
+    n = std::min(n * 10 + static_cast<unsigned long>(d - '0'), 4294967295ul);
+  return n;
+}
+
+string replaced(string text, const string& what, const string& by)
+{
+  for (size_t at = 0; (at = text.find(what, at)) != string::npos; at += by.size())
+    text.replace(at, what.size(), by);
+  return text;
+}
+
+bool machine::options_read(const string& text, options& o)
+{
+  bool padded = false;
+  char pending = 0;
+  for (size_t i = 0; i < text.size();) {
+    size_t end = i;
+    while (end < text.size() && strchr("0123456789", text[end]) && text[end])
+      ++end;
+    const string digits = text.substr(i, end - i);
+    if (pending == 'd') {
+      kept_delimiter = text.substr(i++, 1);
+      pending = 0;
+    } else if (pending) {
+      kept_number = number_of(digits);
+      o.number = o.number || !digits.empty();
+      i = end;
+      pending = 0;
+    } else if (text[i] == 'h') {
+      if (o.hex)
+        return fail("Duplicate hex option");
+      o.hex = true;
+      ++i;
+    } else if (text[i] == 's' || text[i] == 'z') {
+      if (padded)
+        return fail("Duplicate padding option");
+      padded = true;
+      (text[i] == 's' ? o.spaces : o.zeroes) = true;
+      pending = text[i++];
+    } else if (text[i] == 'd') {
+      if (o.delimiter)
+        return fail("Duplicate delimiter option");
+      o.delimiter = true;
+      pending = text[i++];
+    } else if (digits.empty()) {
+      return fail("Invalid number of characters or unexpected character!");
+    } else if (padded) {
+      return fail("Duplicate num chars option");
+    } else {
+      kept_number = number_of(digits);
+      o.number = true;
+      i = end;
+    }
+  }
+  return pending != 's' || fail("Unexpected exit! Number of characters should follow.");
+}
+
+bool machine::options_fit(const string& name, const options& o)
+{
+  const bool ip = in(name, " AGENT_IPV4 AGENT_IPV6 ");
+  const bool numeric = in(name, " CHASSIS AGENT_BOARD BOARD PORT ONU VGEM TCONT PVC_INTF VPI VCI VLAN CVID ");
+  if (o.zeroes && o.spaces)
+    return fail("ERROR: both macroStringPadZeroes and macroStringPadSpaces set");
+  if (!ip && (o.zeroes || o.spaces) && kept_number == 0)
+    return fail("ERROR: both macroStringPadZeroes and macroStringPadSpaces set");
+  if ((ip || !(o.zeroes || o.spaces)) && o.number && kept_number == 0)
+    return fail("ERROR: macroStringNumOfChars set, but zero characters");
+  if (o.hex && !ip && !numeric && !mac_name(name))
+    return fail("ERROR: macro not supported for HEX format");
+  return true;
+}
+
+// Eight groups of four digits, by way of the address itself.
+string ipv6_joined(const string& text, const string& by)
+{
+  unsigned char a[16];
+  inet_pton(AF_INET6, text.c_str(), a);
+  string out;
+  for (size_t i = 0; i < 16; i += 2)
+    out += (i ? by : "") + printed("%04lx", a[i] * 256ul + a[i + 1]);
+  return out;
+}
+
+string ipv4_joined(const string& text, const char* format, const string& by)
+{
+  unsigned a[4] = {};
+  std::sscanf(text.c_str(), "%u.%u.%u.%u", &a[0], &a[1], &a[2], &a[3]);
+  return printed(format, a[0]) + by + printed(format, a[1]) + by + printed(format, a[2]) + by + printed(format, a[3]);
+}
+
+std::optional<string> machine::formatted(const string& name, const options& o, string value)
+{
+  if (!options_fit(name, o))
+    return fail("ERROR: invalid flags"), std::nullopt;
+  if (name == "HEX") {
+    for (char& c : value) {
+      if (!c || !strchr("0123456789abcdefABCDEF", c))
+        return std::nullopt;
+      if (c >= 'a')
+        c = static_cast<char>(c - 'a' + 'A');
+    }
+    return value.size() % 2 ? value + "0" : value;
+  }
+  const bool v4 = name == "AGENT_IPV4";
+  const bool v6 = name == "AGENT_IPV6";
+  if ((v4 || v6) && o.zeroes && !o.number && !o.hex) {
+    if (value.empty())
+      return value;
+    return v4 ? ipv4_joined(value, "%03lu", o.delimiter ? kept_delimiter : ".")
+              : ipv6_joined(value, o.delimiter ? kept_delimiter : ":");
+  }
+  if (o.hex) {
+    if (mac_name(name))
+      value = replaced(value, ":", "");
+    else if (v4 || v6)
+      value = value.empty() ? "" : v4 ? ipv4_joined(value, "%02lX", "") : ipv6_joined(value, "");
+    else if (value = printed("%lx", number_of(value)); value.size() % 2)
+      value = "0" + value;
+  } else if (o.delimiter) {
+    if (v6 && value.empty())
+      return fail("ERROR: invalid ipv6Parts.size(): 0\n"), std::nullopt;
+    if (v6)
+      value = ipv6_joined(value, kept_delimiter);
+    else if (v4 || mac_name(name))
+      value = replaced(value, v4 ? "." : ":", kept_delimiter);
+    else
+      return fail("ERROR: macro not supported for delimiter"), std::nullopt;
+  }
+  if (o.number && !cut_or_pad(name, o, value))
+    return std::nullopt;
+  return value;
+}
+
+bool machine::cut_or_pad(const string& name, const options& o, string& value)
+{
+  if ((mac_name(name) || name.starts_with("AGENT_IPV")) && (o.zeroes || o.spaces))
+    return fail("ERROR: MAC/IP is not allowed for padding with specified number of characters");
+  if (kept_number >= 100)
+    return false;
+  const string unit = o.hex ? "00" : o.zeroes ? "0" : " ";
+  const size_t length = value.size() / unit.size();
+  if (length > kept_number)
+    value = value.substr(0, kept_number * unit.size());
+  else if (o.zeroes || o.spaces)
+    for (size_t i = length; i < kept_number; ++i)
+      value = unit + value;
+  return true;
+}
+
+// One macro as written; false when its options cannot be read.
+bool machine::macro(const string& written, const string& name, string::size_type name_at)
+{
+  const string between = written.substr(1, name_at - 1);
+  options o;
+  if (name != "HEX" && !options_read(between, o))
+    return fail("ERROR: parseOptChars failed");
+  oracle_value value = name == "HEX" && !between.empty() ? oracle_value{between, ""} : values.at(name);
+  if (!value.log.empty())
+    log(value.log);
+  if (!value.known) {
+    log("<br0> >> Error reading macro " + name + ". Appending macro string.");
+    id.text += written;
+    return true;
+  }
+  const std::optional<string> text = formatted(name, o, value.text);
+  if (text && (o.hex || name == "HEX"))
+    segments[id.text.size()] = text->size();
+  id.text += text.value_or(written);
+  return true;
+}
+
+void machine::bytes()
+{
+  log("<br0> >> Generating binary string");
+  for (size_t i = 0; i < id.text.size();) {
+    const size_t length = segments.contains(i) ? segments[i] : 0;
+    for (size_t k = 0; k < length; k += 2, i += 2) {
+      if (i + 1 >= id.text.size())
+        return log("<br0> >> idStringToBinaryVector failed!");
+      id.bin.push_back(static_cast<unsigned char>(std::stoul(id.text.substr(i, 2), nullptr, 16)));
+    }
+    if (length == 0)
+      id.bin.push_back(static_cast<unsigned char>(id.text[i++]));
+  }
+}
+
+}  // namespace
+
+oracle_identifier oracle_generate(const string& format, const std::map<string, oracle_value>& values)
+{
+  machine m{values, {}, {}, 0, {}};
+  m.log("<br0> >> genCustomId");
+  string rest = format;
+  for (bool more = true; more;) {
+    // The name that begins first, the longest there.
+    string name;
+    size_t at = 0;
+    for (; at < rest.size() && name.empty(); ++at)
+      for (const auto& [candidate, value] : values)
+        if (rest.compare(at, candidate.size(), candidate) == 0 && candidate.size() > name.size())
+          name = candidate;
+    const size_t name_at = at - 1;
+    const size_t dollar = name.empty() ? string::npos : rest.substr(0, name_at).rfind('$');
+    if (format.empty())
+      m.fail("Empty format string");
+    else if (!name.empty() && dollar == string::npos)
+      m.fail("No macro identifier found");
+    if (dollar == string::npos)
+      break;
+    const string before = m.id.text;
+    m.id.text += rest.substr(0, dollar);
+    more = m.macro(rest.substr(dollar, name_at + name.size() - dollar), name, name_at - dollar);
+    if (more)
+      rest = rest.substr(name_at + name.size());
+    else
+      m.id.text = before;
+  }
+  m.id.text += rest;
+  m.log("<br0> >> Generated custom ID '" + string(m.id.text.c_str()) + "'.");
+  if (!m.segments.empty())
+    m.bytes();
+  if (m.id.bin.empty() && m.id.text.size() >= 64) {
+    m.log("<br0> >> Cutting CHAR string from " + std::to_string(m.id.text.size()) + " to 63 chars");
+    m.id.text.resize(63);
+  } else if (m.id.bin.size() > 63) {
+    m.log("<br0> >> Cutting BIN string from " + std::to_string(m.id.bin.size()) + " to 63 bytes");
+    m.id.bin.resize(63);
+  }
+  return m.id;
+}

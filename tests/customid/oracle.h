@@ -1,0 +1,27 @@
+// The macro language a second time, written from its rules in one straight piece and without regard to speed, so that
+// random formats can be held against it.
+#ifndef TESTS_CUSTOMID_ORACLE_H
+#define TESTS_CUSTOMID_ORACLE_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+struct oracle_value {
+  std::string text;
+  std::string log;  // what the resolver logs; empty for nothing
+  bool known = true;
+};
+
+struct oracle_identifier {
+  std::string text;
+  std::vector<unsigned char> bin;
+  std::vector<std::string> log;
+
+  bool operator==(const oracle_identifier&) const = default;
+};
+
+// Expands `format` with the values given by macro name, for a bridge "br0".
+oracle_identifier oracle_generate(const std::string& format, const std::map<std::string, oracle_value>& values);
+
+#endif
