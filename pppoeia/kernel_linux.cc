@@ -117,8 +117,20 @@ int wait_readable(int fd, int milliseconds)
   return poll(&wait, 1, milliseconds);
 }
 
+// The plain call is cheaper than a batch of one.
+int receive_one(int fd, kernel_record& record)
+{
+  const ssize_t size = recv(fd, record.data, record.length, MSG_DONTWAIT);
+  if (size < 0)
+    return -1;
+  record.length = static_cast<uint32_t>(size);
+  return 1;
+}
+
 int receive(int fd, kernel_record* records, unsigned count)
 {
+  if (count == 1)
+    return receive_one(fd, records[0]);
   mmsghdr messages[kernel_batch_max];
   iovec parts[kernel_batch_max];
   count = std::min(count, kernel_batch_max);
@@ -136,6 +148,10 @@ int receive(int fd, kernel_record* records, unsigned count)
 
 void send(int fd, const kernel_record* records, unsigned count)
 {
+  if (count == 1) {
+    ::send(fd, records[0].data, records[0].length, 0);
+    return;
+  }
   mmsghdr messages[kernel_batch_max];
   iovec parts[kernel_batch_max];
   count = std::min(count, kernel_batch_max);

@@ -89,7 +89,7 @@ byte_string test_frame::build() const
   std::memcpy(&record[52], &port, sizeof port);
   std::strcpy(reinterpret_cast<char*>(&record[74]), "in0");
   std::strcpy(reinterpret_cast<char*>(&record[90]), "out0");
-  record.insert(record.end(), 6, 0xff);
+  record.resize(record.size() + 6, 0xff);
   record.insert(record.end(), source.begin(), source.end());
   for (const uint32_t tag : vlan_tags) {
     put16(record, tag >> 16);

@@ -1,4 +1,4 @@
-#include "bench/customid/allocations.h"
+#include "bench/support/allocations.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // Counts the program's heap allocations: operator new of this library takes the place of the C++ library's.
-#ifndef BENCH_CUSTOMID_ALLOCATIONS_H
-#define BENCH_CUSTOMID_ALLOCATIONS_H
+#ifndef BENCH_SUPPORT_ALLOCATIONS_H
+#define BENCH_SUPPORT_ALLOCATIONS_H
 
 #include <cstdint>
 

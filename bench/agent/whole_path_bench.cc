@@ -1,0 +1,203 @@
+// The agent's worker beside bare loops on the same TAP device, in turn, in one run. Needs root. Prints frames per
+// second, CPU time a frame (of the thread under test) and ratios to loop (a); a paced run at 20,000 frames per second
+// with latencies; and a storm of 10,000 clients on 64 ports at 300,000 frames per second with a counter read all along.
+//
+// Usage: whole_path_bench [--seconds N]     N for each measurement, default 2
+#include "bench/agent/bare_loops.h"
+#include "bench/agent/tap_load.h"
+#include "pppoeia/identifiers.h"
+#include "pppoeia/kernel.h"
+#include "pppoeia/text.h"
+#include "pppoeia/worker.h"
+#include "tests/support/records_fixture.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+#include <time.h>
+
+namespace {
+
+double cpu_seconds(pthread_t thread)
+{
+  clockid_t clock;
+  timespec time{};
+  if (pthread_getcpuclockid(thread, &clock) == 0)
+    clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+struct measured {
+  load_result load;
+  double cpu = 0;       // seconds of the thread under test
+  uint64_t frames = 0;  // that it sent while the load ran
+
+  double frames_per_second() const { return static_cast<double>(frames) / load.seconds; }
+  double cpu_us() const { return cpu * 1e6 / static_cast<double>(std::max<uint64_t>(frames, 1)); }
+};
+
+// Runs a bare loop under load.
+using bare_loop = void (*)(int, const std::atomic<bool>&, std::atomic<uint64_t>&);
+
+measured run_bare(tap_load& tap, bare_loop loop, const load_settings& settings)
+{
+  std::atomic<bool> stop{false};
+  std::atomic<uint64_t> frames{0};
+  const int fd = tap.packet_socket();
+  std::thread thread([&] { loop(fd, stop, frames); });
+  measured result;
+  result.load = tap.run(settings);
+  result.cpu = cpu_seconds(thread.native_handle());
+  result.frames = frames;
+  stop = true;
+  thread.join();
+  kernel_linux.close(fd);
+  return result;
+}
+
+// Runs the agent's worker under load; `meanwhile` runs beside it.
+measured run_worker(tap_load& tap, const char* format, const load_settings& settings,
+                    const std::function<void(pppoeia_bridge&, const std::atomic<bool>&)>& meanwhile = {})
+{
+  test_bridge bridge(settings.ports + 1);
+  for (uint32_t id = 1; id <= settings.ports; ++id)
+    bridge.port(id, 1, 1).vsa_circuit_id_mode = format ? 2 : 0;
+  if (format)
+    text_copy(bridge->pppoeia_cid_format, format);
+  text_copy(bridge->sysname, "node-17");
+  bridge->sock = tap.packet_socket();
+  worker_thread_start(*bridge);
+  std::atomic<bool> done{false};
+  std::thread beside;
+  if (meanwhile)
+    beside = std::thread([&] { meanwhile(*bridge, done); });
+  measured result;
+  result.load = tap.run(settings);
+  result.cpu = cpu_seconds(bridge->thread);
+  {
+    const bridge_lock lock(*bridge);
+    result.frames = bridge->stats.padi;
+  }
+  done = true;
+  if (beside.joinable())
+    beside.join();
+  bridge->stop = 1;
+  worker_thread_join(*bridge);
+  kernel_linux.close(bridge->sock);
+  return result;
+}
+
+constexpr char five_macros[] = "$SYSNAME eth $CHASSIS/$PORT:$VLAN $INTF";
+
+void print_row(const char* name, const measured& result, const measured& yardstick)
+{
+  std::printf("%-34s %10.0f frames/s %6.2fx   %6.3f us CPU %6.2fx\n", name, result.frames_per_second(),
+              result.frames_per_second() / yardstick.frames_per_second(), result.cpu_us(),
+              result.cpu_us() / yardstick.cpu_us());
+}
+
+void full_load(tap_load& tap, double seconds)
+{
+  const load_settings settings{.seconds = seconds, .counted = false};
+  for (int round = 0; round < 2; ++round) {
+    std::printf("Full load, round %d\n", round + 1);
+    const measured a = run_bare(tap, bare_select_loop, settings);
+    print_row("(a) select, recv, send", a, a);
+    print_row("worker, default identifiers", run_worker(tap, nullptr, settings), a);
+    print_row("(b) recvmmsg, sendmmsg", run_bare(tap, bare_batch_loop, settings), a);
+    print_row("worker, format of five macros", run_worker(tap, five_macros, settings), a);
+  }
+}
+
+void print_paced(const char* name, const measured& result)
+{
+  std::printf("%-34s %6.3f us CPU   latency p50 %7.1f us, p99 %7.1f us\n", name, result.cpu_us(),
+              result.load.latency_p50_us, result.load.latency_p99_us);
+}
+
+void paced_load(tap_load& tap, double seconds)
+{
+  const load_settings settings{.seconds = seconds, .rate = 20'000, .burst = 1};
+  for (int round = 0; round < 2; ++round) {
+    std::printf("20,000 frames/s, round %d\n", round + 1);
+    print_paced("(a) select, recv, send", run_bare(tap, bare_select_loop, settings));
+    print_paced("worker, default identifiers", run_worker(tap, nullptr, settings));
+  }
+}
+
+// Takes the bridge's lock as a counter read does, each millisecond; the longest that took.
+class counter_reader {
+public:
+  void operator()(pppoeia_bridge& bridge, const std::atomic<bool>& done)
+  {
+    while (!done) {
+      timespec before{};
+      timespec after{};
+      clock_gettime(CLOCK_MONOTONIC, &before);
+      {
+        const bridge_lock lock(bridge);
+        last = bridge.stats;
+      }
+      clock_gettime(CLOCK_MONOTONIC, &after);
+      const double us = static_cast<double>(after.tv_sec - before.tv_sec) * 1e6 +
+                        static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e3;
+      longest_us = std::max(longest_us, us);
+      const timespec pause{0, 1'000'000};
+      nanosleep(&pause, nullptr);
+    }
+  }
+  pppoeia_stats last{};
+  double longest_us = 0;
+};
+
+void storm(tap_load& tap, double seconds)
+{
+  for (const double rate : {300'000.0, 0.0}) {
+    counter_reader reader;
+    const load_settings settings{.seconds = seconds, .rate = rate, .burst = 32, .ports = 64, .clients = 10'000};
+    const measured result =
+        run_worker(tap, nullptr, settings, [&](pppoeia_bridge& b, const std::atomic<bool>& d) { reader(b, d); });
+    std::printf("Storm at %s: sent %llu in %.2f s, given back %llu, lost %llu, counted %llu; longest wait for the lock "
+                "%.0f us\n",
+                rate > 0 ? "300,000 frames/s" : "full speed", static_cast<unsigned long long>(result.load.sent),
+                result.load.seconds, static_cast<unsigned long long>(result.load.returned),
+                static_cast<unsigned long long>(result.load.sent - result.load.returned),
+                static_cast<unsigned long long>(result.frames), reader.longest_us);
+    if (rate > 0)
+      continue;
+    const measured bare = run_bare(tap, bare_batch_loop, settings);
+    std::printf("Loop (b) at full speed: sent %llu, given back %llu\n", static_cast<unsigned long long>(bare.load.sent),
+                static_cast<unsigned long long>(bare.load.returned));
+  }
+}
+
+double seconds_from(int argc, char** argv)
+{
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--seconds") == 0 && i + 1 < argc)
+      return std::atof(argv[i + 1]);
+    if (std::strncmp(argv[i], "--benchmark_min_time=", 21) == 0)  // a short run of all benches
+      return 0.05;
+  }
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+  const double seconds = seconds_from(argc, argv);
+  try {
+    tap_load tap("piabench" + std::to_string(getpid() % 1000));
+    full_load(tap, seconds);
+    paced_load(tap, seconds);
+    storm(tap, std::min(seconds, 1.0));
+  } catch (const std::runtime_error& error) {
+    std::printf("whole_path_bench: skipped: %s\n", error.what());
+  }
+  return 0;
+}
