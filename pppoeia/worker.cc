@@ -5,8 +5,8 @@
 // The wait itself is outside the lock. A mutex is not fair: a worker under full load would take it again before
 // somebody who waits for it wakes up, so it looks whether anyone waits and steps back.
 //
-// How many records are asked for follows what was found: two after a wait, so that a line that dials in alone costs
-// hardly more than its own receive and send, and a whole batch as soon as those two were there.
+// How many records are asked for follows the wait: one when it really waited, so that a line that dials in alone costs
+// no more than its own receive and send; a whole batch when there was nothing to wait for, as long as batches come full.
 #include "pppoeia/worker.h"
 
 #include "pppoeia/frame.h"
@@ -18,6 +18,7 @@
 #include "pppoeia/records.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -27,7 +28,6 @@
 namespace {
 
 constexpr int wait_ms = 10;
-constexpr unsigned after_wait = 2;  // records asked for
 
 void priority_raise(const pppoeia_bridge& bridge)
 {
@@ -122,23 +122,36 @@ void rest()
   nanosleep(&pause, nullptr);
 }
 
+// What a wait found out.
+enum class found { nothing, after_waiting, at_once };
+
+found wait_for_records(const pppoeia_bridge& bridge)
+{
+  // A wait that finds something takes below a microsecond, one that sleeps and is woken several.
+  constexpr auto at_once_most = std::chrono::microseconds(2);
+  using clock = std::chrono::steady_clock;
+  const clock::time_point before = clock::now();
+  if (kernel->wait_readable(bridge.sock, wait_ms) != 1)
+    return found::nothing;
+  return clock::now() - before > at_once_most ? found::after_waiting : found::at_once;
+}
+
 void frame_loop(pppoeia_bridge& bridge)
 {
   batch records(bridge);
   builder_identifiers identifiers;
   frame_services services{identifiers, pppoeia_get_local_mac};
   while (!bridge.stop) {
-    if (kernel->wait_readable(bridge.sock, wait_ms) != 1)
+    const found wait = wait_for_records(bridge);
+    if (wait == found::nothing)
       continue;
-    unsigned most = std::min(after_wait, records.slots());
+    const unsigned most = wait == found::after_waiting ? 1 : records.slots();
     unsigned count = serve_batch(bridge, records, most, services);
     if (count == 0)
       rest();
     // A full batch says that more is waiting: no need to ask.
-    while (count == most && !bridge.stop) {
-      most = records.slots();
-      count = serve_batch(bridge, records, most, services);
-    }
+    while (count == records.slots() && !bridge.stop)
+      count = serve_batch(bridge, records, records.slots(), services);
   }
 }
 

@@ -28,6 +28,16 @@ bool mtu_set(const std::string& name, int mtu)
   return sock.get() >= 0 && ioctl(sock.get(), SIOCSIFMTU, &request) == 0;
 }
 
+// Room for what the agent gives back in a burst while this process reads something else; best effort.
+void queue_set(const std::string& name)
+{
+  constexpr int frames = 10'000;
+  const descriptor sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request = request_for(name);
+  request.ifr_qlen = frames;
+  ioctl(sock.get(), SIOCSIFTXQLEN, &request);
+}
+
 // The kernel's own IPv6 chatter is no discovery frame; without IPv6 in the kernel there is nothing to switch off.
 void ipv6_off(const std::string& name)
 {
@@ -47,6 +57,7 @@ descriptor tap_open(const std::string& name, int mtu)
   request.ifr_flags = IFF_TAP | IFF_NO_PI;
   if (tap.get() < 0 || ioctl(tap.get(), TUNSETIFF, &request) != 0 || !mtu_set(name, mtu))
     return descriptor();
+  queue_set(name);
   ipv6_off(name);
   return tap;
 }

@@ -81,7 +81,9 @@ byte_string test_frame::build() const
     put16(payload, static_cast<unsigned>(tag.value.size()));
     payload.insert(payload.end(), tag.value.begin(), tag.value.end());
   }
-  byte_string record(107);
+  byte_string record;
+  record.reserve(2048);
+  record.resize(107);
   record[4] = static_cast<unsigned char>(first_word >> 8);
   record[5] = static_cast<unsigned char>(first_word);
   record[6] = static_cast<unsigned char>(second_word >> 8);

@@ -68,15 +68,20 @@ exit_status batch_run(const context& context, std::istream& lines, const std::st
   return first;
 }
 
+std::vector<command_help> command_helps()
+{
+  std::vector<command_help> helps;
+  for (const special& command : specials)
+    helps.push_back({std::string(command.usage), std::string(command.summary)});
+  for (const api::operation& operation : api::operations)
+    helps.push_back({operation_usage(operation), std::string(operation.summary)});
+  return helps;
+}
+
 std::string command_list()
 {
   std::string list = "Commands:\n";
-  const auto add = [&](std::string_view usage, std::string_view summary) {
-    list += "  " + std::string(usage) + "\n      " + std::string(summary) + "\n";
-  };
-  for (const special& command : specials)
-    add(command.usage, command.summary);
-  for (const api::operation& operation : api::operations)
-    add(operation_usage(operation), operation.summary);
+  for (const command_help& help : command_helps())
+    list += "  " + help.usage + "\n      " + help.summary + "\n";
   return list;
 }

@@ -6,6 +6,7 @@
 
 #include <istream>
 #include <string>
+#include <vector>
 
 // Runs a command. Throws command_error.
 void command_run(const context& context, const words& line);
@@ -14,7 +15,16 @@ void command_run(const context& context, const words& line);
 // `go_on`. The status of the first error, or exit_done.
 exit_status batch_run(const context& context, std::istream& lines, const std::string& name, bool go_on);
 
-// All commands, a line each with what it does.
+// A command with its arguments, and what it does.
+struct command_help {
+  std::string usage;
+  std::string summary;
+};
+
+// All commands: the special ones, then the operations in the order of their ids.
+std::vector<command_help> command_helps();
+
+// The same as a text.
 std::string command_list();
 
 #endif

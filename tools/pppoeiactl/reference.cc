@@ -1,0 +1,126 @@
+#include "tools/pppoeiactl/reference.h"
+
+#include "tools/pppoeiactl/command.h"
+
+#include "pppoeia/api_table.h"
+
+#include <string_view>
+
+namespace {
+
+using api::kind;
+
+std::string kind_text(const api::argument& argument)
+{
+  const std::string size = std::to_string(argument.size);
+  switch (argument.what) {
+  case kind::name:
+  case kind::text:
+    return "text, " + size + " characters";
+  case kind::u16:
+    return "u16";
+  case kind::u32:
+    return "u32";
+  case kind::i32:
+    return "i32";
+  case kind::mac:
+    return "6 bytes";
+  case kind::port_info:
+  case kind::name_update:
+    return "record, " + size + " bytes";
+  case kind::tty:
+    return "device path";
+  case kind::unused:
+    return "any";
+  case kind::out_text:
+    return "out text, " + size + " bytes";
+  case kind::out_u32:
+    return "out u32";
+  case kind::out_i32:
+    return "out i32";
+  case kind::out_stats:
+  case kind::out_entry:
+    return "out record, " + size + " bytes";
+  }
+  return {};
+}
+
+// Man macros: a line must not begin with a dot, and a backslash or hyphen is written out.
+std::string man_text(std::string_view text)
+{
+  std::string escaped;
+  for (const char c : text) {
+    if (c == '\\')
+      escaped += "\\e";
+    else if (c == '-')
+      escaped += "\\-";
+    else
+      escaped += c;
+  }
+  return escaped;
+}
+
+constexpr char man_head[] = R"(.TH PPPOEIACTL 8
+.SH NAME
+pppoeiactl \- configure and query the PPPoE Intermediate Agent
+.SH SYNOPSIS
+.B pppoeiactl
+.RI [ options ] " command" " " [ argument ...]
+.br
+.B pppoeiactl \-batch
+.I FILE
+.SH DESCRIPTION
+Calls one operation of the running agent and prints what it tells. Numbers may be decimal or begin with 0x; where a
+number has a name (states, trust, modes, log levels), the name is taken and shown too.
+.SH OPTIONS
+.TP
+.BI \-\-socket " PATH"
+Socket of the agent; /var/run/pppoeia_fe_main if not given.
+.TP
+.BI \-t " SECONDS"
+How long to wait for an answer; 5 if not given.
+.TP
+.B \-\-json
+Print JSON. Lists are always arrays. A text stands as valid UTF-8, bytes above 127 as the characters of the same
+number, and beside it its bytes in hexadecimal under the same name with _hex behind it.
+.TP
+.BI \-batch " FILE"
+Run the commands of a file, one a line; \- is standard input. Words are split at blanks; quotes, backslash, \exNN and #
+work as in a shell. The first error ends it and is reported with its line.
+.TP
+.B \-force
+Go on after a failed line.
+.TP
+.BI \-\-watch " SECONDS"
+Repeat the command at that pace until interrupted.
+.SH COMMANDS
+)";
+
+constexpr char man_tail[] = R"(.SH EXIT STATUS
+0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out.
+.SH SEE ALSO
+.BR kvbridged (8)
+)";
+
+}  // namespace
+
+std::string operations_table()
+{
+  std::string table = "| id | operation | arguments in order | command |\n|---|---|---|---|\n";
+  for (const api::operation& operation : api::operations) {
+    std::string arguments;
+    for (const api::argument& argument : operation.arguments())
+      arguments += (arguments.empty() ? "" : ", ") + std::string(argument.name) + " (" + kind_text(argument) + ")";
+    table += "| " + std::to_string(operation.id) + " | `" + std::string(operation.name) + "` | " +
+             (arguments.empty() ? "none" : arguments) + " | `" + std::string(operation.command) + "` |\n";
+  }
+  return table;
+}
+
+std::string manual_page()
+{
+  std::string page = man_head;
+  for (const command_help& command : command_helps())
+    page += ".TP\n.B " + man_text(command.usage) + "\n" + man_text(command.summary) + ".\n";
+  return page + man_tail;
+}
