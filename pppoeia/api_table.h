@@ -54,13 +54,20 @@ static_assert(ids_match_places(), "a row's id is its place in the table");
 // Row n is the operation with function id n.
 inline constexpr std::span<const operation> operations = detail::rows;
 
+// The function id of the operation of that name; the number of operations when there is none.
+constexpr size_t operation_id(std::string_view name)
+{
+  size_t id = 0;
+  while (id < operations.size() && operations[id].name != name)
+    ++id;
+  return id;
+}
+
 // The operation of that name, or null.
 constexpr const operation* find_operation(std::string_view name)
 {
-  for (const operation& row : operations)
-    if (row.name == name)
-      return &row;
-  return nullptr;
+  const size_t id = operation_id(name);
+  return id < operations.size() ? &operations[id] : nullptr;
 }
 
 }  // namespace api

@@ -6,7 +6,8 @@
 // somebody who waits for it wakes up, so it looks whether anyone waits and steps back.
 //
 // How many records are asked for follows the wait: one when it really waited, so that a line that dials in alone costs
-// no more than its own receive and send; a whole batch when there was nothing to wait for, as long as batches come full.
+// no more than its own receive and send; a whole batch when there was nothing to wait for, as long as batches come
+// full.
 #include "pppoeia/worker.h"
 
 #include "pppoeia/frame.h"

@@ -38,10 +38,10 @@ struct context {
 // The row of an operation that must exist: a misspelt name does not compile.
 consteval const api::operation& row(std::string_view name)
 {
-  for (size_t id = 0; id < api::operations.size(); ++id)
-    if (api::operations[id].name == name)
-      return api::operations[id];
-  throw "no such operation";
+  const size_t id = api::operation_id(name);
+  if (id == api::operations.size())
+    throw "no such operation";
+  return api::operations[id];
 }
 
 // A text as JSON: valid UTF-8 whatever its bytes are (bytes above 127 and control characters as \u00xx), and the bytes

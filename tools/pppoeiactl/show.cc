@@ -32,7 +32,7 @@ constexpr std::string_view port_getters[] = {
 constexpr bool all_known(std::span<const std::string_view> names)
 {
   for (const std::string_view name : names)
-    if (!api::find_operation(name))
+    if (api::operation_id(name) == api::operations.size())
       return false;
   return true;
 }
