@@ -1,6 +1,7 @@
 #include "pppoeia/identifiers.h"
 
 #include "pppoeia/customid/customid.h"
+#include "pppoeia/customid/trace.h"
 #include "pppoeia/log.h"
 #include "pppoeia/operation.h"
 #include "pppoeia/pppoeia.h"
@@ -34,9 +35,11 @@ int32_t mode_select(const pppoeia_bridge& bridge, const pppoeia_port& port, uint
   if (const pppoeia_port_vlan* entry = vid < vid_none ? port_vlan_find(port, vid) : nullptr) {
     mode = entry->cid_mode;
     pppoeia_log(log_debug, "<%s> >> Intf-VLAN CID mode: %d\n", bridge.name, mode);
+    CUSTOMID_TRACE("\t", "pppoeia_build_circuit_id", "interface-vlan CID mode=%d\n", mode);
   } else {
     mode = static_cast<int32_t>(port.vsa_circuit_id_mode);
     pppoeia_log(log_debug, "<%s> >> Interface CID mode: %d\n", bridge.name, mode);
+    CUSTOMID_TRACE("\t", "pppoeia_build_circuit_id", "interface CID mode=%d\n", mode);
   }
   pppoeia_log(log_debug, "<%s> >> Selected CID mode: %d\n", bridge.name, mode);
   return mode;
@@ -75,16 +78,17 @@ void atm_text(char* out, const pppoeia_bridge& bridge, const pppoeia_port& port)
 
 // What differs between the custom formats of the two identifiers.
 struct custom_kind {
+  const char* builder;
   const char* word;  // "CID" or "RID"
   const char* bridge_lookup;
   char (pppoeia_port_vlan::*entry_format)[bridge_format_max + 1];
   char (pppoeia_bridge::*bridge_format)[bridge_format_max + 1];
 };
 
-constexpr custom_kind custom_cid{"CID", "br_circuit_id_format_get", &pppoeia_port_vlan::cid_format,
-                                 &pppoeia_bridge::pppoeia_cid_format};
-constexpr custom_kind custom_rid{"RID", "br_remote_id_format_get", &pppoeia_port_vlan::rid_format,
-                                 &pppoeia_bridge::pppoeia_rid_format};
+constexpr custom_kind custom_cid{"pppoeia_build_circuit_id", "CID", "br_circuit_id_format_get",
+                                 &pppoeia_port_vlan::cid_format, &pppoeia_bridge::pppoeia_cid_format};
+constexpr custom_kind custom_rid{"pppoeia_build_remote_id", "RID", "br_remote_id_format_get",
+                                 &pppoeia_port_vlan::rid_format, &pppoeia_bridge::pppoeia_rid_format};
 
 // The format of the port and VLAN, else the bridge's; null when there is none.
 const char* format_choose(const custom_kind& kind, const pppoeia_bridge& bridge, const pppoeia_port& port, uint16_t vid)
@@ -93,6 +97,7 @@ const char* format_choose(const custom_kind& kind, const pppoeia_bridge& bridge,
   if (entry && (entry->*kind.entry_format)[0]) {
     pppoeia_log(log_debug, "<%s> >> Using custom %s format from intf-VLAN='%s'\n", bridge.name, kind.word,
                 entry->*kind.entry_format);
+    CUSTOMID_TRACE("\t", kind.builder, "Using custom format from intf-VLAN='%s'\n", entry->*kind.entry_format);
     return entry->*kind.entry_format;
   }
   pppoeia_log(log_debug, "%s(%s)", kind.bridge_lookup, bridge.name);
@@ -102,6 +107,7 @@ const char* format_choose(const custom_kind& kind, const pppoeia_bridge& bridge,
   }
   pppoeia_log(log_debug, "<%s> >> No custom %s format configured for intf=%d, vid=%d. Return empty %s\n", bridge.name,
               kind.word, static_cast<int>(port.port_id), vid, kind.word);
+  CUSTOMID_TRACE("\t", kind.builder, "No format configured\n");
   return nullptr;
 }
 
@@ -115,6 +121,7 @@ void custom_text(const custom_kind& kind, char* out, const pppoeia_bridge& bridg
   std::memcpy(out, text.data(), length);
   out[length] = '\0';
   pppoeia_log(log_debug, "<%s> >> Generated custom %s='%s'\n", bridge.name, kind.word, text.c_str());
+  CUSTOMID_TRACE("\t", kind.builder, "Generated custom %s='%s'\n", kind.word, text.c_str());
 }
 
 void custom_circuit_id(char* out, const pppoeia_bridge& bridge, const pppoeia_port& port, uint16_t vid,
@@ -122,6 +129,7 @@ void custom_circuit_id(char* out, const pppoeia_bridge& bridge, const pppoeia_po
 {
   const uint16_t word = bridge.frame_buffer ? frame_words(bridge).second : vid_none;
   const auto cvid = static_cast<uint16_t>(word & 0x0fff);
+  CUSTOMID_TRACE("\t", "pppoeia_build_circuit_id", "custom CID mode\n");
   pppoeia_log(log_debug, "<%s> >> Custom CID mode for intfId=%d, vid=%d\n", bridge.name, static_cast<int>(port.port_id),
               vid);
   custom_text(custom_cid, out, bridge, port, vid, cvid, bin, useData);

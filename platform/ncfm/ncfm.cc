@@ -81,6 +81,40 @@ private:
   std::map<std::string, addresses> devices_;
 };
 
+// The card's position as the node's file said it at most a second ago; nothing when it does not.
+class position_cache {
+public:
+  std::optional<uint8_t> get()
+  {
+    const std::lock_guard lock(mutex_);
+    if (const clock::time_point now = clock::now(); now >= stale_) {
+      position_ = read();
+      stale_ = now + std::chrono::seconds(1);
+    }
+    return position_;
+  }
+
+private:
+  static std::optional<uint8_t> read()
+  {
+    const std::optional<std::string> text = node_conf::value("board_position");
+    unsigned number = 0;
+    if (!text || std::from_chars(text->data(), text->data() + text->size(), number).ec != std::errc{} || number > 255)
+      return std::nullopt;
+    return static_cast<uint8_t>(number);
+  }
+
+  std::mutex mutex_;
+  clock::time_point stale_{};
+  std::optional<uint8_t> position_;
+};
+
+position_cache& position()
+{
+  static auto& instance = *new position_cache;
+  return instance;
+}
+
 address_cache& cache()
 {
   static auto& instance = *new address_cache;  // workers may ask until the process is gone
@@ -91,11 +125,10 @@ address_cache& cache()
 
 int ncfmGetMyBoardPos(ncfmBoardPos* pos)
 {
-  const std::optional<std::string> text = node_conf::value("board_position");
-  unsigned number = 0;
-  if (!text || std::from_chars(text->data(), text->data() + text->size(), number).ec != std::errc{} || number > 255)
+  const std::optional<uint8_t> number = position().get();
+  if (!number)
     return -1;
-  *pos = {static_cast<uint8_t>(number), {}};
+  *pos = {*number, {}};
   return 0;
 }
 
