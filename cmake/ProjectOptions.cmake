@@ -10,6 +10,7 @@ option(PPPOEIA_LIBFUZZER "Build the fuzz targets with libFuzzer (needs clang); o
 set(PPPOEIA_IPPC_LIBRARY "" CACHE FILEPATH "The node's own IPPC library")
 set(PPPOEIA_NCFM_LIBRARY "" CACHE FILEPATH "The node's own node-configuration library")
 set(PPPOEIA_NODEINFO_LIBRARY "" CACHE FILEPATH "The node's own node-information library")
+set(PPPOEIA_BRIDGE_PLUGIN_LIBRARY "" CACHE FILEPATH "The node's own bridge plug-in")
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

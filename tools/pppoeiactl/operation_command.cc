@@ -2,7 +2,7 @@
 
 #include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/report.h"
-#include "tools/pppoeiactl/terminal.h"
+#include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>
 #include <cctype>

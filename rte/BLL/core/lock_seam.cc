@@ -1,31 +1,24 @@
 #include "rte/BLL/core/lock_seam.h"
 
+#include "rte/BLL/core/manager_log.h"
+#include "rte/BLL/core/self_debugger.h"
 #include <chrono>
-
-#if __has_include("rte/BLL/core/log.h")
-#include "rte/BLL/core/log.h"
-#include "rte/BLL/core/singleton.h"
-#endif
 
 namespace {
 
-void writeToFrameworkLog([[maybe_unused]] lockLogLevel_t level, [[maybe_unused]] const std::string& text)
+void writeToFrameworkLog(lockLogLevel_t level, const std::string& text)
 {
-#if __has_include("rte/BLL/core/log.h")
-  Log& log = singleton<Log>::instance();
-  log.setMsgLevel(static_cast<LogImpl::logLevel_t>(level));
-  log << text;
-#endif
+  logAt(static_cast<LogImpl::logLevel_t>(level)) << text;
 }
 
-// The self debugger is not part of the framework yet; until it is, there are no backtraces to report.
-bool noBacktraces()
+bool backtraceReportsEnabled()
 {
-  return false;
+  return singleton<SelfDebugger>::instance().areBacktraceReportsEnabled();
 }
-bool noBacktrace(int32_t)
+
+bool dumpBacktrace(int32_t kernelThreadId)
 {
-  return false;
+  return singleton<SelfDebugger>::instance().dumpBacktrace(kernelThreadId);
 }
 
 int64_t steadySeconds()
@@ -37,6 +30,6 @@ int64_t steadySeconds()
 
 lockSeam_t& lockSeam()
 {
-  static constinit lockSeam_t seam = {writeToFrameworkLog, noBacktraces, noBacktrace, steadySeconds};
+  static constinit lockSeam_t seam = {writeToFrameworkLog, backtraceReportsEnabled, dumpBacktrace, steadySeconds};
   return seam;
 }

@@ -1,6 +1,7 @@
 #include "rte/BLL/core/thread_registry.h"
 
 #include "rte/BLL/core/lock_seam.h"
+#include "rte/BLL/core/self_debugger.h"
 #include <pthread.h>
 #include <sstream>
 #include <unistd.h>
@@ -23,6 +24,7 @@ threadRegistry_t& threadRegistry_t::instance()
 
 void threadRegistry_t::registerThread(const std::string& name)
 {
+  SelfDebugger::prepareThread();
   const threadsInfo_t info{boost::this_thread::get_id(), gettid(), pthread_self(), name};
   {
     const std::lock_guard guard(mutex_);

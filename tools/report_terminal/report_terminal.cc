@@ -1,13 +1,11 @@
-#include "tools/pppoeiactl/terminal.h"
+#include "tools/report_terminal/report_terminal.h"
 
 #include <cerrno>
 #include <climits>
-#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <system_error>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 report_terminal::report_terminal()
@@ -18,32 +16,40 @@ report_terminal::report_terminal()
   path_ = name;
   termios settings{};
   tcgetattr(slave_, &settings);
-  cfmakeraw(&settings);  // bytes as the agent wrote them
+  cfmakeraw(&settings);  // bytes as the daemon wrote them
   tcsetattr(slave_, TCSANOW, &settings);
+  reader_ = std::thread([this] { read_all(); });
 }
 
 report_terminal::~report_terminal()
 {
-  close(slave_);
+  abandoned_ = true;  // a daemon that hangs may keep the terminal open for ever
+  take();
   close(master_);
 }
 
-// Reads until nothing has come for a moment: the agent has answered before, so all of it is in the terminal.
-void report_terminal::drain()
+void report_terminal::read_all()
 {
-  constexpr int quiet_ms = 20;
+  constexpr int look_up_ms = 50;
   char block[4096];
-  pollfd wait{master_, POLLIN, 0};
-  while (poll(&wait, 1, quiet_ms) == 1) {
+  while (!abandoned_) {
+    pollfd wait{master_, POLLIN, 0};
+    if (poll(&wait, 1, look_up_ms) == 0)
+      continue;
     const ssize_t count = read(master_, block, sizeof block);
-    if (count <= 0)
+    if (count > 0)
+      text_.append(block, static_cast<size_t>(count));
+    else if (count == 0 || errno != EINTR)
       return;
-    text_.append(block, static_cast<size_t>(count));
   }
 }
 
 std::string report_terminal::take()
 {
-  drain();
+  if (slave_ >= 0)
+    close(slave_);
+  slave_ = -1;
+  if (reader_.joinable())
+    reader_.join();
   return std::move(text_);
 }

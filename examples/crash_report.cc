@@ -1,0 +1,47 @@
+// Crashes in the way that is asked for, on purpose; its report is shown in docs/framework-crash.md.
+#include "rte/BLL/core/self_debugger.h"
+#include "rte/BLL/core/singleton.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+volatile int sink;
+volatile bool goOn = true;
+
+[[gnu::noinline]] void writeThroughNull(volatile int* target)
+{
+  *target = 1;
+  sink = 2;
+}
+
+[[gnu::noinline]] void giveUp()
+{
+  std::abort();
+}
+
+[[gnu::noinline]] int recurseForEver(int depth)
+{
+  volatile char room[1024];
+  room[0] = static_cast<char>(depth);
+  return goOn ? recurseForEver(depth + 1) + room[0] : depth;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+  const char* const how = argc == 2 ? argv[1] : "";
+  if (!singleton<SelfDebugger>::instance().installCrashReports())
+    std::fprintf(stderr, "there will be no report\n");
+  if (std::strcmp(how, "null") == 0)
+    writeThroughNull(nullptr);
+  else if (std::strcmp(how, "abort") == 0)
+    giveUp();
+  else if (std::strcmp(how, "stack") == 0)
+    sink = recurseForEver(0);
+  std::fprintf(stderr, "usage: crash_report null|abort|stack\n");
+  return 2;
+}

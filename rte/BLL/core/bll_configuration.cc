@@ -1,0 +1,45 @@
+// Handing out and collecting the entities' configuration.
+#include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/manager_log.h"
+#include "rte/BLL/core/storage_mng.h"
+
+void BLLManager::applyConfiguration(const std::string& file)
+{
+  logAt(LogImpl::debug) << ">>> Applying configuration has been started (" << file << ").\n";
+  if (bllState_ != notConfigured) {
+    logAt(LogImpl::warning) << "<<< Error applying configuration: BLL is not initialized.\n";
+    return;
+  }
+  // The file is not read: a fresh store has no element for anybody, and an empty handle tells an entity to apply its
+  // built-in configuration.
+  Storage::StorageMng store;
+  const exclusiveLock_t guard;
+  if (!guard.isLocked())
+    return;
+  for (const auto& [name, entity] : startOrder()) {
+    logAt(LogImpl::debug) << "\n\tBLE: <" << name << ">... ";
+    callEntity(name, [&, e = entity, n = name] { e->applyConfiguration(store.getRoot(n)); });
+    logAt(LogImpl::debug) << "done.";
+  }
+  bllState_ = configured;
+  logAt(LogImpl::debug) << "\n<<< Applying configuration has been completed.\n";
+}
+
+void BLLManager::saveConfiguration(const std::string& file)
+{
+  logAt(LogImpl::debug) << ">>> Saving configuration has been started.\n";
+  Storage::StorageMng store;
+  {
+    const sharedLock_t guard;
+    if (!guard.isLocked())
+      return;
+    for (const auto& [name, entity] : startOrder()) {
+      const boost::shared_ptr<Storage::Setting> setting = store.addRoot(name);
+      logAt(LogImpl::debug) << "\n\tBLE: <" << name << ">... ";
+      callEntity(name, [&, e = entity] { e->saveConfiguration(setting); });
+      logAt(LogImpl::debug) << "done.";
+    }
+  }
+  store.save(file);
+  logAt(LogImpl::debug) << "\n<<< Saving configuration has been completed.\n";
+}

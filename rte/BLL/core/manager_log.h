@@ -1,0 +1,48 @@
+// The manager's own way to the framework log: a level, then the text. Not installed.
+#pragma once
+
+#include "rte/BLL/core/log.h"
+#include "rte/BLL/core/singleton.h"
+#include <cxxabi.h>
+#include <exception>
+#include <string>
+#include <utility>
+
+inline Log& logAt(LogImpl::logLevel_t level)
+{
+  Log& log = singleton<Log>::instance();
+  log.setMsgLevel(level);
+  return log;
+}
+
+inline void reportThrow(const std::string& entity, const char* text)
+{
+  logAt(LogImpl::critical) << "BLE " << entity << " has thrown: " << text << "\n";
+}
+
+// Runs one operation of a plug-in entity. A plug-in is other people's code: what it throws is logged and counts as the
+// answer false. The unwinding of a cancelled thread goes on.
+template <typename Operation>
+bool answeredTrue(const std::string& entity, Operation&& operation)
+{
+  try {
+    return std::forward<Operation>(operation)();
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const std::exception& error) {
+    reportThrow(entity, error.what());
+  } catch (...) {
+    reportThrow(entity, "something that is no std::exception");
+  }
+  return false;
+}
+
+// The same for an operation without a result.
+template <typename Operation>
+void callEntity(const std::string& entity, Operation&& operation)
+{
+  answeredTrue(entity, [&] {
+    std::forward<Operation>(operation)();
+    return true;
+  });
+}

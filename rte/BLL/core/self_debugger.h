@@ -1,0 +1,49 @@
+// Tells where threads are: the stacks of all of them when the process crashes, and of one on request.
+//
+// A process that has gone wrong is not asked to inspect itself. A reporter process, forked beforehand, waits for a
+// request, attaches to this process (ptrace(2)), walks the stacks with elfutils' libdwfl and names functions and lines.
+// Its report of a crash goes to the system log and to standard error, one line a frame; the stack of a thread comes
+// back and is logged in the framework log, beside the report that asked for it. The reporter ends with this process.
+//
+// Reached as singleton<SelfDebugger>::instance(). Any thread may call; nothing is thrown, and no call takes longer than
+// two seconds. Where attaching is not allowed, everything answers false.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <sys/types.h>
+
+class SelfDebugger {
+public:
+  SelfDebugger() = default;
+  SelfDebugger(const SelfDebugger&) = delete;
+  SelfDebugger& operator=(const SelfDebugger&) = delete;
+
+  // From now on a crash (SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT) leaves a report, and the process still dies by its
+  // signal. To be called early: the reporter is a copy of the process at that time. False if there is no reporter.
+  bool installCrashReports();
+  // Gives the calling thread a stack of its own for the crash of having used its stack up. The thread that installs and
+  // threads that register with the manager have one.
+  static void prepareThread();
+
+  // Stacks of threads on request: switched on and off by operators. Enabling answers false if there is no reporter.
+  bool enableManualReports();
+  bool disableManualReports();
+  bool areBacktraceReportsEnabled() const { return manualReports_; }
+  // Logs the stack of a thread of this process, at critical level; whether reports are enabled is the caller's
+  // business. False if there is no such thread, or its stack could not be had in time.
+  bool dumpBacktrace(int32_t kernelThreadId);
+  // The stack as text, a line a frame; empty on failure.
+  std::string backtraceOf(int32_t kernelThreadId);
+
+private:
+  bool startReporter();
+  void dropReporter();
+
+  std::atomic<bool> manualReports_ = false;
+  std::timed_mutex mutex_;  // guards what follows, and is held while the reporter works
+  int requests_ = -1;       // socket to the reporter
+  pid_t reporter_ = 0;
+};

@@ -1,0 +1,42 @@
+// A settings document in memory: made afresh or loaded from an XML file, changed through Storage::Setting, saved.
+//
+// The elements directly under the document's root element are called roots here; a fresh document's root element is
+// "Configuration". One thread at a time uses a store and its settings; stores of different threads do not meet. Nothing
+// throws but for want of memory: every failure prints one line on standard output and answers empty or false.
+#pragma once
+
+#include "rte/BLL/core/setting.h"
+#include <boost/shared_ptr.hpp>
+#include <string>
+
+struct _xmlDoc;
+struct _xmlNode;
+
+namespace Storage {
+
+class StorageMng {
+public:
+  StorageMng();
+  ~StorageMng();
+  StorageMng(const StorageMng&) = delete;
+  StorageMng& operator=(const StorageMng&) = delete;
+
+  // Replaces the document by the file's. What external entities and DTDs name is never fetched, and entities that grow
+  // out of proportion make the file unreadable. After a failure the store has no document. All handles on the document
+  // before end here.
+  bool load(const std::string& file);
+  // Writes the document, indented, as UTF-8. A regular file is replaced only when the new one is complete.
+  bool save(const std::string& file) const;
+  // The first root of that name, or an empty pointer.
+  boost::shared_ptr<Setting> getRoot(const std::string& name) const;
+  // Appends a root; an empty pointer for a name that XML does not allow.
+  boost::shared_ptr<Setting> addRoot(const std::string& name);
+
+private:
+  void freeDocument();
+  _xmlNode* rootElement(const char* noDocument) const;
+
+  _xmlDoc* document_;
+};
+
+}  // namespace Storage

@@ -1,0 +1,73 @@
+// bllhost: a process for the plug-in entities of a board, from its first library to its last save.
+#include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/self_debugger.h"
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+enum exit_status : int { exit_stopped = 0, exit_not_started = 1, exit_usage = 2 };
+
+struct settings {
+  std::string configuration = "bll_saved.xml";
+  bool save = false;
+};
+
+sigset_t end_signals()
+{
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  return signals;
+}
+
+void wait_for_the_end(const sigset_t& signals)
+{
+  int received;
+  sigwait(&signals, &received);
+}
+
+exit_status host(const settings& given)
+{
+  const sigset_t signals = end_signals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // here and in every thread that plug-ins start
+  BLLManager& manager = singleton<BLLManager>::instance();
+  manager.loadDynamicLibs();
+  manager.init();
+  manager.applyConfiguration(given.configuration);
+  if (!manager.start()) {
+    std::fprintf(stderr, "bllhost: the entities could not be started; the system log says why\n");
+    return exit_not_started;
+  }
+  wait_for_the_end(signals);
+  manager.stop(given.save, given.configuration);
+  return exit_stopped;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+  settings given;
+  CLI::App app(
+      "Loads the plug-in libraries that the board's configuration names, starts their entities in the order of "
+      "their dependences and stops them on SIGTERM or SIGINT.",
+      "bllhost");
+  CLI::Option* const file =
+      app.add_option("--save", given.configuration, "save the entities' configuration here at the end");
+  app.footer("Environment: BLL_CONFIG (configuration file), BLL_BOARD_ID (file with the board's identity),\n"
+             "BLL_LIB_DIR (folder of the libraries).\n"
+             "Exit status: 0 stopped on request, 1 the entities could not be started, 2 usage.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? exit_stopped : exit_usage;
+  }
+  given.save = file->count() > 0;
+  return host(given);
+}
