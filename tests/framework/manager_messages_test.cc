@@ -1,0 +1,179 @@
+// Operators' messages and the manager's events.
+#include "tests/framework/manager_support.h"
+
+#include "rte/BLL/core/self_debugger.h"
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace {
+
+using namespace manager_test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class ManagerMessages : public ManagerTest {
+protected:
+  void SetUp() override
+  {
+    manager();
+    logged();
+  }
+  std::string reply(const std::string& message, const std::string& value)
+  {
+    std::ostringstream out;
+    manager().onExternalMessage(message, value, out);
+    return out.str();
+  }
+  void answerWith(const std::string& text)
+  {
+    manager().externalMessageSubscribers.emplace_back(
+        [text](const std::string&, const std::string&, std::ostringstream& out, const std::string&) { out << text; });
+  }
+};
+
+TEST_F(ManagerMessages, SwitchesAndTheirWrongValues)
+{
+  EXPECT_EQ(reply("lockDebug", "on"), "");
+  EXPECT_TRUE(BLLManager::lockDebug);
+  reply("lockDebug", "off");
+  EXPECT_FALSE(BLLManager::lockDebug);
+  reply("lockDebug", "perhaps");
+  reply("reportBacktraces", "perhaps");
+  EXPECT_THAT(logged(),
+              ElementsAre("Warning: BLL Manager has received the message <lockDebug> with wrong value <perhaps>.\n",
+                          "bllmsg: invalid message: reportBacktraces perhaps\n"));
+  reply("reportBacktraces", "on");
+  EXPECT_TRUE(singleton<SelfDebugger>::instance().areBacktraceReportsEnabled());
+  reply("reportBacktraces", "off");
+  EXPECT_FALSE(singleton<SelfDebugger>::instance().areBacktraceReportsEnabled());
+  EXPECT_EQ(reply("deadlocktest", "start"), "Deadlock test started.\n");
+  EXPECT_EQ(reply("deadlocktest", ""), "Deadlock test stopped.\n");
+}
+
+TEST_F(ManagerMessages, Reports)
+{
+  std::thread([&] {
+    manager().registerThread("worker");
+    EXPECT_THAT(reply("threads", "show"),
+                testing::ContainsRegex("^Currently registered threads \\(1\\):\n"
+                                       "thread::id \\| pid_t \\| pthread_t \\| name\n"
+                                       "0x[0-9a-f]+ \\| [0-9]+ \\| 0x[0-9a-f]+ \\| worker\n$"));
+    manager().unregisterThread();
+  }).join();
+  EXPECT_EQ(reply("threads", "hide") + reply("lockHolders", "hide") + reply("unheard", "of"), "");
+  {
+    const BLLManager::exclusiveLock_t guard;
+    EXPECT_THAT(reply("lockHolders", "show"), HasSubstr("|"));
+  }
+  EXPECT_THAT(reply("featuresupport", ""), HasSubstr(" httpserver: false\n"));
+  EXPECT_EQ(reply("setfeature", " httpserver = 1 = 2"), "Setting BLL feature 'httpserver' to True\n");
+  EXPECT_EQ(reply("setfeature", "httpserver=0"), "Setting BLL feature 'httpserver' to False\n");
+  EXPECT_EQ(reply("setfeature", "httpserver"), "");
+  EXPECT_NE(reply("measureTimeX", "show"), "");
+}
+
+TEST_F(ManagerMessages, LevelsOfTheLog)
+{
+  names_t replies;
+  for (const char* value : {"critical", "warning", "notice", "verbose", "off"})
+    replies.push_back(reply("debugLevelX", value));
+  EXPECT_THAT(replies,
+              ElementsAre("Debug level set to Critical(0)\n", "Debug level set to Warning(1)\n",
+                          "Debug level set to Notice(2)\n", "Debug level set to Debug(3)\n", "Debug level disabled\n"));
+}
+
+TEST_F(ManagerMessages, LockingPeriodIsSecondsOrAnError)
+{
+  testing::internal::CaptureStdout();
+  reply("lockingPeriod", "10");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "BLLManager::onExternalMessage: set lock_t::lockingPeriod=10\n");
+  EXPECT_EQ(BLLManager::lock_t::lockingPeriod.wholeSeconds(), 10);
+  EXPECT_THROW(reply("lockingPeriod", "ten"), std::invalid_argument);
+  EXPECT_THROW(reply("lockingPeriod", "2147483648"), std::out_of_range);
+  EXPECT_EQ(BLLManager::lock_t::lockingPeriod.wholeSeconds(), 10);
+  reply("lockingPeriod", "300");
+}
+
+TEST_F(ManagerMessages, TheBridgePlugInIsReached)
+{
+  for (const char* message : {"ippc_la_init", "ippc_la_add_ports", "ippc_la_ports_up", "ippc_la_show"})
+    reply(message, "");
+  reply("laDebugMask", "pdu_config");
+  reply("laDebugMask", "config");
+  names_t texts = syslog_take_texts();
+  EXPECT_THAT(texts, ElementsAre(HasSubstr("test 1"), HasSubstr("test 2"), HasSubstr("test 3"), HasSubstr("test 4"),
+                                 HasSubstr("mask 3"), HasSubstr("mask 1")));
+}
+
+TEST_F(ManagerMessages, PrefixedOnesGoToTheirOwnSubscribers)
+{
+  names_t got;
+  manager().prefixedMessageSubscribers.emplace_back(
+      [&](const std::string& message, const std::string& value, const std::string& tty) {
+        got = {message, value, tty};
+      });
+  answerWith("unheard");
+  EXPECT_FALSE(manager().postExternalMessage("dhcpra:show", "all", "/nowhere"));
+  EXPECT_THAT(got, ElementsAre("show", "all", "/nowhere"));
+  manager().externalMessageSubscribers.emplace_back();
+  EXPECT_THROW(manager().postExternalMessage("show", "", ""), boost::bad_function_call);
+}
+
+TEST_F(ManagerMessages, TheReplyReachesTheTerminal)
+{
+  EXPECT_FALSE(manager().postExternalMessage("any", "", "/nowhere")) << "nothing to deliver";
+  const std::string text(3000, 'r');
+  answerWith(text);
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(manager().postExternalMessage("any", "", ""));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), text);
+
+  int master = -1, slave = -1;
+  char name[64];
+  ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
+  EXPECT_FALSE(manager().postExternalMessage("any", "", name));
+  std::string got(text.size(), ' ');
+  EXPECT_EQ(read(master, got.data(), got.size()), static_cast<ssize_t>(got.size()));
+  EXPECT_EQ(got, text);
+  close(slave);
+  close(master);
+
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  for (const std::string& bad : {folder, path("fifo"), std::string("/dev/full"), std::string(300, 'x')})
+    EXPECT_TRUE(manager().postExternalMessage("any", "", bad)) << bad;
+  const names_t lines = logged();
+  EXPECT_THAT(lines, ElementsAre("Error opening tty file for writing: " + folder + "\n",
+                                 "Error opening tty file for writing: " + path("fifo") + "\n",
+                                 "Error writing to file: /dev/full\n",
+                                 "Error opening tty file for writing: " + std::string(300, 'x') + "\n"));
+}
+
+TEST_F(ManagerMessages, EventsAreGivenUnderTheLock)
+{
+  names_t got;
+  const auto locked = [] { return BLLManager::lockCheck(lockType::write) ? " locked" : " unlocked"; };
+  manager().configurationAppliedSubscribers.emplace_back(
+      [&](int code) { got.push_back(std::to_string(code) + locked()); });
+  manager().preConfigurationApplyingSubscribers.emplace_back([&] { got.push_back(std::string("pre") + locked()); });
+  EXPECT_TRUE(manager().postConfigurationApplied(7));
+  EXPECT_TRUE(manager().postPreConfigurationApplying());
+  EXPECT_THAT(got, ElementsAre("7 locked", "pre locked"));
+
+  bool agrees = true;
+  for (int i = 0; i < 2; ++i)
+    manager().reloadRequestSubscribers.emplace_back(
+        [&](bool asked) { return got.push_back("reload"), asked && agrees; });
+  got.clear();
+  EXPECT_TRUE(manager().systemReloadRequest("why"));
+  agrees = false;
+  EXPECT_FALSE(manager().systemReloadRequest("why not"));
+  EXPECT_EQ(got.size(), 3u) << "the first that refuses ends the walk";
+  EXPECT_THAT(logged(), ElementsAre("BLLManager::systemReloadRequest, msg: why\n",
+                                    "BLLManager::systemReloadRequest, msg: why not\n",
+                                    "BLLManager::systemReloadRequest, reload request denied\n"));
+}
+
+}  // namespace
