@@ -104,15 +104,33 @@ bool field_set(pppoeia_port_info& info, std::string_view key, std::string_view v
   return false;
 }
 
+// Takes the part before the next comma off the front of a list; a backslash keeps the character behind it.
+std::string part_take(std::string_view& list)
+{
+  std::string part;
+  while (!list.empty()) {
+    char c = list.front();
+    list.remove_prefix(1);
+    if (c == ',')
+      break;
+    if (c == '\\' && !list.empty()) {
+      c = list.front();
+      list.remove_prefix(1);
+    }
+    part += c;
+  }
+  return part;
+}
+
 std::optional<pppoeia_port_info> info_parse(std::string_view text, std::string& why)
 {
   pppoeia_port_info info{};
   while (!text.empty()) {
-    const std::string_view part = text.substr(0, text.find(','));
-    text.remove_prefix(std::min(part.size() + 1, text.size()));
-    const size_t equals = part.find('=');
-    if (equals == std::string_view::npos || !field_set(info, part.substr(0, equals), part.substr(equals + 1))) {
-      why = "no such field or value: '" + std::string(part) + "'";
+    const std::string part = part_take(text);
+    const size_t equals = std::min(part.find('='), part.size());
+    const std::string_view key = std::string_view(part).substr(0, equals);
+    if (equals == part.size() || !field_set(info, key, std::string_view(part).substr(equals + 1))) {
+      why = "no such field or value: '" + part + "'";
       return std::nullopt;
     }
   }
@@ -174,6 +192,17 @@ std::optional<buffer> encode(const api::argument& argument, std::string_view tex
   }
 }
 
+std::string record_value(std::string_view value)
+{
+  std::string escaped;
+  for (const char c : value) {
+    if (c == ',' || c == '\\')
+      escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
+}
+
 buffer output_room(const api::argument& argument)
 {
   return buffer(argument.size);
@@ -203,6 +232,8 @@ std::string number_word(const api::argument& argument, int64_t number)
 
 std::string error_text(std::string_view operation, int32_t result)
 {
+  if (result > 0 && operation.starts_with("pppoeia_test_"))
+    return "no such bridge";
   if (result > 0)
     return operation == "pppoeia_init" || operation == "pppoeia_bridge_add" ? std::strerror(result)
                                                                             : "not applicable to this bridge or port";

@@ -18,8 +18,11 @@ using buffer = std::vector<unsigned char>;
 std::optional<int64_t> number_parse(const api::argument& argument, std::string_view text);
 
 // The bytes to send for an input argument, or nothing with `why` set to one line. Records are key=value lists:
-// "parent=0,type=eth,kind=1,panel-kind=0,panel=A,onu=1,gem=2,pvc=3,reserved=0".
+// "parent=0,type=eth,kind=1,panel-kind=0,panel=A,onu=1,gem=2,pvc=3,reserved=0"; a backslash keeps a comma in a value.
 std::optional<buffer> encode(const api::argument& argument, std::string_view text, std::string& why);
+
+// A value as it stands in such a list.
+std::string record_value(std::string_view value);
 
 // Zeroed room for an output argument.
 buffer output_room(const api::argument& argument);

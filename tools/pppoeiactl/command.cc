@@ -2,6 +2,7 @@
 
 #include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/save.h"
 #include "tools/pppoeiactl/show.h"
 
 #include <cstdio>
@@ -29,8 +30,8 @@ void fini_run(const context& context, const words& rest)
 constexpr special specials[] = {
     {"init", "init", "Initialise the agent", init_run},
     {"fini", "fini", "Delete every bridge and end the agent's state", fini_run},
-    {"show", "show bridge BRIDGE | port BRIDGE [PORT] | port-vlan BRIDGE PORT", "Gather what the getters tell",
-     show_run},
+    {"show", show_usage, "Gather what the getters tell", show_run},
+    {"save", save_usage, "Print a batch file that makes this configuration anew", save_run},
     {"call", "call ID ARG...", "Call any operation by its function id", call_run},
 };
 

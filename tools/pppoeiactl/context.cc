@@ -1,5 +1,6 @@
 #include "tools/pppoeiactl/context.h"
 
+#include <charconv>
 #include <cstdio>
 
 namespace {
@@ -35,6 +36,15 @@ agent_client::answer context::demand(const api::operation& operation, const word
   if (answer.result != 0)
     throw command_error(exit_refused, agent_client::error_text(operation.name, answer.result));
   return answer;
+}
+
+uint64_t number_word_parse(const std::string& text, uint64_t most, const char* what)
+{
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (text.empty() || error != std::errc{} || end != text.data() + text.size() || number > most)
+    throw command_error(exit_usage, std::string("no ") + what + ": '" + text + "'");
+  return number;
 }
 
 void json_put_text(nlohmann::ordered_json& object, const std::string& key, const std::string& text)

@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -43,6 +44,9 @@ consteval const api::operation& row(std::string_view name)
     throw "no such operation";
   return api::operations[id];
 }
+
+// A decimal number in a command of this program's own, 0 to `most`; throws for any other text.
+uint64_t number_word_parse(const std::string& text, uint64_t most, const char* what);
 
 // A text as JSON: valid UTF-8 whatever its bytes are (bytes above 127 and control characters as \u00xx), and the bytes
 // in hexadecimal beside it as "<key>_hex".

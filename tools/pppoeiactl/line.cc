@@ -103,3 +103,9 @@ std::string word_quote(const std::string& word)
   }
   return quoted + "\"";
 }
+
+std::string word_write(const std::string& word)
+{
+  constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/:,=+-";
+  return !word.empty() && word.find_first_not_of(plain) == std::string::npos ? word : word_quote(word);
+}

@@ -14,4 +14,7 @@ words line_split(std::string_view line);
 // The word as line_split() reads it back.
 std::string word_quote(const std::string& word);
 
+// The same, without quotes where none are needed.
+std::string word_write(const std::string& word);
+
 #endif

@@ -68,15 +68,51 @@ constexpr char exit_statuses[] = "Exit status: 0 done, 1 refused by the agent, 2
   std::exit(exit_done);
 }
 
-// Long options with one dash, as the tools of the network's other parts take them.
-words arguments_of(int argc, char** argv)
+// Options of the program itself, which may stand before and behind the command's words.
+struct program_option {
+  std::string_view name;
+  bool has_value;
+};
+constexpr program_option program_options[] = {
+    {"--socket", true}, {"-t", true},      {"--json", false}, {"--batch", true},
+    {"--force", false}, {"--watch", true}, {"--help", false}, {"-h", false},
+};
+
+const program_option* program_option_find(std::string_view word)
 {
-  words arguments;
-  for (int i = argc - 1; i > 0; --i) {
-    const std::string word = argv[i];
-    arguments.push_back(word == "-batch" || word == "-json" || word == "-force" ? "-" + word : word);
+  for (const program_option& option : program_options)
+    if (word == option.name || (option.has_value && word.starts_with(std::string(option.name) + "=")))
+      return &option;
+  return nullptr;
+}
+
+// Long options with one dash, as the tools of the network's other parts take them.
+std::string two_dashes(const std::string& word)
+{
+  return word == "-batch" || word == "-json" || word == "-force" ? "-" + word : word;
+}
+
+// Parts the program's options, for the parser, from the command, whose own words and options stay as they are. Behind
+// "--" everything is the command's.
+words options_part(int argc, char** argv, words& command)
+{
+  words options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = two_dashes(argv[i]);
+    if (word == "--") {
+      command.insert(command.end(), argv + i, argv + argc);
+      break;
+    }
+    const program_option* option = program_option_find(word);
+    if (!option && (!command.empty() || !word.starts_with("-"))) {
+      command.push_back(argv[i]);
+      continue;
+    }
+    options.push_back(word);
+    if (option && option->has_value && word == option->name && i + 1 < argc)
+      options.push_back(argv[++i]);
   }
-  return arguments;  // reversed, as the parser wants it
+  return {options.rbegin(), options.rend()};  // as the parser wants them
 }
 
 }  // namespace
@@ -98,15 +134,12 @@ int main(int argc, char** argv)
       ->check(CLI::Range(0.01, 86400.0));
   app.add_flag_callback("--man", [] { print_and_end(manual_page()); })->group("");
   app.add_flag_callback("--operations-table", [] { print_and_end(operations_table()); })->group("");
-  app.add_option("command", given.command, "Command and its arguments");
-  app.prefix_command();
-  app.footer(command_list() + exit_statuses);
+  app.footer("A command and its arguments stand beside the options; behind -- nothing is taken for an option.\n\n" +
+             command_list() + exit_statuses);
   try {
-    app.parse(arguments_of(argc, argv));
+    app.parse(options_part(argc, argv, given.command));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? exit_done : exit_usage;
   }
-  const words rest = app.remaining();
-  given.command.insert(given.command.end(), rest.begin(), rest.end());
   return run(given);
 }

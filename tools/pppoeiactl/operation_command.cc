@@ -1,6 +1,5 @@
 #include "tools/pppoeiactl/operation_command.h"
 
-#include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/report.h"
 #include "tools/report_terminal/report_terminal.h"
 
@@ -8,6 +7,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <map>
 #include <optional>
 
 namespace {
@@ -25,7 +25,7 @@ bool is_written(const api::argument& argument)
   return !api::is_output(argument.what) && argument.what != kind::tty && !is_record(argument.what);
 }
 
-// Options among the words: those of records gathered as one list, and the terminal.
+// Options among the words: those of records gathered as one list, and the terminal. Behind "--" there are none.
 struct options {
   words plain;
   std::string record;
@@ -46,11 +46,15 @@ options options_take(const words& inputs)
       taken.plain.push_back(word);
       continue;
     }
+    if (word == "--") {
+      taken.plain.insert(taken.plain.end(), inputs.begin() + static_cast<std::ptrdiff_t>(i) + 1, inputs.end());
+      break;
+    }
     if (i + 1 == inputs.size())
       throw command_error(exit_usage, word + " needs a value");
     const std::string& value = inputs[++i];
     if (word == "--type" || word == "--kind" || word == "--parent")
-      record_add(taken.record, word.substr(2) + "=" + value);
+      record_add(taken.record, word.substr(2) + "=" + agent_client::record_value(value));
     else if (word == "--location")
       record_add(taken.record, value);
     else if (word == "--tty")
@@ -95,11 +99,6 @@ bool reports_to_terminal(const api::operation& operation)
   return std::ranges::any_of(operation.arguments(), [](const api::argument& a) { return a.what == kind::tty; });
 }
 
-words words_of(std::string_view command)
-{
-  return line_split(command);
-}
-
 void answer_print(const context& context, const api::operation& operation, const agent_client::answer& answer)
 {
   report report;
@@ -140,17 +139,34 @@ void raw_call(const context& context, uint16_t id, const words& texts)
 
 }  // namespace
 
+namespace {
+
+// Rows by their command words, joined by blanks: a batch looks one up for each of its lines.
+const std::map<std::string, const api::operation*, std::less<>>& rows_by_command()
+{
+  static const auto rows = [] {
+    std::map<std::string, const api::operation*, std::less<>> by_command;
+    for (const api::operation& operation : api::operations)
+      by_command.emplace(operation.command, &operation);
+    return by_command;
+  }();
+  return rows;
+}
+
+}  // namespace
+
 const api::operation* operation_of(const words& line, words& rest)
 {
+  constexpr size_t command_words_max = 3;
   const api::operation* best = nullptr;
   size_t best_length = 0;
-  for (const api::operation& operation : api::operations) {
-    const words command = words_of(operation.command);
-    if (command.size() <= best_length || command.size() > line.size() ||
-        !std::equal(command.begin(), command.end(), line.begin()))
-      continue;
-    best = &operation;
-    best_length = command.size();
+  std::string joined;
+  for (size_t length = 1; length <= std::min(command_words_max, line.size()); ++length) {
+    joined += (length > 1 ? " " : "") + line[length - 1];
+    if (const auto at = rows_by_command().find(joined); at != rows_by_command().end()) {
+      best = at->second;
+      best_length = length;
+    }
   }
   rest.assign(line.begin() + static_cast<std::ptrdiff_t>(best_length), line.end());
   return best;
@@ -164,6 +180,14 @@ void operation_run(const context& context, const api::operation& operation, cons
     return;
   }
   answer_print(context, operation, context.demand(operation, inputs_arrange(operation, given, "")));
+}
+
+std::string report_of(const context& context, const api::operation& operation, words inputs)
+{
+  report_terminal terminal;
+  inputs.push_back(terminal.path());  // in all of them the last argument
+  context.demand(operation, inputs);
+  return terminal.take();
 }
 
 void call_run(const context& context, const words& line)

@@ -11,6 +11,10 @@ const api::operation* operation_of(const words& line, words& rest);
 // and --location; the terminal of a report is this program's standard output unless --tty names one.
 void operation_run(const context& context, const api::operation& operation, const words& inputs);
 
+// What an operation that reports to a terminal writes there. `inputs` are its arguments without the terminal. Throws
+// unless the result is 0.
+std::string report_of(const context& context, const api::operation& operation, words inputs);
+
 // "call ID ARG...": inputs in order, as `operation_run` takes them; of an id that has no operation, texts.
 void call_run(const context& context, const words& line);
 

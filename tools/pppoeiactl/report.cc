@@ -49,6 +49,33 @@ void report::add_number(const std::string& key, int64_t number, const std::strin
     json_[key + "_name"] = word;
 }
 
+void report::add_word(const std::string& key, const std::string& word)
+{
+  lines_.emplace_back(key, word);
+  json_[key] = word;
+}
+
+void report::add_flag(const std::string& key, bool flag)
+{
+  lines_.emplace_back(key, flag ? "yes" : "no");
+  json_[key] = flag;
+}
+
+void report::add_list(const std::string& key, nlohmann::ordered_json list, const std::string& line)
+{
+  lines_.emplace_back(key, line);
+  json_[key] = std::move(list);
+}
+
+void report::add_entry(const pppoeia_port_vlan_entry& entry)
+{
+  const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
+  add_number("vlan", entry.vlan_id, std::to_string(entry.vlan_id));
+  add_number("circuit-id-mode", entry.cid_mode, agent_client::number_word(mode, entry.cid_mode));
+  add_text("circuit-id-format", std::string(entry.cid_format, strnlen(entry.cid_format, sizeof entry.cid_format)));
+  add_text("remote-id-format", std::string(entry.rid_format, strnlen(entry.rid_format, sizeof entry.rid_format)));
+}
+
 void report::add(const api::argument& argument, const std::string& key, const agent_client::buffer& bytes)
 {
   switch (argument.what) {
@@ -65,15 +92,8 @@ void report::add(const api::argument& argument, const std::string& key, const ag
       add_number(row.name, stats.*row.counter, std::to_string(stats.*row.counter));
     return;
   }
-  case api::kind::out_entry: {
-    const auto entry = record_of<pppoeia_port_vlan_entry>(bytes);
-    const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
-    add_number("vlan", entry.vlan_id, std::to_string(entry.vlan_id));
-    add_number("circuit-id-mode", entry.cid_mode, agent_client::number_word(mode, entry.cid_mode));
-    add_text("circuit-id-format", std::string(entry.cid_format, strnlen(entry.cid_format, 129)));
-    add_text("remote-id-format", std::string(entry.rid_format, strnlen(entry.rid_format, 129)));
-    return;
-  }
+  case api::kind::out_entry:
+    return add_entry(record_of<pppoeia_port_vlan_entry>(bytes));
   default:
     return;
   }

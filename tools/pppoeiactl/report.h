@@ -20,6 +20,12 @@ public:
   void add(const api::operation& operation, const agent_client::answer& answer, const renaming& rename = {});
   void add_text(const std::string& key, const std::string& text);
   void add_number(const std::string& key, int64_t number, const std::string& word);
+  // Words of this program, not of the agent: no quotes, no bytes beside them.
+  void add_word(const std::string& key, const std::string& word);
+  void add_flag(const std::string& key, bool flag);
+  // A list, with the line that says it to people.
+  void add_list(const std::string& key, nlohmann::ordered_json list, const std::string& line);
+  void add_entry(const pppoeia_port_vlan_entry& entry);
 
   bool empty() const { return lines_.empty(); }
   const nlohmann::ordered_json& json() const { return json_; }

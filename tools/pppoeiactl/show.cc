@@ -1,9 +1,8 @@
 #include "tools/pppoeiactl/show.h"
 
-#include <cerrno>
-#include <charconv>
+#include "tools/pppoeiactl/discovery.h"
+
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -29,6 +28,8 @@ constexpr std::string_view port_getters[] = {
     "pppoeia_port_circuit_id_get", "pppoeia_port_stats_get",
 };
 
+constexpr std::string_view node_getters[] = {"pppoeia_log_level_get", "pppoeia_debug_admin_state_get"};
+
 constexpr bool all_known(std::span<const std::string_view> names)
 {
   for (const std::string_view name : names)
@@ -36,27 +37,28 @@ constexpr bool all_known(std::span<const std::string_view> names)
       return false;
   return true;
 }
-static_assert(all_known(bridge_getters) && all_known(port_getters));
+static_assert(all_known(node_getters) && all_known(bridge_getters) && all_known(port_getters));
 
-uint32_t port_parse(const std::string& text)
+using json_list = nlohmann::ordered_json;
+
+void print_json(const nlohmann::ordered_json& json)
 {
-  uint32_t id = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
-  if (text.empty() || error != std::errc{} || end != text.data() + text.size())
-    throw command_error(exit_usage, "no port id: '" + text + "'");
-  return id;
+  std::printf("%s\n", json.dump().c_str());
+}
+
+json_list list_of(const std::vector<report>& reports)
+{
+  json_list list = json_list::array();
+  for (const report& report : reports)
+    list.push_back(report.json());
+  return list;
 }
 
 // A report for each, under each other or as one JSON array.
 void print_all(const context& context, const std::vector<report>& reports)
 {
-  if (context.json) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const report& report : reports)
-      list.push_back(report.json());
-    std::printf("%s\n", list.dump().c_str());
-    return;
-  }
+  if (context.json)
+    return print_json(list_of(reports));
   for (size_t i = 0; i < reports.size(); ++i) {
     if (i > 0)
       std::printf("\n");
@@ -88,6 +90,11 @@ void gather(const context& context, report& into, std::span<const std::string_vi
   }
 }
 
+uint32_t port_parse(const std::string& text)
+{
+  return static_cast<uint32_t>(number_word_parse(text, UINT32_MAX, "port id"));
+}
+
 }  // namespace
 
 report show_bridge(const context& context, const std::string& bridge)
@@ -106,53 +113,149 @@ report show_port(const context& context, const std::string& bridge, uint32_t por
   return gathered;
 }
 
-std::vector<uint32_t> ports_of(const context& context, const std::string& bridge, uint32_t most)
+report show_node(const context& context)
 {
-  std::vector<uint32_t> ids;
-  for (uint32_t id = 1; id <= most; ++id) {
-    const agent_client::answer answer = context.ask(row("pppoeia_port_state_get"), {bridge, std::to_string(id)});
-    if (answer.result == 0)
-      ids.push_back(id);
-    else if (answer.result != -ENODEV)
-      throw command_error(exit_refused, agent_client::error_text("pppoeia_port_state_get", answer.result));
+  report gathered;
+  for (const std::string_view name : node_getters) {
+    const api::operation& operation = *api::find_operation(name);
+    gathered.add(operation, context.demand(operation, {}),
+                 [&](std::string_view key) { return key == "state" ? "debug-state" : "log-level"; });
   }
-  return ids;
+  return gathered;
 }
 
 std::vector<report> show_port_vlans(const context& context, const std::string& bridge, uint32_t port)
 {
   std::vector<report> entries;
-  const std::string id = std::to_string(port);
-  const api::operation* operation = &row("pppoeia_port_vlan_get_first");
-  agent_client::answer answer = context.ask(*operation, {bridge, id});
-  while (answer.result == 0) {
-    report entry;
-    entry.add(*operation, answer);
-    uint16_t vlan = 0;
-    std::memcpy(&vlan, answer.buffers.back().data(), sizeof vlan);
-    entries.push_back(std::move(entry));
-    operation = &row("pppoeia_port_vlan_get_next");
-    answer = context.ask(*operation, {bridge, id, std::to_string(vlan)});
-  }
-  if (answer.result != -ENOENT)
-    throw command_error(exit_refused, agent_client::error_text(operation->name, answer.result));
+  for (const pppoeia_port_vlan_entry& entry : port_vlans_of(context, bridge, port))
+    entries.emplace_back().add_entry(entry);
   return entries;
 }
 
+namespace {
+
+// "1-4,7"
+std::string ranges_text(const std::vector<uint16_t>& ids)
+{
+  std::string text;
+  for (size_t i = 0; i < ids.size();) {
+    size_t last = i;
+    while (last + 1 < ids.size() && ids[last + 1] == ids[last] + 1)
+      ++last;
+    text += (text.empty() ? "" : ",") + std::to_string(ids[i]);
+    if (last > i)
+      text += "-" + std::to_string(ids[last]);
+    i = last + 1;
+  }
+  return text.empty() ? "none" : text;
+}
+
+void add_vlans(const context& context, report& to, const std::string& bridge)
+{
+  const std::vector<uint16_t> ids = vlans_of(context, bridge);
+  to.add_list("vlans", ids, ranges_text(ids));
+}
+
+std::vector<report> show_bridges(const context& context)
+{
+  std::vector<report> reports;
+  for (const std::string& bridge : bridges_of(context))
+    reports.push_back(show_bridge(context, bridge));
+  return reports;
+}
+
+std::vector<report> show_ports(const context& context, const std::string& bridge)
+{
+  show_bridge(context, bridge);  // refuses a bridge that does not exist, where no port would say nothing
+  std::vector<report> reports;
+  for (const uint32_t id : ports_of(context, bridge))
+    reports.push_back(show_port(context, bridge, id));
+  return reports;
+}
+
+// A bridge with everything on it.
+struct bridge_view {
+  report own;
+  std::vector<report> ports;
+  std::vector<std::vector<report>> entries;  // of each port
+
+  bridge_view(const context& context, const std::string& bridge) : own(show_bridge(context, bridge))
+  {
+    add_vlans(context, own, bridge);
+    for (const uint32_t id : ports_of(context, bridge)) {
+      ports.push_back(show_port(context, bridge, id));
+      entries.push_back(show_port_vlans(context, bridge, id));
+    }
+  }
+
+  json_list json() const
+  {
+    json_list bridge = own.json();
+    bridge["ports"] = list_of(ports);
+    for (size_t i = 0; i < ports.size(); ++i)
+      bridge["ports"][i]["port-vlans"] = list_of(entries[i]);
+    return bridge;
+  }
+
+  void print(const context& context) const
+  {
+    own.print(context);
+    for (size_t i = 0; i < ports.size(); ++i) {
+      std::printf("\n");
+      ports[i].print(context);
+      for (const report& entry : entries[i]) {
+        std::printf("\n");
+        entry.print(context);
+      }
+    }
+  }
+};
+
+void show_all(const context& context, const words& bridges)
+{
+  const report node = show_node(context);
+  json_list json = node.json();
+  json["bridges"] = json_list::array();
+  if (!context.json)
+    node.print(context);
+  for (const std::string& name : bridges) {
+    const bridge_view bridge(context, name);
+    if (context.json) {
+      json["bridges"].push_back(bridge.json());
+      continue;
+    }
+    std::printf("\n");
+    bridge.print(context);
+  }
+  if (context.json)
+    print_json(json);
+}
+
+void show_vlans(const context& context, const std::string& bridge)
+{
+  report report;
+  add_vlans(context, report, bridge);
+  report.print(context);
+}
+
+}  // namespace
+
 void show_run(const context& context, const words& line)
 {
-  const std::string what = line.empty() ? "" : line[0];
+  const std::string what = line.empty() ? "all" : line[0];
+  if (what == "all")
+    return show_all(context, line.size() > 1 ? words(line.begin() + 1, line.end()) : bridges_of(context));
+  if (what == "bridge" && line.size() == 1)
+    return print_all(context, show_bridges(context));
   if (what == "bridge" && line.size() == 2)
     return show_bridge(context, line[1]).print(context);
+  if (what == "vlan" && line.size() == 2)
+    return show_vlans(context, line[1]);
   if (what == "port" && line.size() == 3)
     return show_port(context, line[1], port_parse(line[2])).print(context);
-  if (what == "port" && line.size() == 2) {
-    std::vector<report> reports;
-    for (const uint32_t id : ports_of(context, line[1]))
-      reports.push_back(show_port(context, line[1], id));
-    return print_all(context, reports);
-  }
+  if (what == "port" && line.size() == 2)
+    return print_all(context, show_ports(context, line[1]));
   if (what == "port-vlan" && line.size() == 3)
     return print_all(context, show_port_vlans(context, line[1], port_parse(line[2])));
-  throw command_error(exit_usage, "usage: show bridge BRIDGE | show port BRIDGE [PORT] | show port-vlan BRIDGE PORT");
+  throw command_error(exit_usage, "usage: " + std::string(show_usage));
 }
