@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -15,6 +16,7 @@ enum exit_status : int { exit_stopped = 0, exit_not_started = 1, exit_usage = 2 
 struct settings {
   std::string configuration = "bll_saved.xml";
   bool save = false;
+  bool log_to_stderr = false;
 };
 
 sigset_t end_signals()
@@ -34,6 +36,8 @@ void wait_for_the_end(const sigset_t& signals)
 
 exit_status host(const settings& given)
 {
+  if (!singleton<SelfDebugger>::instance().installCrashReports())  // first, while the process is small and single
+    std::fprintf(stderr, "bllhost: a crash will leave no report\n");
   const sigset_t signals = end_signals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // here and in every thread that plug-ins start
   BLLManager& manager = singleton<BLLManager>::instance();
@@ -60,6 +64,7 @@ int main(int argc, char** argv)
       "bllhost");
   CLI::Option* const file =
       app.add_option("--save", given.configuration, "save the entities' configuration here at the end");
+  app.add_flag("--log-to-stderr", given.log_to_stderr, "show what is logged on standard error too");
   app.footer("Environment: BLL_CONFIG (configuration file), BLL_BOARD_ID (file with the board's identity),\n"
              "BLL_LIB_DIR (folder of the libraries).\n"
              "Exit status: 0 stopped on request, 1 the entities could not be started, 2 usage.");
@@ -69,5 +74,7 @@ int main(int argc, char** argv)
     return app.exit(error) == 0 ? exit_stopped : exit_usage;
   }
   given.save = file->count() > 0;
+  if (given.log_to_stderr)
+    setenv("BLL_LOG_STDERR", "1", 1);
   return host(given);
 }

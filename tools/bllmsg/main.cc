@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -64,6 +65,7 @@ exit_status send_and_show(const settings& given)
 
 int main(int argc, char** argv)
 {
+  std::signal(SIGPIPE, SIG_IGN);  // a service that closes the connection is a refusal, not the end
   settings given;
   CLI::App app("Sends an operator's message to the service framework of this node and shows its reply.", "bllmsg");
   app.add_option("MESSAGE", given.message, "what to do; --list names what the framework understands by itself");

@@ -6,6 +6,7 @@
 #include "rte/BLL/core/rpc_bll_service.h"
 #include "rte/BLL/core/sys_log.h"
 #include "rte/BLL/core/thread_registry.h"
+#include <cstdlib>
 #include <fstream>
 #include <syslog.h>
 
@@ -18,7 +19,7 @@ void installFrameworkLog()
   static SysLog* const backEnd = new SysLog;  // logged through until the process is gone
   Log& log = singleton<Log>::instance();
   log.setLogLevel(LogImpl::debug);
-  openlog(identity, 0, LOG_USER);
+  openlog(identity, std::getenv("BLL_LOG_STDERR") ? LOG_PERROR : 0, LOG_USER);
   log.reset(backEnd);
 }
 

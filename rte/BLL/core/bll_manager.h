@@ -18,7 +18,7 @@
 //
 // The paths can be set for tests and other hosts by environment variables, read when they are needed: BLL_BOARD_ID (the
 // file with the board's identity), BLL_CONFIG (the configuration file), BLL_LIB_DIR (the folder of the libraries, with
-// its final slash or without).
+// its final slash or without). With BLL_LOG_STDERR set, what is logged appears on standard error too.
 #pragma once
 
 #include "rte/BLL/core/bl_entity.h"

@@ -5,8 +5,8 @@
 //   procedure 1   in: three XDR strings, the message, its value and the terminal device for the reply (may be empty:
 //                 standard output of the service); out: one XDR enum, 1 if the reply could not be delivered, else 0
 //
-// A string of more than 64 KiB, or arguments that are none, are answered GARBAGE_ARGS; a message whose handling has
-// thrown SYSTEM_ERR; any other procedure PROC_UNAVAIL (RFC 5531).
+// Strings of more than 64 KiB, each or over TCP together, or arguments that are none, are answered GARBAGE_ARGS; a
+// message whose handling has thrown SYSTEM_ERR; any other procedure PROC_UNAVAIL (RFC 5531).
 #pragma once
 
 #include <rpc/rpc.h>

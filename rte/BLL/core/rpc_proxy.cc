@@ -3,6 +3,7 @@
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/rpc_register.h"
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <rpc/rpc.h>
@@ -18,6 +19,15 @@ constexpr auto longestWait = boost::chrono::seconds(3);
 bool hasOwnLoop(const std::string& name)
 {
   return name != "BLLManager_mng" && name != "dhcpra_fun";
+}
+
+// A client that is gone before its reply must not end the process.
+void blockSigpipe()
+{
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
 }  // namespace
@@ -72,6 +82,7 @@ void RPCProxy::threadFunction()
 {
   BLLManager& manager = singleton<BLLManager>::instance();
   manager.registerThread(name_);
+  blockSigpipe();
   try {
     startFunction_(&checkInterrupt_);
     if (!hasOwnLoop(name_))

@@ -15,9 +15,10 @@
 
 namespace {
 
-// A record of a TCP client is kept until it is whole: so much, and no more. Setting it also keeps the runtime from
-// waiting for the rest of a record that never comes, which would hold up everybody else.
-int largestRecord = 1024 * 1024;
+// A record of a TCP client is kept until it is whole: so much, and no more, or the connection is closed. Setting it
+// also keeps the runtime from waiting for the rest of a record that never comes, which would hold up everybody else;
+// the price is that the runtime cannot decode a record of more than 64 KiB, all strings together.
+int largestRecord = 256 * 1024;
 constexpr int backlog = 128;
 
 struct service_t {

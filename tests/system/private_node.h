@@ -1,0 +1,50 @@
+// A node of a test's own: network and mount namespaces with a loopback interface, an empty /run and a /dev whose log
+// socket the test reads.
+#ifndef TESTS_SYSTEM_PRIVATE_NODE_H
+#define TESTS_SYSTEM_PRIVATE_NODE_H
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+class private_node {
+public:
+  // Moves the calling thread, and the processes that it starts from now on, into the node. Once a process.
+  // Empty, or why it cannot be had.
+  std::string enter();
+
+  // What has been sent to the log socket since the last time, a line each, without priority and time.
+  std::vector<std::string> logged();
+  // Waits until a line with `text` in it has been logged, some seconds at most. The lines so far are kept for logged().
+  bool wait_for_log(const std::string& text);
+
+private:
+  void read_log(int socket);
+
+  // A thread reads the socket to the end of the process: it holds ten lines, and then whoever logs has to wait.
+  std::mutex mutex_;
+  std::condition_variable more_;
+  std::vector<std::string> lines_;  // under mutex_
+};
+
+// A program in the background, with its output in a file.
+class background {
+public:
+  background(std::vector<std::string> command, std::string output);
+  ~background();  // kills it if it still runs
+  background(const background&) = delete;
+  background& operator=(const background&) = delete;
+
+  // Sends SIGTERM and waits; the wait status.
+  int end();
+  // Waits for it to end by itself, some seconds at most; the wait status, or -1.
+  int wait();
+  std::string output() const;
+
+private:
+  int pid_ = -1;
+  std::string output_;
+};
+
+#endif
