@@ -1,7 +1,10 @@
 // The process that inspects this one. Not installed.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <string>
 #include <sys/types.h>
 
 struct reportRequest_t {
@@ -10,14 +13,27 @@ struct reportRequest_t {
   uint64_t address = 0;        // that could not be accessed
 };
 
+// Whoever asks waits no longer than this. A reporter that takes longer ends itself soon after.
+inline constexpr std::chrono::milliseconds longestRequest(1900);
+inline constexpr std::chrono::milliseconds longestCrashReport(10'000);
+
 // An answer is one packet of at most this many bytes.
-inline constexpr int longestReport = 60'000;
+inline constexpr size_t longestAnswer = 60'000;
 
 struct reporterProcess_t {
   pid_t pid = 0;
   int socket = -1;  // SOCK_SEQPACKET, close-on-exec; closing it ends the reporter
 };
 
-// Forks a reporter for the calling process, and lets it attach. A pid of 0 if that failed. The reporter is no child of
-// the caller: nobody has to wait for it.
-reporterProcess_t forkReporter();
+using reportDeadline_t = std::chrono::steady_clock::time_point;
+
+// Forks a reporter for the calling process. A pid of 0 if that failed, or if it was not ready by the deadline. The
+// reporter is no child of the caller: nobody has to wait for it.
+reporterProcess_t forkReporter(reportDeadline_t deadline);
+
+// Lets it trace the calling process, and takes that right from the one before: the kernel knows one tracer. To be
+// called before each request. Safe in a signal handler.
+void letTrace(pid_t reporter);
+
+// The next packet as text, without the zero at its end; false if none came by the deadline or the reporter is gone.
+bool receiveAnswer(int socket, reportDeadline_t deadline, std::string& text);

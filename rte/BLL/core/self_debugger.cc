@@ -3,55 +3,40 @@
 #include "rte/BLL/core/crash_signals.h"
 #include "rte/BLL/core/manager_log.h"
 #include "rte/BLL/core/reporter_process.h"
-#include <chrono>
-#include <csignal>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
-constexpr auto longestCall = std::chrono::milliseconds(1900);
-using clock_t_ = std::chrono::steady_clock;
-
-int remaining_ms(clock_t_::time_point deadline)
+reportDeadline_t deadlineFromNow()
 {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock_t_::now()).count();
-  return left > 0 ? static_cast<int>(left) : 0;
-}
-
-// The reporter's answer; false if none came.
-bool receive(int socket, clock_t_::time_point deadline, std::string& text)
-{
-  pollfd wait{socket, POLLIN, 0};
-  if (poll(&wait, 1, remaining_ms(deadline)) != 1)
-    return false;
-  std::vector<char> packet(longestReport + 1);
-  const ssize_t size = recv(socket, packet.data(), packet.size(), MSG_DONTWAIT);
-  if (size <= 0)
-    return false;
-  text.assign(packet.data(), static_cast<size_t>(size) - 1);
-  return true;
+  return std::chrono::steady_clock::now() + longestRequest;
 }
 
 }  // namespace
 
 bool SelfDebugger::installCrashReports()
 {
-  const std::lock_guard guard(mutex_);
-  const reporterProcess_t reporter = forkReporter();
-  if (reporter.pid == 0)
+  static std::timed_mutex installing;  // signals belong to the process, not to an object
+  static bool installed = false;
+  const auto deadline = deadlineFromNow();
+  const std::unique_lock guard(installing, deadline);
+  if (!guard.owns_lock())
     return false;
   prepareThread();
-  crashSignalsInstall(reporter.socket);
-  return true;
+  if (installed)
+    return true;
+  const reporterProcess_t reporter = forkReporter(deadline);
+  if (reporter.pid != 0)
+    crashSignalsInstall(reporter);
+  return installed = reporter.pid != 0;
 }
 
 bool SelfDebugger::enableManualReports()
 {
-  const std::lock_guard guard(mutex_);
-  if (!startReporter())
+  const auto deadline = deadlineFromNow();
+  const std::unique_lock guard(mutex_, deadline);
+  if (!guard.owns_lock() || !startReporter(deadline))
     return false;
   manualReports_ = true;
   return true;
@@ -74,32 +59,48 @@ bool SelfDebugger::dumpBacktrace(int32_t kernelThreadId)
 
 std::string SelfDebugger::backtraceOf(int32_t kernelThreadId)
 {
-  const auto deadline = clock_t_::now() + longestCall;
-  const std::unique_lock guard(mutex_, deadline);
-  if (!guard.owns_lock() || !startReporter())
-    return {};
-  const reportRequest_t request{kernelThreadId, 0, 0};
+  const auto deadline = deadlineFromNow();
   std::string text;
-  if (send(requests_, &request, sizeof request, MSG_NOSIGNAL) != sizeof request || !receive(requests_, deadline, text))
+  text.reserve(longestAnswer + 1);  // now: the thread may be held still with the heap's lock in its hands
+  const std::unique_lock guard(mutex_, deadline);
+  if (!guard.owns_lock() || !startReporter(deadline))
+    return {};
+  // The one at hand may have been killed, or have ended itself; a new one gets one chance.
+  if (!sendRequest(kernelThreadId) && !(startReporter(deadline) && sendRequest(kernelThreadId)))
+    return {};
+  if (!receiveAnswer(requests_, deadline, text))
     dropReporter();
   return text;
 }
 
-// Unless one runs. It is forked when it is first needed, and again when one has been lost.
-bool SelfDebugger::startReporter()
+// Unless one runs for this process. It is forked when it is first needed, and again when one has been lost.
+bool SelfDebugger::startReporter(std::chrono::steady_clock::time_point deadline)
 {
+  if (owner_ != getpid())
+    dropReporter();
   if (requests_ >= 0)
     return true;
-  const reporterProcess_t reporter = forkReporter();
+  const reporterProcess_t reporter = forkReporter(deadline);
+  owner_ = getpid();
   reporter_ = reporter.pid;
   requests_ = reporter.socket;
   return requests_ >= 0;
 }
 
-// One that does not answer may hold a thread stopped: the kernel lets the thread go when its tracer is gone.
+bool SelfDebugger::sendRequest(int32_t kernelThreadId)
+{
+  const reportRequest_t request{kernelThreadId, 0, 0};
+  letTrace(reporter_);
+  if (send(requests_, &request, sizeof request, MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof request)
+    return true;
+  dropReporter();
+  return false;
+}
+
+// One that does not answer ends by its own alarm. It is not killed from here: its process id may be another's by now.
 void SelfDebugger::dropReporter()
 {
-  kill(reporter_, SIGKILL);
-  close(requests_);
+  if (requests_ >= 0)
+    close(requests_);
   requests_ = -1;
 }

@@ -2,14 +2,17 @@
 //
 // A process that has gone wrong is not asked to inspect itself. A reporter process, forked beforehand, waits for a
 // request, attaches to this process (ptrace(2)), walks the stacks with elfutils' libdwfl and names functions and lines.
-// Its report of a crash goes to the system log and to standard error, one line a frame; the stack of a thread comes
-// back and is logged in the framework log, beside the report that asked for it. The reporter ends with this process.
+// Its report of a crash goes to the system log (LOG_CRIT) and to standard error, one line a frame; the stack of a
+// thread comes back and is logged in the framework log, beside the report that asked for it. The reporter ends with
+// this process. While a thread's stack is read the thread is held still, for some milliseconds.
 //
-// Reached as singleton<SelfDebugger>::instance(). Any thread may call; nothing is thrown, and no call takes longer than
-// two seconds. Where attaching is not allowed, everything answers false.
+// Reached as singleton<SelfDebugger>::instance(). Any thread may call; nothing but std::bad_alloc is thrown, and no
+// call takes longer than two seconds. Where attaching is not allowed (a container may forbid it), stacks are answered
+// with failure, and the report of a crash says so.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -22,13 +25,17 @@ public:
   SelfDebugger& operator=(const SelfDebugger&) = delete;
 
   // From now on a crash (SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT) leaves a report, and the process still dies by its
-  // signal. To be called early: the reporter is a copy of the process at that time. False if there is no reporter.
+  // signal, at most ten seconds later. To be called early, but after daemon(3): the reporter is a copy of the process
+  // at that time, and a child that the process forks is not reported. Once is enough for the whole process. False if
+  // there is no reporter.
   bool installCrashReports();
-  // Gives the calling thread a stack of its own for the crash of having used its stack up. The thread that installs and
-  // threads that register with the manager have one.
+  // Gives the calling thread a stack of its own for the crash of having used its stack up; without it such a crash
+  // leaves no report. The thread that installs and threads that register with the manager have one. Lasts as long as
+  // the thread.
   static void prepareThread();
 
-  // Stacks of threads on request: switched on and off by operators. Enabling answers false if there is no reporter.
+  // Stacks of threads on request: switched on and off by operators, off at first. Enabling answers false, and changes
+  // nothing, if there is no reporter.
   bool enableManualReports();
   bool disableManualReports();
   bool areBacktraceReportsEnabled() const { return manualReports_; }
@@ -39,11 +46,13 @@ public:
   std::string backtraceOf(int32_t kernelThreadId);
 
 private:
-  bool startReporter();
+  bool startReporter(std::chrono::steady_clock::time_point deadline);
+  bool sendRequest(int32_t kernelThreadId);
   void dropReporter();
 
   std::atomic<bool> manualReports_ = false;
   std::timed_mutex mutex_;  // guards what follows, and is held while the reporter works
+  pid_t owner_ = 0;         // process that the reporter was forked for
   int requests_ = -1;       // socket to the reporter
   pid_t reporter_ = 0;
 };

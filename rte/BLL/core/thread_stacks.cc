@@ -1,5 +1,6 @@
 #include "rte/BLL/core/thread_stacks.h"
 
+#include "rte/BLL/core/held_thread.h"
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -7,44 +8,41 @@
 #include <cxxabi.h>
 #include <elfutils/libdwfl.h>
 #include <filesystem>
-#include <memory>
+#include <fstream>
 
 namespace {
 
 constexpr size_t mostFrames = 64;  // a stack that was used up has a hundred thousand
+constexpr size_t longestName = 300;
+// Reading the line tables of a large program from a slow disk takes its time. After this, names must do.
+constexpr std::chrono::milliseconds linesFor(700);
+constexpr std::chrono::milliseconds stopsWithin(700);
 
 struct frame_t {
   Dwarf_Addr address;
-  bool interrupted;  // by a signal: the address is the one of the instruction, not behind a call
+  bool interrupted;  // by a signal or by us: the address is the one of the instruction, not behind a call
 };
 
 struct walk_t {
   std::vector<frame_t> frames;
+  bool cut = false;
 };
 
 int noteFrame(Dwfl_Frame* state, void* argument)
 {
-  auto& frames = static_cast<walk_t*>(argument)->frames;
+  walk_t& walk = *static_cast<walk_t*>(argument);
   frame_t frame{};
   if (!dwfl_frame_pc(state, &frame.address, &frame.interrupted))
     return DWARF_CB_ABORT;
-  frames.push_back(frame);
-  return frames.size() < mostFrames ? DWARF_CB_OK : DWARF_CB_ABORT;
+  walk.cut = walk.frames.size() == mostFrames;
+  if (!walk.cut)
+    walk.frames.push_back(frame);
+  return walk.cut ? DWARF_CB_ABORT : DWARF_CB_OK;
 }
 
-struct dwflEnd_t {
-  void operator()(Dwfl* dwfl) const { dwfl_end(dwfl); }
-};
-using dwfl_ptr = std::unique_ptr<Dwfl, dwflEnd_t>;
-
-dwfl_ptr attach(pid_t process)
+std::string taskPath(pid_t process, int32_t thread)
 {
-  static const Dwfl_Callbacks callbacks = {dwfl_linux_proc_find_elf, dwfl_standard_find_debuginfo, nullptr, nullptr};
-  dwfl_ptr dwfl(dwfl_begin(&callbacks));
-  if (!dwfl || dwfl_linux_proc_report(dwfl.get(), process) != 0 || dwfl_report_end(dwfl.get(), nullptr, nullptr) != 0 ||
-      dwfl_linux_proc_attach(dwfl.get(), process, false) != 0)
-    return {};
-  return dwfl;
+  return "/proc/" + std::to_string(process) + "/task/" + std::to_string(thread);
 }
 
 std::string demangled(const char* symbol)
@@ -53,6 +51,8 @@ std::string demangled(const char* symbol)
   char* const name = abi::__cxa_demangle(symbol, nullptr, nullptr, &status);
   std::string result = status == 0 ? name : symbol;
   std::free(name);
+  if (result.size() > longestName)
+    result.replace(longestName, std::string::npos, "...");
   return result;
 }
 
@@ -64,49 +64,89 @@ std::string functionAt(Dwfl_Module* module, Dwarf_Addr address)
   return name ? demangled(name) : "?";
 }
 
-// " at file:line", or " in <library>" where lines are not known.
-std::string placeOf(Dwfl_Module* module, Dwarf_Addr address)
+std::string fileName(const char* path)
+{
+  return std::filesystem::path(path).filename().string();
+}
+
+// " at file:line"; empty where lines are not known.
+std::string sourceOf(Dwfl_Module* module, Dwarf_Addr address)
 {
   int line = 0;
   Dwfl_Line* const source = dwfl_module_getsrc(module, address);
   const char* const file = source ? dwfl_lineinfo(source, nullptr, &line, nullptr, nullptr, nullptr) : nullptr;
-  if (file)
-    return " at " + std::filesystem::path(file).filename().string() + ":" + std::to_string(line);
-  const char* const name = dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  return name ? " in " + std::filesystem::path(name).filename().string() : std::string();
+  return file ? " at " + fileName(file) + ":" + std::to_string(line) : std::string();
 }
 
-std::string describe(Dwfl* dwfl, size_t number, const frame_t& frame)
+std::string libraryOf(Dwfl_Module* module)
 {
-  char text[64];
-  std::snprintf(text, sizeof text, "#%-2zu 0x%012" PRIx64 " ", number, static_cast<uint64_t>(frame.address));
-  // The address behind a call may already belong to the next line, or to the next function.
-  const Dwarf_Addr address = frame.interrupted ? frame.address : frame.address - 1;
-  Dwfl_Module* const module = dwfl_addrmodule(dwfl, address);
-  if (!module)
-    return std::string(text) + "?\n";
-  return text + functionAt(module, address) + placeOf(module, address) + "\n";
+  const char* const name = dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  return name ? " in " + fileName(name) : std::string();
+}
+
+// Of the frame that the signal came upon: behind the trampoline that the kernel put between, which is the first
+// interrupted frame below the top of the handler.
+std::vector<frame_t>::const_iterator belowSignal(const std::vector<frame_t>& frames)
+{
+  if (frames.empty())
+    return frames.end();
+  const auto trampoline =
+      std::find_if(frames.begin() + 1, frames.end(), [](const frame_t& f) { return f.interrupted; });
+  return trampoline == frames.end() || trampoline + 1 == frames.end() ? frames.begin() : trampoline + 1;
 }
 
 }  // namespace
 
-std::string stackOf(pid_t process, int32_t kernelThreadId, bool afterSignal)
+void processStacks_t::end_t::operator()(Dwfl* dwfl) const
 {
-  const dwfl_ptr dwfl = attach(process);
-  walk_t walk;
-  if (!dwfl)
+  dwfl_end(dwfl);
+}
+
+processStacks_t::processStacks_t(pid_t process)
+    : process_(process), linesUntil_(std::chrono::steady_clock::now() + linesFor)
+{
+  static const Dwfl_Callbacks callbacks = {dwfl_linux_proc_find_elf, dwfl_standard_find_debuginfo, nullptr, nullptr};
+  dwfl_.reset(dwfl_begin(&callbacks));
+  constexpr bool threadsAreHeldAlready = true;
+  if (dwfl_ &&
+      (dwfl_linux_proc_report(dwfl_.get(), process) != 0 || dwfl_report_end(dwfl_.get(), nullptr, nullptr) != 0 ||
+       dwfl_linux_proc_attach(dwfl_.get(), process, threadsAreHeldAlready) != 0))
+    dwfl_.reset();
+}
+
+std::string processStacks_t::of(int32_t kernelThreadId, bool afterSignal)
+{
+  std::error_code error;  // a thread of some other process is none of ours, whatever we might be allowed to see
+  if (!dwfl_ || !std::filesystem::exists(taskPath(process_, kernelThreadId), error))
     return {};
-  dwfl_getthread_frames(dwfl.get(), kernelThreadId, noteFrame, &walk);  // what was seen before an error is worth having
-  auto first = walk.frames.begin();
-  if (afterSignal && !walk.frames.empty())
-    if (const auto hit = std::find_if(first + 1, walk.frames.end(), [](const frame_t& f) { return f.interrupted; });
-        hit != walk.frames.end())
-      first = hit + 1;  // behind the trampoline that the kernel put between
+  walk_t walk;
+  {
+    const heldThread_t thread(kernelThreadId, stopsWithin);
+    pending_ = pending_ || thread.isPending();
+    if (!thread.isHeld())
+      return {};
+    dwfl_getthread_frames(dwfl_.get(), kernelThreadId, noteFrame, &walk);  // what was seen before an error is kept
+  }
   std::string text;
   size_t number = 0;
-  for (; first != walk.frames.end(); ++first)
-    text += describe(dwfl.get(), number++, *first);
-  return text;
+  for (auto frame = afterSignal ? belowSignal(walk.frames) : walk.frames.cbegin(); frame != walk.frames.cend(); ++frame)
+    text += describe(number++, frame->address, frame->interrupted);
+  return walk.cut ? text + "... and so on\n" : text;
+}
+
+std::string processStacks_t::describe(size_t number, uint64_t address, bool interrupted) const
+{
+  char text[64];
+  std::snprintf(text, sizeof text, "#%-2zu 0x%012" PRIx64 " ", number, address);
+  // The address behind a call may already belong to the next line, or to the next function.
+  const Dwarf_Addr inside = interrupted ? address : address - 1;
+  Dwfl_Module* const module = dwfl_addrmodule(dwfl_.get(), inside);
+  if (!module)
+    return std::string(text) + "?\n";
+  std::string place = std::chrono::steady_clock::now() < linesUntil_ ? sourceOf(module, inside) : std::string();
+  if (place.empty())
+    place = libraryOf(module);
+  return text + functionAt(module, inside) + place + "\n";
 }
 
 std::vector<int32_t> threadsOf(pid_t process)
@@ -117,4 +157,11 @@ std::vector<int32_t> threadsOf(pid_t process)
     threads.push_back(std::atoi(entry.path().filename().c_str()));
   std::ranges::sort(threads);
   return threads;
+}
+
+std::string threadName(pid_t process, int32_t kernelThreadId)
+{
+  std::string name;
+  std::getline(std::ifstream(taskPath(process, kernelThreadId) + "/comm"), name);
+  return name;
 }
