@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <future>
+#include <pthread.h>
+#include <thread>
 
 namespace {
 
@@ -15,6 +18,14 @@ volatile bool goOn = true;
 {
   *target = 1;
   sink = 2;
+}
+
+void (*volatile nothing)() = nullptr;
+
+[[gnu::noinline]] void callThroughNull()
+{
+  nothing();
+  sink = 3;
 }
 
 [[gnu::noinline]] void giveUp()
@@ -29,6 +40,23 @@ volatile bool goOn = true;
   return goOn ? recurseForEver(depth + 1) + room[0] : depth;
 }
 
+// A second thread, which has nothing to do with it and is in the report all the same.
+[[gnu::noinline]] void waitForWork(std::promise<void>& ready)
+{
+  ready.set_value();
+  std::promise<void>().get_future().wait();
+}
+
+void startWorker()
+{
+  std::promise<void> ready;
+  std::thread([&] {
+    pthread_setname_np(pthread_self(), "worker");
+    waitForWork(ready);
+  }).detach();
+  ready.get_future().wait();
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -36,12 +64,15 @@ int main(int argc, char** argv)
   const char* const how = argc == 2 ? argv[1] : "";
   if (!singleton<SelfDebugger>::instance().installCrashReports())
     std::fprintf(stderr, "there will be no report\n");
+  startWorker();
   if (std::strcmp(how, "null") == 0)
     writeThroughNull(nullptr);
+  else if (std::strcmp(how, "call") == 0)
+    callThroughNull();
   else if (std::strcmp(how, "abort") == 0)
     giveUp();
   else if (std::strcmp(how, "stack") == 0)
     sink = recurseForEver(0);
-  std::fprintf(stderr, "usage: crash_report null|abort|stack\n");
+  std::fprintf(stderr, "usage: crash_report null|call|abort|stack\n");
   return 2;
 }

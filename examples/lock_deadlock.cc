@@ -4,6 +4,9 @@
 // and then wants to read the ports. Neither can go on. Because no take waits forever, "statistics" is told so after the
 // period, gives the counters back, and the process recovers; the report says who held the lock, and where it was.
 #include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/log.h"
+#include "rte/BLL/core/self_debugger.h"
+#include "rte/BLL/core/singleton.h"
 #include "rte/BLL/core/thread_registry.h"
 #include <boost/thread/thread.hpp>
 #include <future>
@@ -15,13 +18,13 @@ namespace {
 std::mutex counters;
 std::promise<void> portsAreLocked, countersAreLocked;
 
-void waitForCounters()
+[[gnu::noinline]] void waitForCounters()
 {
   const std::lock_guard guard(counters);
   std::cout << "configuration: has the counters at last" << std::endl;
 }
 
-void applyPortConfiguration()
+[[gnu::noinline]] void applyPortConfiguration()
 {
   const BLLManager::exclusiveLock_t guard;
   if (!guard.isLocked())
@@ -41,6 +44,11 @@ void collectStatistics()
     std::cout << "statistics: did not get the lock, gives up" << std::endl;
 }
 
+// The framework log goes to standard output here instead of the system log.
+struct printedLog_t : LogImpl {
+  void writeMessageToLog(const logData_t& data) override { std::cout << data.buffer << std::flush; }
+};
+
 void runAs(const char* name, void (*work)())
 {
   threadRegistry_t::instance().registerThread(name);
@@ -52,9 +60,14 @@ void runAs(const char* name, void (*work)())
 
 int main()
 {
+  printedLog_t printed;
+  singleton<Log>::instance().reset(&printed);
+  if (!singleton<SelfDebugger>::instance().enableManualReports())  // message "reportBacktraces on"
+    std::cout << "there will be no stacks" << std::endl;
   BLLManager::lock_t::lockingPeriod = boost::posix_time::seconds(3);  // five minutes unless an operator says otherwise
   boost::thread configuration([] { runAs("configuration", applyPortConfiguration); });
   boost::thread statistics([] { runAs("statistics", collectStatistics); });
   configuration.join();
   statistics.join();
+  singleton<Log>::instance().reset(nullptr);
 }

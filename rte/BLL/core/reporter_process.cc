@@ -79,8 +79,7 @@ private:
 [[noreturn]] void serve(pid_t process)
 {
   reportRequest_t request;
-  bool healthy = true;
-  while (healthy && recv(reporterSocket, &request, sizeof request, 0) == sizeof request) {
+  while (recv(reporterSocket, &request, sizeof request, 0) == sizeof request) {
     alarm(alarmAfter(request.signal ? longestCrashReport : longestRequest));
     std::string answer;
     if (request.signal) {
@@ -88,7 +87,8 @@ private:
     } else {
       processStacks_t stacks(process);
       answer = stacks.of(request.kernelThreadId, false).substr(0, longestAnswer);
-      healthy = !stacks.leftThreadPending();
+      if (stacks.leftThreadPending())
+        break;  // an end is an answer, too
     }
     answer.push_back('\0');  // a packet of no bytes would look like the end
     if (send(reporterSocket, answer.data(), answer.size(), MSG_NOSIGNAL) < 0)

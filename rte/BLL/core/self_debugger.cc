@@ -15,6 +15,11 @@ reportDeadline_t deadlineFromNow()
 
 }  // namespace
 
+SelfDebugger::~SelfDebugger()
+{
+  dropReporter();
+}
+
 bool SelfDebugger::installCrashReports()
 {
   static std::timed_mutex installing;  // signals belong to the process, not to an object

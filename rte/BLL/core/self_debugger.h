@@ -21,6 +21,7 @@
 class SelfDebugger {
 public:
   SelfDebugger() = default;
+  ~SelfDebugger();  // ends its reporter; crash reports stay
   SelfDebugger(const SelfDebugger&) = delete;
   SelfDebugger& operator=(const SelfDebugger&) = delete;
 
