@@ -31,20 +31,19 @@ std::string Setting::getValue(const std::string& name) const
     attribute = attribute->next;
   if (!attribute)
     return {};
-  xmlChar* const text = xmlNodeListGetString(node_->doc, attribute->children, 1);
-  if (!text)
-    return {};
-  std::string value(reinterpret_cast<const char*>(text));
-  xmlFree(text);
-  return value;
+  std::string text;
+  if (attributeText(*attribute, text))
+    return fromXmlText(text);
+  std::cout << "Setting::getValue(): value of " << name << " is too long\n" << std::flush;
+  return {};
 }
 
 void Setting::setValue(const std::string& name, const std::string& value)
 {
   if (isNull(node_, "setValue"))
     return;
-  const std::string text = xmlTextOf(value);
-  if (!isElementName(name) || !xmlNewProp(node_, toXml(name), toXml(text)))
+  const std::string text = toXmlText(value);
+  if (!isAttributeName(name) || !xmlNewProp(node_, toXml(name), toXml(text)))
     std::cout << "Setting::setValue(): error during adding " << name << " to the node!\n" << std::flush;
 }
 

@@ -19,16 +19,19 @@ public:
   // A handle on an element of a libxml2 document; null makes one that answers empty to everything.
   explicit Setting(_xmlNode* node) : node_(node) {}
 
-  // The attribute's text as UTF-8, the first one of that name; empty if there is none.
+  // The attribute's text, the first one of that name; empty if there is none, and after a line on standard output if
+  // its entities make it longer than ten million bytes.
   std::string getValue(const std::string& name) const;
-  // Adds an attribute. One of the same name stays in front of it: setting twice leaves two, and getValue() the first.
-  // What XML cannot hold (bytes that are no UTF-8, control characters) is replaced by U+FFFD.
+  // Adds an attribute. One of the same name stays in front of it: setting twice leaves two, getValue() answers the
+  // first, and the saved file cannot be loaded. Any bytes are a value and are read back as they were; text is UTF-8.
+  // Adds nothing for a name that XML does not allow, one with a colon, or "xmlns".
   void setValue(const std::string& name, const std::string& value);
   // The first child element of that name; an empty pointer if there is none.
   boost::shared_ptr<Setting> getSubSetting(const std::string& name) const;
   // The next sibling element, whatever its name; an empty pointer behind the last one.
   boost::shared_ptr<Setting> getNext() const;
-  // Appends a child element. An empty pointer for a name that XML does not allow.
+  // Appends a child element. An empty pointer for a name that XML does not allow or one with a colon. A file with
+  // elements nested deeper than 256 cannot be loaded.
   boost::shared_ptr<Setting> addSubSetting(const std::string& name);
 
 private:

@@ -1,63 +1,79 @@
 #include "rte/BLL/core/storage_mng.h"
 
+#include "rte/BLL/core/settings_file.h"
+#include "rte/BLL/core/xml_parse.h"
 #include "rte/BLL/core/xml_text.h"
 #include <boost/make_shared.hpp>
-#include <cstdio>
 #include <iostream>
 #include <libxml/parser.h>
+#include <memory>
 #include <mutex>
-#include <sys/stat.h>
+#include <thread>
 
 namespace Storage {
 
 namespace {
 
-// The parser's clean-up frees what all users of libxml2 in the process share, so it must not run while another store
-// parses or saves: all of that happens under this lock, and the clean-up only when no other store is left.
-std::mutex& parserLock()
+// libxml2's clean-up frees what all its users in the process share, and forgets, unfreed, what it keeps for each
+// thread. So it is done only while no other store lives, and only if a single thread has used stores since the last
+// one.
+struct parserUse_t {
+  std::mutex lock;
+  int liveStores = 0;
+  std::thread::id user;
+  bool severalUsers = false;
+};
+
+parserUse_t& parserUse()
 {
-  static std::mutex& lock = *new std::mutex;
-  return lock;
+  static parserUse_t& use = *new parserUse_t;  // outlives stores that are static objects
+  return use;
 }
-int liveStores = 0;  // under parserLock()
+
+// Call with the lock held, from whoever goes on to use libxml2.
+void noteUser(parserUse_t& use)
+{
+  const std::thread::id self = std::this_thread::get_id();
+  use.severalUsers = use.severalUsers || (use.user != std::thread::id() && use.user != self);
+  use.user = self;
+}
+
+// Call with the lock held; `others` counts the stores that still need the parser.
+void cleanUpParser(parserUse_t& use, int others)
+{
+  noteUser(use);
+  if (others > 0 || use.severalUsers)
+    return;
+  xmlCleanupParser();
+  use.user = {};
+}
 
 void say(const std::string& line)
 {
   std::cout << line << std::flush;
 }
 
-// libxml2 takes "-" for standard input and output.
-std::string asPath(const std::string& file)
-{
-  return file == "-" ? "./-" : file;
-}
-
-bool isSpecial(const std::string& file)
-{
-  struct stat status = {};
-  return stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
-}
-
-// The number of bytes written, or -1. A regular file is never seen half-written, nor lost when the disk is full.
+// The number of bytes written, or -1.
 int writeDocument(const std::string& file, xmlDoc* document)
 {
-  if (isSpecial(file))
-    return xmlSaveFormatFileEnc(file.c_str(), document, "UTF-8", 1);
-  const std::string fresh = file + ".new";
-  const int size = xmlSaveFormatFileEnc(fresh.c_str(), document, "UTF-8", 1);
-  if (size >= 0 && std::rename(fresh.c_str(), file.c_str()) == 0)
-    return size;
-  std::remove(fresh.c_str());
-  return -1;
+  xmlChar* bytes = nullptr;
+  int size = 0;
+  xmlDocDumpFormatMemoryEnc(document, &bytes, &size, "UTF-8", 1);
+  const std::unique_ptr<xmlChar, xmlFreeFunc> owner(bytes, xmlFree);
+  if (!bytes || size <= 0)
+    return -1;
+  return writeFile(file, {reinterpret_cast<const char*>(bytes), static_cast<size_t>(size)}) ? size : -1;
 }
 
 }  // namespace
 
 StorageMng::StorageMng()
 {
-  const std::lock_guard guard(parserLock());
+  parserUse_t& use = parserUse();
+  const std::lock_guard guard(use.lock);
+  noteUser(use);
   LIBXML_TEST_VERSION
-  ++liveStores;
+  ++use.liveStores;
   document_ = xmlNewDoc(toXml("1.0"));
   if (document_)
     xmlDocSetRootElement(document_, xmlNewDocNode(document_, nullptr, toXml("Configuration"), nullptr));
@@ -65,24 +81,29 @@ StorageMng::StorageMng()
 
 StorageMng::~StorageMng()
 {
-  const std::lock_guard guard(parserLock());
+  parserUse_t& use = parserUse();
+  const std::lock_guard guard(use.lock);
   freeDocument();
-  if (--liveStores == 0)
-    xmlCleanupParser();
+  cleanUpParser(use, --use.liveStores);
 }
 
 bool StorageMng::load(const std::string& file)
 {
-  const std::lock_guard guard(parserLock());
   freeDocument();
-  if (liveStores == 1)
-    xmlCleanupParser();
-  document_ = xmlReadFile(asPath(file).c_str(), nullptr, XML_PARSE_NONET);
+  {
+    parserUse_t& use = parserUse();
+    const std::lock_guard guard(use.lock);
+    cleanUpParser(use, use.liveStores - 1);
+    noteUser(use);
+    xmlInitParser();
+  }
+  document_ = parseFile(file);
   if (!document_) {
     say("StorageMng::load(): could not parse file " + file);
     return false;
   }
   if (!xmlDocGetRootElement(document_)) {
+    freeDocument();
     say("StorageMng::load(): root = 0 ");
     return false;
   }
@@ -91,12 +112,15 @@ bool StorageMng::load(const std::string& file)
 
 bool StorageMng::save(const std::string& file) const
 {
-  const std::lock_guard guard(parserLock());
   if (!document_) {
     say("StorageMng::save(): there are no document to save\n");
     return false;
   }
-  const int size = writeDocument(asPath(file), document_);
+  {
+    const std::lock_guard guard(parserUse().lock);
+    noteUser(parserUse());
+  }
+  const int size = writeDocument(file, document_);
   if (size < 0) {
     say("StorageMng::save(): error during saving the xml filen");
     return false;

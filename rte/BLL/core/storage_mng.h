@@ -21,15 +21,17 @@ public:
   StorageMng(const StorageMng&) = delete;
   StorageMng& operator=(const StorageMng&) = delete;
 
-  // Replaces the document by the file's. What external entities and DTDs name is never fetched, and entities that grow
-  // out of proportion make the file unreadable. After a failure the store has no document. All handles on the document
-  // before end here.
+  // Replaces the document by the file's, which is a regular file of at most 64 MiB. What external entities and document
+  // types name is never fetched, and a file is refused whose entities grow out of proportion, or with more than some
+  // 5000 attributes in an element or 256 namespaces around one. After a failure the store has no document, and the
+  // reasons are on the standard error stream. All handles on the document before end here.
   bool load(const std::string& file);
-  // Writes the document, indented, as UTF-8. A regular file is replaced only when the new one is complete.
+  // Writes the document, indented, as UTF-8. A regular file keeps its mode and is replaced only when the new one is on
+  // the disk, so that it is never seen half-written.
   bool save(const std::string& file) const;
   // The first root of that name, or an empty pointer.
   boost::shared_ptr<Setting> getRoot(const std::string& name) const;
-  // Appends a root; an empty pointer for a name that XML does not allow.
+  // Appends a root; an empty pointer for a name that XML does not allow or one with a colon.
   boost::shared_ptr<Setting> addRoot(const std::string& name);
 
 private:
