@@ -7,13 +7,6 @@
 
 namespace {
 
-bool refuse_options(const char* why)
-{
-  pppoeia_log(log_debug, "<PPPOEIA> >> %s", why);
-  CUSTOMID_TRACE("\t\t", "parseOptChars", "%s \n", why);
-  return false;
-}
-
 bool refuse(const char* why)
 {
   pppoeia_log(log_debug, "<PPPOEIA> >> %s", why);
@@ -54,6 +47,13 @@ name_match name_find(const std::string& str, size_t from)
   return best;
 }
 
+// The "$" that begins the macro of a name; npos when it stands before `from` or nowhere.
+size_t identifier_find(const std::string& str, size_t from, const name_match& found)
+{
+  const size_t at = found.at == 0 ? std::string::npos : str.rfind(macroIdentifier, found.at - 1);
+  return at == std::string::npos || at < from ? std::string::npos : at;
+}
+
 // What the next option character is for.
 enum class expecting { nothing, number, space_number, delimiter };
 
@@ -70,11 +70,20 @@ public:
       if (!step())
         return false;
     if (expecting_ == expecting::space_number)
-      return refuse_options("Unexpected exit! Number of characters should follow.");
+      return refuse("Unexpected exit! Number of characters should follow.");
     return true;
   }
 
+  // Why run() answered false.
+  const char* error() const { return error_; }
+
 private:
+  bool refuse(const char* why)
+  {
+    error_ = why;
+    return false;
+  }
+
   bool step()
   {
     if (expecting_ == expecting::delimiter) {
@@ -113,7 +122,7 @@ private:
   bool once(bool& seen, const char* duplicate, char flag, expecting next)
   {
     if (seen)
-      return refuse_options(duplicate);
+      return refuse(duplicate);
     seen = true;
     set(flag);
     expecting_ = next;
@@ -124,11 +133,11 @@ private:
   bool bare_number()
   {
     if (!is_digit(text_[at_]))
-      return refuse_options("Invalid number of characters or unexpected character!");
+      return refuse("Invalid number of characters or unexpected character!");
     size_t end = at_;
     const unsigned value = take_number(text_, end);
     if (padding_seen_)
-      return refuse_options("Duplicate num chars option");
+      return refuse("Duplicate num chars option");
     num_chars_ = value;
     set(macroStringNumOfChars);
     at_ = end;
@@ -146,6 +155,7 @@ private:
   bool hex_seen_ = false;
   bool padding_seen_ = false;
   bool delimiter_seen_ = false;
+  const char* error_ = nullptr;
 };
 
 }  // namespace
@@ -153,8 +163,12 @@ private:
 bool parseOptChars(const std::string& optChars, std::string& delimiter, unsigned& numChars, char& flags)
 {
   CUSTOMID_TRACE("\t\t", __func__, "optChars='%s' \n", optChars.c_str());
-  if (!option_walk(optChars, delimiter, numChars, flags).run())
+  option_walk walk(optChars, delimiter, numChars, flags);
+  if (!walk.run()) {
+    pppoeia_log(log_debug, "<PPPOEIA> >> %s", walk.error());
+    CUSTOMID_TRACE("\t\t", __func__, "%s \n", walk.error());
     return false;
+  }
   CUSTOMID_TRACE("\t\t", __func__, "delimiter='%s', numChars=%d, flags=0x%02x \n", delimiter.c_str(),
                  static_cast<int>(numChars), static_cast<unsigned char>(flags));
   return true;
@@ -174,8 +188,8 @@ bool getNextMacroFormatString(const std::string& str, unsigned long startPos, un
     CUSTOMID_TRACE("\t", __func__, "NOT found \n");
     return false;
   }
-  const size_t identifier = found.at == 0 ? std::string::npos : str.rfind(macroIdentifier, found.at - 1);
-  if (identifier == std::string::npos || identifier < startPos)
+  const size_t identifier = identifier_find(str, startPos, found);
+  if (identifier == std::string::npos)
     return refuse("No macro identifier found");
   const size_t options = identifier + macroIdentifier.size();
   macroType = found.row->type;
@@ -189,4 +203,22 @@ bool getNextMacroFormatString(const std::string& str, unsigned long startPos, un
     return true;
   }
   return parseOptChars(option_text, delimiter, numChars, flags) || refuse("ERROR: parseOptChars failed");
+}
+
+format_end format_end_find(const std::string& str, unsigned long startPos)
+{
+  const name_match found = name_find(str, startPos);
+  if (!found.row)
+    return {};
+  const size_t identifier = identifier_find(str, startPos, found);
+  if (identifier == std::string::npos)
+    return {format_end::no_identifier, found.at, found.row->name};
+  const size_t options = identifier + macroIdentifier.size();
+  const std::string option_text = str.substr(options, found.at - options);
+  std::string delimiter;
+  unsigned number = 0;
+  char flags = 0;
+  option_walk walk(option_text, delimiter, number, flags);
+  walk.run();
+  return {format_end::bad_options, identifier, found.row->name, walk.error()};
 }

@@ -16,6 +16,17 @@ bool getNextMacroFormatString(const std::string& str, unsigned long startPos, un
                               std::string& macroFormatStr, customIdFormat& macroType, char& flags,
                               std::string& delimiter, unsigned& numChars, std::string& macroUsrStr);
 
+// Why getNextMacroFormatString() answers false, for people.
+struct format_end {
+  enum what { no_name, no_identifier, bad_options } why = no_name;
+  size_t begin = std::string::npos;    // of the macro with bad options, or of the name without "$"
+  std::string_view name;               // that was met; empty for no_name
+  const char* option_error = nullptr;  // of bad_options: the parser's message
+};
+
+// The end of `str`, which was reached at `startPos`.
+format_end format_end_find(const std::string& str, unsigned long startPos);
+
 // Reads the option characters between "$" and the name. False, logged, at the first that is wrong.
 bool parseOptChars(const std::string& optChars, std::string& delimiter, unsigned& numChars, char& flags);
 

@@ -1,5 +1,8 @@
 #include "tools/pppoeiactl/command.h"
 
+#include "tools/pppoeiactl/explain.h"
+#include "tools/pppoeiactl/format_check.h"
+#include "tools/pppoeiactl/format_test.h"
 #include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/save.h"
@@ -11,7 +14,7 @@ namespace {
 
 // Commands beside the operations.
 struct special {
-  std::string_view word;
+  std::string_view command;  // one word or two
   std::string_view usage;
   std::string_view summary;
   void (*run)(const context& context, const words& rest);
@@ -32,6 +35,10 @@ constexpr special specials[] = {
     {"fini", "fini", "Delete every bridge and end the agent's state", fini_run},
     {"show", show_usage, "Gather what the getters tell", show_run},
     {"save", save_usage, "Print a batch file that makes this configuration anew", save_run},
+    {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run},
+    {"format explain", format_explain_usage, "Tell how a format is read, and its result on a line", format_explain_run},
+    {"format check", format_check_usage, "Look for identifiers that will make trouble", format_check_run},
+    {"format test", format_test_usage, "Set format test data and expand test formats with them", format_test_run},
     {"call", "call ID ARG...", "Call any operation by its function id", call_run},
 };
 
@@ -41,9 +48,12 @@ void command_run(const context& context, const words& line)
 {
   if (line.empty())
     return;
-  for (const special& command : specials)
-    if (line[0] == command.word)
-      return command.run(context, words(line.begin() + 1, line.end()));
+  for (const special& command : specials) {
+    const bool two_words = command.command.find(' ') != std::string_view::npos;
+    const std::string begin = two_words && line.size() > 1 ? line[0] + " " + line[1] : line[0];
+    if (begin == command.command)
+      return command.run(context, words(line.begin() + (two_words ? 2 : 1), line.end()));
+  }
   words rest;
   const api::operation* operation = operation_of(line, rest);
   if (!operation)

@@ -29,6 +29,7 @@ public:
 
   bool empty() const { return lines_.empty(); }
   const nlohmann::ordered_json& json() const { return json_; }
+  nlohmann::ordered_json& json() { return json_; }
   const std::vector<std::pair<std::string, std::string>>& lines() const { return lines_; }
 
   // "key value" lines with aligned values, or one JSON object.

@@ -1,0 +1,15 @@
+// "explain" tells how a line's identifiers come about, "format explain" how a format is read.
+#ifndef TOOLS_PPPOEIACTL_EXPLAIN_H
+#define TOOLS_PPPOEIACTL_EXPLAIN_H
+
+#include "tools/pppoeiactl/context.h"
+
+inline constexpr char explain_usage[] = "explain BRIDGE PORT VLAN";
+inline constexpr char format_explain_usage[] = "format explain FORMAT [BRIDGE PORT VLAN [CVID]]";
+
+void explain_run(const context& context, const words& line);
+
+// Without a bridge the agent is not asked.
+void format_explain_run(const context& context, const words& line);
+
+#endif

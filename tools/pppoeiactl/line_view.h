@@ -1,0 +1,66 @@
+// What a line's identifiers are, and where they come from: the agent's choice of mode and format followed step by step
+// with its getters, the text from its queries, bytes and values through format trials.
+#ifndef TOOLS_PPPOEIACTL_LINE_VIEW_H
+#define TOOLS_PPPOEIACTL_LINE_VIEW_H
+
+#include "tools/pppoeiactl/format_reading.h"
+#include "tools/pppoeiactl/format_trial.h"
+
+#include <map>
+#include <optional>
+
+// Stands for no particular VLAN, and for no customer VLAN.
+inline constexpr uint16_t no_vlan = 4095;
+
+// Of a mode or a format.
+enum class origin { port_vlan, port, bridge, nowhere };
+const char* origin_text(origin from);
+
+struct identifier_view {
+  std::string format;  // empty: none, or not looked at in this mode
+  origin format_from = origin::nowhere;
+  std::string text;                  // as the agent's query answers
+  std::vector<unsigned char> bytes;  // as in the tag
+  bool cut = false;                  // or, of a default text, so long that it may be
+  bool last_frame = false;           // names the customer VLAN of the bridge's last frame
+  words without_value;               // macros of the format
+};
+
+struct line_view {
+  uint32_t port = 0;
+  uint16_t vlan = no_vlan;
+  int32_t mode = 0;
+  origin mode_from = origin::port;
+  identifier_view circuit_id;
+  identifier_view remote_id;
+};
+
+class line_inspector {
+public:
+  // `bridge` must exist; throws otherwise.
+  line_inspector(const context& context, const std::string& bridge);
+
+  // Throws for a port that does not exist.
+  line_view view(uint32_t port, uint16_t vlan);
+
+private:
+  struct identifier_kind;
+
+  identifier_view identifier(const identifier_kind& kind, const line_view& line, const pppoeia_port_vlan_entry* entry,
+                             bool custom);
+  expansion expand(const line_view& line, const format_reading& read, words& without_value, uint16_t cvid);
+  expansion expand_as_answered(const line_view& line, const format_reading& read, identifier_view& id);
+  void expand(const identifier_kind& kind, const line_view& line, identifier_view& id);
+  const format_reading& reading(const std::string& format);
+
+  const context& context_;
+  std::string bridge_;
+  std::string circuit_id_format_;
+  std::string remote_id_format_;
+  format_trial trial_;
+  std::map<std::string, format_reading> readings_;
+  uint16_t last_cvid_ = 0;  // of the bridge's last frame, once it is found
+  bool searched_ = false;
+};
+
+#endif
