@@ -4,6 +4,7 @@
 #include "rte/BLL/core/manager_log.h"
 #include "rte/BLL/core/reporter_process.h"
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -11,6 +12,18 @@ namespace {
 reportDeadline_t deadlineFromNow()
 {
   return std::chrono::steady_clock::now() + longestRequest;
+}
+
+// Not owned if the deadline has come. Two who ask at once are rare enough to look again every few milliseconds;
+// ThreadSanitizer does not know the wait of std::timed_mutex.
+std::unique_lock<std::mutex> lockBy(std::mutex& mutex, reportDeadline_t deadline)
+{
+  std::unique_lock guard(mutex, std::try_to_lock);
+  while (!guard.owns_lock() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    (void)guard.try_lock();
+  }
+  return guard;
 }
 
 }  // namespace
@@ -22,10 +35,10 @@ SelfDebugger::~SelfDebugger()
 
 bool SelfDebugger::installCrashReports()
 {
-  static std::timed_mutex installing;  // signals belong to the process, not to an object
+  static std::mutex installing;  // signals belong to the process, not to an object
   static bool installed = false;
   const auto deadline = deadlineFromNow();
-  const std::unique_lock guard(installing, deadline);
+  const std::unique_lock guard = lockBy(installing, deadline);
   if (!guard.owns_lock())
     return false;
   prepareThread();
@@ -40,7 +53,7 @@ bool SelfDebugger::installCrashReports()
 bool SelfDebugger::enableManualReports()
 {
   const auto deadline = deadlineFromNow();
-  const std::unique_lock guard(mutex_, deadline);
+  const std::unique_lock guard = lockBy(mutex_, deadline);
   if (!guard.owns_lock() || !startReporter(deadline))
     return false;
   manualReports_ = true;
@@ -67,7 +80,7 @@ std::string SelfDebugger::backtraceOf(int32_t kernelThreadId)
   const auto deadline = deadlineFromNow();
   std::string text;
   text.reserve(longestAnswer + 1);  // now: the thread may be held still with the heap's lock in its hands
-  const std::unique_lock guard(mutex_, deadline);
+  const std::unique_lock guard = lockBy(mutex_, deadline);
   if (!guard.owns_lock() || !startReporter(deadline))
     return {};
   // The one at hand may have been killed, or have ended itself; a new one gets one chance.

@@ -52,8 +52,8 @@ private:
   void dropReporter();
 
   std::atomic<bool> manualReports_ = false;
-  std::timed_mutex mutex_;  // guards what follows, and is held while the reporter works
-  pid_t owner_ = 0;         // process that the reporter was forked for
-  int requests_ = -1;       // socket to the reporter
+  std::mutex mutex_;   // guards what follows, and is held while the reporter works
+  pid_t owner_ = 0;    // process that the reporter was forked for
+  int requests_ = -1;  // socket to the reporter
   pid_t reporter_ = 0;
 };
