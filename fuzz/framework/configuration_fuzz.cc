@@ -19,7 +19,7 @@ void ignoreError(void*, const char*, ...) {}
 // A file of this process's own, in memory where the system has such a place.
 const std::string& filePath()
 {
-  static const std::string path = [] {
+  static const std::string& path = *[] {
     const std::string base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
     const std::string name = base + "/configuration-fuzz." + std::to_string(getpid());
     const std::string board = name + ".board";
@@ -33,7 +33,7 @@ const std::string& filePath()
       unlink(filePath().c_str());
       unlink((filePath() + ".board").c_str());
     });
-    return name;
+    return new std::string(name);
   }();
   return path;
 }
