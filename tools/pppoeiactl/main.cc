@@ -1,5 +1,6 @@
 // pppoeiactl: the agent's command line.
 #include "tools/pppoeiactl/command.h"
+#include "tools/pppoeiactl/completion.h"
 #include "tools/pppoeiactl/reference.h"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +21,7 @@ struct settings {
   std::string batch;
   double watch_seconds = 0;
   words command;
+  bool completing = false;  // the last word of `command` is to be completed
 };
 
 exit_status run_batch(const context& context, const settings& given)
@@ -45,6 +47,11 @@ exit_status run(const settings& given)
 {
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
   const context context{agent, given.json};
+  if (given.completing) {
+    for (const std::string& word : completions(context, given.command))
+      std::printf("%s\n", word.c_str());
+    return exit_done;
+  }
   try {
     if (!given.batch.empty())
       return run_batch(context, given);
@@ -94,10 +101,10 @@ std::string two_dashes(const std::string& word)
 
 // Parts the program's options, for the parser, from the command, whose own words and options stay as they are. Behind
 // "--" everything is the command's.
-words options_part(int argc, char** argv, words& command)
+words options_part(int argc, char** argv, int first, words& command)
 {
   words options;
-  for (int i = 1; i < argc; ++i) {
+  for (int i = first; i < argc; ++i) {
     const std::string word = two_dashes(argv[i]);
     if (word == "--") {
       command.insert(command.end(), argv + i, argv + argc);
@@ -120,6 +127,9 @@ words options_part(int argc, char** argv, words& command)
 int main(int argc, char** argv)
 {
   settings given;
+  given.completing = argc > 1 && argv[1] == std::string_view("--complete");
+  if (given.completing)
+    given.seconds = 1;  // somebody has pressed a key
   CLI::App app{"Configures and queries the PPPoE Intermediate Agent.", "pppoeiactl"};
   app.add_option("--socket", given.socket, "Socket of the agent")->capture_default_str();
   app.add_option("-t", given.seconds, "Seconds to wait for an answer")
@@ -134,11 +144,18 @@ int main(int argc, char** argv)
       ->check(CLI::Range(0.01, 86400.0));
   app.add_flag_callback("--man", [] { print_and_end(manual_page()); })->group("");
   app.add_flag_callback("--operations-table", [] { print_and_end(operations_table()); })->group("");
+  app.get_formatter()->label("OPTIONS", "OPTIONS] COMMAND [ARGUMENT...");  // stands in brackets
   app.footer("A command and its arguments stand beside the options; behind -- nothing is taken for an option.\n\n" +
              command_list() + exit_statuses);
   try {
-    app.parse(options_part(argc, argv, given.command));
+    // The word to be completed is no option yet.
+    const int last = given.completing ? std::max(argc - 1, 2) : argc;
+    app.parse(options_part(last, argv, given.completing ? 2 : 1, given.command));
+    if (given.completing)
+      given.command.push_back(argc > 2 ? argv[argc - 1] : "");
   } catch (const CLI::ParseError& error) {
+    if (given.completing)
+      return exit_usage;
     return app.exit(error) == 0 ? exit_done : exit_usage;
   }
   return run(given);

@@ -19,12 +19,6 @@ bool is_record(kind what)
   return what == kind::port_info || what == kind::name_update;
 }
 
-// What a person has to write for an argument.
-bool is_written(const api::argument& argument)
-{
-  return !api::is_output(argument.what) && argument.what != kind::tty && !is_record(argument.what);
-}
-
 // Options among the words: those of records gathered as one list, and the terminal. Behind "--" there are none.
 struct options {
   words plain;
@@ -137,10 +131,6 @@ void raw_call(const context& context, uint16_t id, const words& texts)
                         "the agent did not take the request (status " + std::to_string(answer.status) + ")");
 }
 
-}  // namespace
-
-namespace {
-
 // Rows by their command words, joined by blanks: a batch looks one up for each of its lines.
 const std::map<std::string, const api::operation*, std::less<>>& rows_by_command()
 {
@@ -154,6 +144,11 @@ const std::map<std::string, const api::operation*, std::less<>>& rows_by_command
 }
 
 }  // namespace
+
+bool is_written(const api::argument& argument)
+{
+  return !api::is_output(argument.what) && argument.what != kind::tty && !is_record(argument.what);
+}
 
 const api::operation* operation_of(const words& line, words& rest)
 {

@@ -7,6 +7,9 @@
 // The operation whose command words begin the line, the longest one, and the rest of the line; null for none.
 const api::operation* operation_of(const words& line, words& rest);
 
+// Whether a person writes the argument as a word of its own.
+bool is_written(const api::argument& argument);
+
 // Runs an operation with its inputs as words and prints what it tells. Records are given by --type, --kind, --parent
 // and --location; the terminal of a report is this program's standard output unless --tty names one.
 void operation_run(const context& context, const api::operation& operation, const words& inputs);
