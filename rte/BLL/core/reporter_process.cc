@@ -42,7 +42,7 @@ std::string signalText(int signal)
 
 class crashReport_t {
 public:
-  explicit crashReport_t(pid_t process) : process_(process), stacks_(process) {}
+  explicit crashReport_t(pid_t process) : process_(process), stacks_(process, longestCrashReport / 2) {}
 
   void write(const reportRequest_t& request)
   {
@@ -85,7 +85,7 @@ private:
     if (request.signal) {
       crashReport_t(process).write(request);
     } else {
-      processStacks_t stacks(process);
+      processStacks_t stacks(process, longestRequest / 3);
       answer = stacks.of(request.kernelThreadId, false).substr(0, longestAnswer);
       if (stacks.leftThreadPending())
         break;  // an end is an answer, too

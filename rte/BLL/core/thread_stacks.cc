@@ -14,8 +14,6 @@ namespace {
 
 constexpr size_t mostFrames = 64;  // a stack that was used up has a hundred thousand
 constexpr size_t longestName = 300;
-// Reading the line tables of a large program from a slow disk takes its time. After this, names must do.
-constexpr std::chrono::milliseconds linesFor(700);
 constexpr std::chrono::milliseconds stopsWithin(700);
 
 struct frame_t {
@@ -102,7 +100,7 @@ void processStacks_t::end_t::operator()(Dwfl* dwfl) const
   dwfl_end(dwfl);
 }
 
-processStacks_t::processStacks_t(pid_t process)
+processStacks_t::processStacks_t(pid_t process, std::chrono::milliseconds linesFor)
     : process_(process), linesUntil_(std::chrono::steady_clock::now() + linesFor)
 {
   static const Dwfl_Callbacks callbacks = {dwfl_linux_proc_find_elf, dwfl_standard_find_debuginfo, nullptr, nullptr};

@@ -14,7 +14,9 @@ struct Dwfl;
 // trace the other.
 class processStacks_t {
 public:
-  explicit processStacks_t(pid_t process);
+  // Reading the line tables of a large program from a slow disk takes its time: after `linesFor` from now, names of
+  // functions must do.
+  processStacks_t(pid_t process, std::chrono::milliseconds linesFor);
 
   // One line a frame: number, address, function, and source line or library where they are known. `afterSignal` leaves
   // out what ran above the last signal handler, the handler included. Empty if there is no such thread in the process,
