@@ -45,21 +45,24 @@ bool client::open(const std::string& path)
   return fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-// Sends `packet_` and puts the reply in its place.
+// Sends `packet_`; the reply is left in `received_`.
 call_error client::exchange(std::chrono::milliseconds time_out)
 {
   const clock::time_point deadline = clock::now() + time_out;
-  if (!wait_for(fd_, POLLOUT, deadline))
-    return call_error::time_out;
-  if (send(fd_, packet_.data(), packet_.size(), MSG_NOSIGNAL) < 0)
-    return call_error::no_server;
+  // There is room for a packet nearly always: asking first would cost a system call a request.
+  while (send(fd_, packet_.data(), packet_.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+    if (errno != EAGAIN && errno != EINTR)
+      return call_error::no_server;
+    if (!wait_for(fd_, POLLOUT, deadline))
+      return call_error::time_out;
+  }
   if (!wait_for(fd_, POLLIN, deadline))
     return call_error::time_out;
-  packet_.resize(packet_max);
-  const ssize_t size = recv(fd_, packet_.data(), packet_.size(), 0);
+  received_.resize(packet_max);
+  const ssize_t size = recv(fd_, received_.data(), received_.size(), 0);
   if (size <= 0)
     return call_error::no_server;
-  packet_.resize(static_cast<size_t>(size));
+  reply_size_ = static_cast<size_t>(size);
   return call_error::none;
 }
 
@@ -72,7 +75,7 @@ call_reply client::call(uint16_t function_id, std::vector<std::vector<unsigned c
   request_encode(function_id, sequence, views, packet_);
   if (const call_error error = exchange(time_out); error != call_error::none)
     return {.error = error};
-  const std::optional<reply> reply = reply_decode(packet_);
+  const std::optional<reply> reply = reply_decode({received_.data(), reply_size_});
   if (!reply || reply->sequence != sequence || reply->function_id != function_id)
     return {.error = call_error::protocol};
   for (size_t i = 0; i < std::min(arguments.size(), reply->arguments.size()); ++i)

@@ -45,7 +45,9 @@ private:
 
   int fd_ = -1;
   uint32_t sequence_ = 0;
-  std::vector<unsigned char> packet_;
+  std::vector<unsigned char> packet_;    // the request
+  std::vector<unsigned char> received_;  // room for the largest packet, made once
+  size_t reply_size_ = 0;                // of `received_`
 };
 
 }  // namespace ippc
