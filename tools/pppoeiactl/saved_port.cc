@@ -13,7 +13,7 @@ constexpr setting_pair port_settings[] = {
     {"pppoeia_port_trust_set", "pppoeia_port_trust_get"},
     {"pppoeia_port_remote_id_set", "pppoeia_port_remote_id_get"},
     {"pppoeia_port_vsa_circuit_id_mode_set", "pppoeia_port_vsa_circuit_id_mode_get"},
-    {"pppoeia_port_pvc_set", "pppoeia_port_pvc_get"},
+    {"pppoeia_port_pvc_set", "pppoeia_port_pvc_get", true},
 };
 
 // What has a macro. Empty where it has no value.
@@ -180,7 +180,7 @@ std::string setting_line(const context& context, const setting_pair& pair, const
       continue;
     }
     int64_t number = agent_client::number_of(told, answer.buffers[i]);
-    unset = unset && told.words == api::values::none && number == UINT32_MAX;  // a PVC that was never set
+    unset = unset && pair.may_be_unset && number == UINT32_MAX;
     if (taken.what == api::kind::i32)
       number = static_cast<int32_t>(number);
     arguments.push_back(agent_client::number_word(taken, number));

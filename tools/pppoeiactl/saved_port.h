@@ -17,9 +17,10 @@ struct save_source {
 struct setting_pair {
   std::string_view setter;
   std::string_view getter;
+  bool may_be_unset = false;  // numbers that are all ones were never set
 };
 
-// "port trust set br0 1 untrusted\n"; empty when the setting does not apply, or is an empty text.
+// "port trust set br0 1 untrusted\n"; empty when the setting does not apply, or is an empty text or was never set.
 std::string setting_line(const context& context, const setting_pair& pair, const words& object);
 
 // A command with its words quoted where needed, without the end of the line.

@@ -1,0 +1,313 @@
+// pppoeiactl from the outside: how it ends, what it says, which operation a command reaches.
+#include "platform/ippc/server.h"
+#include "pppoeia/api_table.h"
+#include "tests/tools/running_agent.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// One agent for all cases: none of them changes what another looks at.
+class Command : public testing::Test {
+protected:
+  static void SetUpTestSuite()
+  {
+    agent_ = new running_agent;
+    EXPECT_EQ(agent_->batch("init\nbridge add br0 8\nport add br0 3 line3 0/3 --type eth\n").status, 0);
+  }
+  static void TearDownTestSuite() { delete agent_; }
+
+  static running_agent& agent() { return *agent_; }
+
+private:
+  static running_agent* agent_;
+};
+running_agent* Command::agent_;
+
+TEST_F(Command, EndsWithZeroWhenDone)
+{
+  const outcome done = agent().ctl({"port", "trust", "get", "br0", "3"});
+  EXPECT_EQ(done.status, 0);
+  EXPECT_EQ(done.out, "trust trusted\n");
+}
+
+TEST_F(Command, EndsWithOneWhenTheAgentRefuses)
+{
+  const outcome refused = agent().ctl({"port", "trust", "get", "br0", "4"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_THAT(refused.err, HasSubstr("no such port"));
+  EXPECT_EQ(agent().ctl({"call", "89"}).status, 1);
+  EXPECT_EQ(agent().ctl({"save", "br5"}).status, 1);
+  EXPECT_EQ(agent().ctl({"explain", "br0", "4", "1"}).status, 1);
+  EXPECT_EQ(agent().ctl({"format", "check", "br5"}).status, 1);
+  EXPECT_EQ(agent().ctl({"show", "port", "br5"}).status, 1);
+}
+
+TEST_F(Command, EndsWithTwoWhenItIsNotUnderstood)
+{
+  for (const std::vector<std::string>& wrong : std::initializer_list<std::vector<std::string>>{
+           {},
+           {"nonsense"},
+           {"bridge"},
+           {"--nonsense"},
+           {"port", "trust", "get", "br0"},
+           {"port", "trust", "get", "br0", "3", "4"},
+           {"port", "trust", "set", "br0", "3", "somewhat"},
+           {"port", "trust", "get", "br0", "4294967296"},
+           {"port", "add", "br0", "5", "x", "y", "--type"},
+           {"port", "add", "br0", "5", "x", "y", "--color", "red"},
+           {"port", "add", "br0", "5", "x", "y", "--location", "onu=many"},
+           {"port", "cpe-mac", "set", "br0", "3", "00:11"},
+           {"bridge", "vlan", "get", "br0", "65536"},
+           {"show", "everything"},
+           {"show", "port", "br0", "first"},
+           {"explain", "br0", "3"},
+           {"explain", "br0", "3", "70000"},
+           {"format", "explain"},
+           {"format", "test", "br0", "--vlan", "many"},
+           {"format", "test", "br0", "--mode", "other"},
+           {"format", "check"},
+           {"save", "--everything"},
+           {"call", "many"},
+           {"-t", "0", "init"},
+           {"-batch", "/nonexistent"},
+       })
+    EXPECT_EQ(agent().ctl(wrong).status, 2) << testing::PrintToString(wrong);
+}
+
+TEST_F(Command, EndsWithThreeWithoutAnAgent)
+{
+  EXPECT_EQ(ctl(fresh_socket(), {"log", "level", "get"}).status, 3);
+  EXPECT_EQ(ctl(fresh_socket(), {"-batch", "-"}, "init\n").status, 3);
+}
+
+TEST_F(Command, EndsWithFourWhenNoAnswerComes)
+{
+  const std::string path = fresh_socket();
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, path.c_str());
+  const int silent = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address) | listen(silent, 4), 0);
+  EXPECT_EQ(run({PPPOEIACTL, "--socket", path, "-t", "0.1", "log", "level", "get"}).status, 4);
+  EXPECT_EQ(run({PPPOEIACTL, "--socket", path, "-t", "0.1", "bridge", "dump", "br0", "0"}).status, 4);
+  close(silent);
+  unlink(path.c_str());
+}
+
+TEST_F(Command, TakesItsOptionsBehindTheWordsToo)
+{
+  EXPECT_EQ(agent().ctl({"port", "trust", "get", "br0", "3", "--json"}).json(),
+            nlohmann::json({{"trust", 0}, {"trust_name", "trusted"}}));
+  EXPECT_EQ(agent().ctl({"bridge", "location", "set", "br0", "--", "--json"}).status, 0);
+  EXPECT_EQ(agent().told({"format", "explain", "$LOCATION", "br0", "3", "1"}).find("'--json'") != std::string::npos,
+            true);
+}
+
+TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEnds)
+{
+  const outcome failed = agent().batch("# a comment\n\nbridge state get br0\nport del br0 6\nnonsense\n");
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.out, "state on\n");
+  EXPECT_EQ(failed.err, "standard input:4: no such port\n");
+  EXPECT_EQ(agent().batch("log level get 'open\n").err, "standard input:1: a quote is not closed\n");
+}
+
+TEST_F(Command, BatchGoesOnByForce)
+{
+  const outcome failed =
+      ::ctl(agent().socket(), {"-force", "-batch", "-"}, "nonsense\nport del br0 6\nbridge state get br0");
+  EXPECT_EQ(failed.status, 2);
+  EXPECT_EQ(failed.out, "state on\n");
+  EXPECT_EQ(failed.err, "standard input:1: no such command: nonsense\nstandard input:2: no such port\n");
+}
+
+TEST_F(Command, JsonHoldsAnyBytes)
+{
+  std::string text;
+  for (int byte = 1; byte < 40; ++byte)
+    text += static_cast<char>(byte * 13 / 2);
+  ASSERT_EQ(agent().ctl({"port", "remote-id", "set", "br0", "3", "--", text}).status, 0);
+  const nlohmann::json told = agent().ctl({"--json", "port", "remote-id", "get", "br0", "3"}).json();
+  std::string back;
+  std::istringstream hex(told["remote-id_hex"].get<std::string>());
+  for (char pair[3] = {}; hex.read(pair, 2);)
+    back += static_cast<char>(std::stoi(pair, nullptr, 16));
+  EXPECT_EQ(back, text);
+  for (const std::vector<std::string>& command :
+       std::initializer_list<std::vector<std::string>>{{"show"},
+                                                       {"save"},
+                                                       {"explain", "br0", "3", "5"},
+                                                       {"format", "check", "br0"},
+                                                       {"test", "dump", "br0"},
+                                                       {"format", "explain",
+                                                        "\xff$d\xfe"
+                                                        "CLNT_MAC",
+                                                        "br0", "3", "5"},
+                                                       {"format", "test", "br0", "--circuit-id", text},
+                                                       {"bridge", "dump", "br0", "0"}}) {
+    std::vector<std::string> with_json = command;
+    with_json.insert(with_json.begin(), "--json");
+    EXPECT_NO_THROW(agent().ctl(with_json).json()) << testing::PrintToString(command);
+  }
+}
+
+TEST(Json, HasOneShapeHoweverManyThereAre)
+{
+  running_agent agent;
+  const auto json = [&](std::vector<std::string> command) {
+    command.insert(command.begin(), "--json");
+    return agent.ctl(command).json();
+  };
+  EXPECT_EQ(json({"show"})["bridges"], nlohmann::json::array());
+  EXPECT_EQ(json({"show", "bridge"}), nlohmann::json::array());
+  agent.batch("init\nbridge add br0 8\n");
+  EXPECT_EQ(json({"show", "port", "br0"}), nlohmann::json::array());
+  EXPECT_EQ(json({"format", "check", "br0"})["findings"], nlohmann::json::array());
+  agent.batch("port add br0 3 line3 0/3\n");
+  EXPECT_EQ(json({"show", "port", "br0"}).size(), 1u);
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "3"}), nlohmann::json::array());
+  agent.batch("port add br0 4 line4 0/4\nport-vlan add br0 3 7\nbridge vlan set br0 9 on\n");
+  EXPECT_EQ(json({"show", "port", "br0"}).size(), 2u);
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "3"})[0]["vlan"], 7);
+  EXPECT_THAT(json({"show"})["bridges"][0]["vlans"].get<std::vector<int>>(), testing::Contains(9));
+  EXPECT_EQ(json({"show"})["bridges"][0]["ports"][1]["port-vlans"], nlohmann::json::array());
+}
+
+TEST(Json, LongReportsArriveWhole)
+{
+  running_agent agent;
+  std::string lines = "init\nbridge add br0 8\n";
+  for (int port = 1; port < 8; ++port) {
+    lines += "port add br0 " + std::to_string(port) + " a b\n";
+    for (int vlan = 0; vlan < 100; ++vlan)
+      lines += "port-vlan remote-id-format set br0 " + std::to_string(port) + " " + std::to_string(vlan) + " " +
+               std::string(100, 'x') + "\n";
+  }
+  ASSERT_EQ(agent.batch(lines + "vlan add br0 4094\n").status, 0);
+  const std::string report = agent.told({"bridge", "dump", "br0", "0"});
+  EXPECT_GT(report.size(), 100'000u);  // more than terminals and pipes hold
+  EXPECT_TRUE(report.ends_with(" vlan data:\n\tVlan: 4094, name: '', prev: /, next: /\n"));
+}
+
+// Calls that came in, in their order.
+std::vector<uint16_t> called;
+std::vector<size_t> counts;
+
+int32_t record(ippcFuncData* request)
+{
+  called.push_back(request->functionId);
+  counts.push_back(request->argCount);
+  const int32_t result = 0;
+  return ippcFuncDataAddRetVal(request, &result, sizeof result);
+}
+
+std::string sample(const api::argument& argument)
+{
+  if (argument.what == api::kind::mac)
+    return " 00:11:22:33:44:55";
+  const bool left_out = api::is_output(argument.what) || argument.what == api::kind::tty ||
+                        argument.what == api::kind::port_info || argument.what == api::kind::name_update;
+  return left_out ? "" : " 1";
+}
+
+TEST(Commands, ReachEveryOperationByItsWordsAndItsNumber)
+{
+  const std::string path = fresh_socket();
+  std::string by_words;
+  std::string by_number;
+  for (const api::operation& operation : api::operations) {
+    std::string arguments;
+    for (const api::argument& argument : operation.arguments())
+      arguments += sample(argument);
+    by_words += std::string(operation.command) + arguments + "\n";
+    by_number += "call " + std::to_string(operation.id) + arguments + "\n";
+  }
+  outcome result;
+  {
+    ippc::server server(path, record);
+    ASSERT_EQ(server.start(), 0);
+    result = ctl(path, {"-batch", "-"}, by_words + by_number);
+  }
+  EXPECT_EQ(result.status, 0) << result.err;
+  ASSERT_EQ(called.size(), 2 * api::operations.size());
+  for (size_t i = 0; i < called.size(); ++i) {
+    EXPECT_EQ(called[i], i % api::operations.size());
+    EXPECT_EQ(counts[i], api::operations[called[i]].argument_count);
+  }
+}
+
+TEST(Commands, AreListedAsDocumented)
+{
+  std::ostringstream page;
+  page << std::ifstream(TEST_SOURCE_DIR "/docs/ippc.md").rdbuf();
+  const std::string text = page.str();
+  constexpr std::string_view mark = "<!-- operations -->\n";
+  const size_t at = text.find(mark);
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(text.substr(at + mark.size()), run({PPPOEIACTL, "--operations-table"}).out);
+  const std::string help = run({PPPOEIACTL, "--help"}).out;
+  const std::string manual = run({PPPOEIACTL, "--man"}).out;
+  for (const api::operation& operation : api::operations) {
+    EXPECT_THAT(help, HasSubstr("\n  " + std::string(operation.command)));
+    EXPECT_TRUE(manual.find("\n" + std::regex_replace(std::string(operation.summary), std::regex("-"), "\\-") +
+                            ".\n") != std::string::npos)
+        << operation.summary;
+  }
+}
+
+// What a shell would offer for the last word.
+std::vector<std::string> offered(const running_agent& agent, std::vector<std::string> line)
+{
+  line.insert(line.begin(), {PPPOEIACTL, "--complete", "--socket", agent.socket()});
+  std::vector<std::string> words;
+  std::istringstream out(run(line).out);
+  for (std::string word; std::getline(out, word);)
+    words.push_back(word);
+  return words;
+}
+
+TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)
+{
+  running_agent agent;
+  agent.batch(
+      "init\nbridge add br0 8\nbridge add br3 8\nport add br3 2 a b\nport add br3 5 a b\nport-vlan add br3 5 77\n");
+  EXPECT_THAT(offered(agent, {"br"}), ElementsAre("bridge"));
+  EXPECT_THAT(offered(agent, {"bridge", "max-pdu", ""}), ElementsAre("set", "get"));
+  EXPECT_THAT(offered(agent, {"show", "port", ""}), ElementsAre("br0", "br3"));
+  EXPECT_THAT(offered(agent, {"port", "state", "set", "br3", ""}), ElementsAre("2", "5"));
+  EXPECT_THAT(offered(agent, {"port", "state", "set", "br3", "5", "n"}), ElementsAre("network"));
+  EXPECT_THAT(offered(agent, {"explain", "br3", "5", ""}), ElementsAre("77"));
+  EXPECT_THAT(offered(agent, {"format", "explain", "$PORT", "br3", ""}), ElementsAre("2", "5"));
+  EXPECT_THAT(offered(agent, {"format", "test", "br3", "--mode", "a"}), ElementsAre("available"));
+  EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--p"}), ElementsAre("--parent"));
+  EXPECT_THAT(offered(agent, {"--ba"}), ElementsAre());
+  EXPECT_THAT(offered(agent, {"-b"}), ElementsAre("-batch"));
+  EXPECT_THAT(offered(agent, {"nonsense", ""}), ElementsAre());
+}
+
+TEST(Completion, WorksInBash)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br0 8\n");
+  const std::string script = "source " TEST_SOURCE_DIR "/tools/pppoeiactl/completion/pppoeiactl.bash\n"
+                             "COMP_WORDS=(" PPPOEIACTL " --socket " +
+                             agent.socket() +
+                             " bridge state set b) COMP_CWORD=6\n_pppoeiactl\necho \"${COMPREPLY[*]}\"";
+  EXPECT_EQ(run({"/bin/bash", "-c", script}).out, "br0\n");
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+// "save": what comes out makes the same card again, whatever its texts hold.
+#include "tests/tools/running_agent.h"
+#include "tools/pppoeiactl/bridge_report.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+// A card with every setting that can be read, and texts that need care in a batch file and in the agent's reports.
+constexpr char card[] = R"(init
+bridge add br0 40
+bridge add br7 3
+bridge state set br7 off
+bridge max-pdu set br0 1490
+bridge vendor set br0 ""
+bridge shelf-id set br0 -- "--1/1 \"#\" \\ '"
+bridge chassis-id set br0 4294967295
+bridge vsa-mode set br0 keep
+bridge insert-circuit-id set br0 off
+bridge insert-remote-id set br0 7
+bridge circuit-id-cvlan set br0 on
+bridge sysname set br0 "\x01\x02', prev: /, next: /\x0a"
+bridge location set br0 "\xe4\xf6\xff"
+bridge contact set br0 "0123456789012345678901234567890123456789012345678901234567890123"
+bridge vlan set-all br0 on
+bridge vlan set br0 4094 on
+bridge vlan set br7 0 off
+bridge vlan set br7 100 on
+vlan add br0 100
+vlan add br0 7
+vlan name set br0 7 "it's, prev: 3"
+vlan add br0 4095
+format circuit-id set br0 "$SYSNAME $INTF/$hz2VLAN"
+format remote-id set br0 -- "-- $PORT_REM_ID"
+port add --type gem --location "panel=a\\,b,onu=12,gem=3001" br0 39 -- "--dev" "--name"
+port state set br0 39 -3
+port trust set br0 39 4294967295
+port remote-id set br0 39 -- "--id"
+port description set br0 39 "Main Street 5"
+port cpe-serial set br0 39 "SN', x"
+port cpe-mac set br0 39 02:aa:bb:00:00:07
+port circuit-id-mode set br0 39 unset
+port add br0 5 unknown "0 5" --type "a,b\\" --parent 39
+port circuit-id-mode set br0 5 custom
+port add br0 6 atm6 "" --type atm --location pvc=4
+port pvc set br0 6 8 35
+port state set br0 6 network
+port circuit-id-mode set br0 6 atm
+port-vlan add br0 6 300
+port-vlan circuit-id-mode set br0 6 5 ethernet
+port-vlan circuit-id-mode set br0 6 6 4294967289
+port-vlan circuit-id-format set br0 6 42 "$PORT \x0a \tPort Id: 5, dev name: 'fake', port_name: 'fake': \x0a"
+port-vlan remote-id-format set br0 6 42 "# $VLAN"
+port-vlan circuit-id-mode set br0 6 42 custom
+node debug-state set on
+log level set warning
+)";
+
+std::string shown_by(const running_agent& agent)
+{
+  return agent.told({"show", "--json"});
+}
+
+TEST(Save, MakesTheSameCardAgain)
+{
+  std::string saved;
+  std::string shown;
+  {
+    running_agent agent;
+    const outcome made = agent.batch(card);
+    ASSERT_EQ(made.status, 0) << made.err;
+    saved = agent.told({"save"});
+    shown = shown_by(agent);
+    EXPECT_EQ(agent.told({"save"}), saved);
+    EXPECT_EQ(agent.ctl({"--json", "save"}).json()["batch"].get<std::string>().size(), saved.size());
+  }
+  running_agent fresh;
+  const outcome made = fresh.batch(saved);
+  ASSERT_EQ(made.status, 0) << made.err << saved;
+  EXPECT_EQ(shown_by(fresh), shown);
+  EXPECT_EQ(fresh.told({"save"}), saved);
+  EXPECT_THAT(saved,
+              HasSubstr("port add br0 5 port5 \"0 5\" --type \"a,b\\\\\" --parent 39  # device name not known\n"));
+  EXPECT_THAT(saved, HasSubstr("port add br0 6 atm6 \"\" --type atm"));
+  EXPECT_THAT(saved, HasSubstr("port description set br0 39 \"Main Street 5\"\n"));
+  EXPECT_THAT(saved, Not(HasSubstr("port description set br0 5")));  // that is its parent's
+  EXPECT_THAT(saved, HasSubstr("vlan name set br0 7 \"it's, prev: 3\"\n"));
+  EXPECT_THAT(saved, HasSubstr("log level set warning\n"));
+}
+
+TEST(Save, PutsTheTestDataBackOrLeavesThemAlone)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br0 8\nport add br0 3 a b\nbridge sysname set br0 here\n");
+  agent.told({"format", "test", "br0", "--port", "77", "--vlan", "88", "--circuit-id", "x'y\n$PORT"});
+  const std::string data = agent.told({"test", "dump", "br0"});
+  EXPECT_THAT(agent.told({"save"}), HasSubstr("bridge sysname set br0 here\n"));
+  EXPECT_EQ(agent.told({"test", "dump", "br0"}), data);
+  agent.told({"explain", "br0", "3", "5"});
+  agent.told({"format", "check", "br0"});
+  EXPECT_EQ(agent.told({"test", "dump", "br0"}), data);
+  const std::string saved = agent.told({"save", "--no-trial", "br0"});
+  EXPECT_THAT(saved, HasSubstr("#   system name, location and contact"));
+  EXPECT_THAT(saved, Not(HasSubstr("sysname set")));
+}
+
+TEST(Save, NamesWhatNoOperationTells)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br0 8\n");
+  const std::string saved = agent.told({"save"});
+  for (const char* unknown : {"number of port slots", "the kind, the panel kind", "device name", "Counters"})
+    EXPECT_THAT(saved, HasSubstr(unknown));
+}
+
+TEST(BridgeReport, LeavesOutWhatIsNotCertain)
+{
+  const bridge_report report =
+      bridge_report_parse(" Global data:\n port_vlan data:\n"
+                          " \tPort Id: 3, dev name: 'a', port_name: 'b'c': \n"
+                          " \tPort Id: many, dev name: 'a', port_name: 'b': \n"
+                          " \tPort Id: 4, dev name: 'longer than sixteen', port_name: 'b': \n"
+                          " port data:\n"
+                          " \tPort Id: 5, dev name: 'd', port_name: 'p', CPE serial: S', CPE MAC: 00:11:22:33:44:55\n"
+                          " vlan data:\n"
+                          "\tVlan: 7, name: 'x', prev: 6, next: ', prev: /, next: 9\n"
+                          "\tVlan: 9, name: 'y', prev: 8, next: /\n");
+  EXPECT_EQ(report.ports.size(), 2u);
+  EXPECT_EQ(report.ports.at(3).name, "b'c");
+  EXPECT_EQ(report.ports.at(5).cpe_serial, "S");
+  EXPECT_EQ(report.vlans, (std::map<uint16_t, std::string>{{7, "x', prev: 6, next: "}}));
+  EXPECT_TRUE(bridge_report_parse("").ports.empty());
+}
+
+}  // namespace
