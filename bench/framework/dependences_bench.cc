@@ -12,7 +12,7 @@
 namespace {
 
 struct entity_t : BLEntity {
-  explicit entity_t(std::string name) : BLEntity(std::move(name)) {}
+  explicit entity_t(std::string entityName) : BLEntity(std::move(entityName)) {}
   void applyConfiguration(boost::shared_ptr<Storage::Setting>) override {}
   void saveConfiguration(boost::shared_ptr<Storage::Setting>) const override {}
   bool start() override { return true; }
