@@ -1,6 +1,7 @@
 // Operators' messages and the manager's events.
 #include "tests/framework/manager_support.h"
 
+#include "rte/BLL/core/bll_commands.h"
 #include "rte/BLL/core/self_debugger.h"
 #include <fcntl.h>
 #include <pty.h>
@@ -149,6 +150,17 @@ TEST_F(ManagerMessages, TheReplyReachesTheTerminal)
                                  "Error opening tty file for writing: " + path("fifo") + "\n",
                                  "Error writing to file: /dev/full\n",
                                  "Error opening tty file for writing: " + std::string(300, 'x') + "\n"));
+}
+
+TEST(ManagerMessagesManual, NamesEveryMessage)
+{
+  std::ifstream file(PROJECT_DOCS "/framework.md");
+  const std::string manual(std::istreambuf_iterator<char>(file), {});
+  for (const bllCommand_t& command : bllCommands) {
+    const std::string name = std::string(command.message) + (command.prefix ? "..." : "");
+    EXPECT_THAT(manual,
+                testing::ContainsRegex("\n\\| `" + name + "` \\|[^\n]*\\| " + std::string(command.what).substr(0, 20)));
+  }
 }
 
 TEST_F(ManagerMessages, EventsAreGivenUnderTheLock)
