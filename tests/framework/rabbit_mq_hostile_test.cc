@@ -1,0 +1,309 @@
+// The message queue client without a broker, and against servers that are none.
+#include "rte/BLL/core/rabbit_mq_inter_soc.h"
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <random>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+constexpr auto bound = RabbitMqInterSoc::longestStep + 2s;  // and some for a busy machine and the sanitizers
+
+// Listens on loopback, lets `behaviour` have one connection after another, and closes each when it returns.
+class Server {
+public:
+  using behaviour_t = std::function<void(int client, const std::atomic<bool>& over)>;
+
+  explicit Server(behaviour_t behaviour)
+  {
+    const int small = 4096;
+    setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
+    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
+    listen(listener_, 16);
+    settings.port = ntohs(address.sin_port);
+    thread_ = std::thread([this, behaviour = std::move(behaviour)] { serve(behaviour); });
+  }
+  ~Server()
+  {
+    over_ = true;
+    thread_.join();
+    close(listener_);
+  }
+
+  rabbitMqSettings_t settings;
+  std::atomic<int> connections = 0;
+
+private:
+  void serve(const behaviour_t& behaviour)
+  {
+    while (!over_) {
+      pollfd wait = {listener_, POLLIN, 0};
+      if (poll(&wait, 1, 10) != 1)
+        continue;
+      const int client = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      ++connections;
+      behaviour(client, over_);
+      close(client);
+    }
+  }
+
+  const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::atomic<bool> over_ = false;
+  std::thread thread_;
+};
+
+bool sendAll(int client, std::string_view bytes, const std::atomic<bool>& over)
+{
+  while (!bytes.empty() && !over) {
+    const ssize_t sent = send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (sent > 0)
+      bytes.remove_prefix(static_cast<size_t>(sent));
+    else if (errno != EAGAIN)
+      return false;
+    else
+      std::this_thread::sleep_for(1ms);
+  }
+  return !over;
+}
+
+// Until the client hangs up.
+void waitForEnd(int client, const std::atomic<bool>& over)
+{
+  for (pollfd wait = {client, POLLRDHUP, 0}; !over && poll(&wait, 1, 10) == 0;) {
+  }
+}
+
+// Says its text, then the refrain for ever or, if there is none, nothing.
+Server::behaviour_t saying(std::string text, std::string refrain = {})
+{
+  return [=](int client, const std::atomic<bool>& over) {
+    if (sendAll(client, text, over) && refrain.empty())
+      waitForEnd(client, over);
+    while (!refrain.empty() && sendAll(client, refrain, over)) {
+    }
+  };
+}
+
+std::string bigEndian(uint64_t value, int bytes)
+{
+  std::string text;
+  while (bytes-- > 0)
+    text += static_cast<char>(value >> 8 * bytes);
+  return text;
+}
+
+std::string frame(int type, int channel, const std::string& payload)
+{
+  return bigEndian(static_cast<uint64_t>(type), 1) + bigEndian(static_cast<uint64_t>(channel), 2) +
+         bigEndian(payload.size(), 4) + payload + '\xce';
+}
+
+std::string method(int channel, uint32_t id, const std::string& arguments)
+{
+  return frame(1, channel, bigEndian(id, 4) + arguments);
+}
+
+// All that a broker says until the queue is declared. The client does not mind hearing an answer before it asks.
+std::string welcome()
+{
+  return method(0, 0x000A000A, std::string("\0\x09\0\0\0\0\0\0\0\x05PLAIN\0\0\0\x05", 19) + "en_US") +  // start
+         method(0, 0x000A001E, bigEndian(0, 2) + bigEndian(131072, 4) + bigEndian(0, 2)) +              // tune
+         method(0, 0x000A0029, bigEndian(0, 1)) +                                                       // open-ok
+         method(1, 0x0014000B, bigEndian(0, 4)) +           // channel.open-ok
+         method(1, 0x0055000B, "") +                        // confirm.select-ok
+         method(1, 0x0032000B, "\x01q" + bigEndian(0, 8));  // queue.declare-ok
+}
+
+const std::string confirmation = method(1, 0x003C0050, bigEndian(1, 8) + bigEndian(0, 1));
+const std::string gotOne = method(1, 0x003C0047, bigEndian(1, 8) + bigEndian(0, 1 + 1 + 2) + bigEndian(0, 4));
+const std::string heartbeat = frame(8, 0, "");
+
+std::string contentHeader(uint64_t size)
+{
+  return frame(2, 1, bigEndian(60, 2) + bigEndian(0, 2) + bigEndian(size, 8) + bigEndian(0, 2));
+}
+
+// Both calls fail within the bound, and once more at once.
+void expectFailures(Server& server, const std::string& message = "message")
+{
+  RabbitMqInterSoc mq;
+  ASSERT_TRUE(mq.enable(server.settings));
+  std::string got = "as it was";
+  auto begin = steady_clock::now();
+  EXPECT_FALSE(mq.publish("q", message));
+  EXPECT_LT(steady_clock::now() - begin, bound);
+  begin = steady_clock::now();
+  EXPECT_FALSE(mq.consume("q", got, 60'000));
+  EXPECT_LT(steady_clock::now() - begin, bound);
+  begin = steady_clock::now();
+  EXPECT_FALSE(mq.consume("q", got, 60'000));
+  EXPECT_LT(steady_clock::now() - begin, 400ms);
+  EXPECT_EQ(got, "as it was");
+}
+
+ptrdiff_t entries(const char* directory)
+{
+  return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+// The other cases prove something only if the imitation is good enough to be believed.
+TEST(RabbitMqHostile, ImitatedBrokerIsBelieved)
+{
+  Server publishing(saying(welcome() + heartbeat + confirmation));
+  Server consuming(saying(welcome() + gotOne + contentHeader(5) + frame(3, 1, "he") + frame(3, 1, "llo")));
+  RabbitMqInterSoc mq;
+  ASSERT_TRUE(mq.enable(publishing.settings));
+  EXPECT_TRUE(mq.publish("q", "message"));
+  ASSERT_TRUE(mq.enable(consuming.settings));
+  std::string got;
+  EXPECT_TRUE(mq.consume("q", got, 0));
+  EXPECT_EQ(got, "hello");
+}
+
+TEST(RabbitMqHostile, NothingIsTouchedBeforeFirstUse)
+{
+  Server server(saying(""));
+  const auto files = entries("/proc/self/fd");
+  const auto threads = entries("/proc/self/task");
+  RabbitMqInterSoc mq;
+  std::string got;
+  EXPECT_FALSE(mq.publish("q", "message"));
+  EXPECT_FALSE(mq.consume("q", got, 60'000));
+  ASSERT_TRUE(mq.enable(server.settings));
+  EXPECT_FALSE(mq.publish("", "message"));
+  EXPECT_FALSE(mq.publish(std::string(256, 'q'), "message"));
+  EXPECT_FALSE(mq.publish("q", std::string(RabbitMqInterSoc::largestMessage + 1, 'x')));
+  EXPECT_FALSE(mq.consume("", got, 60'000));
+  for (auto [host, port] : {std::pair("localhost", 5672), {"", 5672}, {"127.0.0.1", 0}, {"127.0.0.1", 65536}}) {
+    rabbitMqSettings_t bad;
+    bad.host = host;
+    bad.port = port;
+    EXPECT_FALSE(mq.enable(bad)) << host << port;
+  }
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(server.connections, 0);
+  EXPECT_EQ(entries("/proc/self/fd"), files);
+  EXPECT_EQ(entries("/proc/self/task"), threads);
+}
+
+TEST(RabbitMqHostile, AttemptsGetRarer)
+{
+  Server server([](int, const std::atomic<bool>&) {});
+  RabbitMqInterSoc mq;
+  ASSERT_TRUE(mq.enable(server.settings));
+  const auto begin = steady_clock::now();
+  while (steady_clock::now() - begin < 4s) {  // attempts at 0, 0.5, 1.5 and 3.5 seconds
+    EXPECT_FALSE(mq.publish("q", "message"));
+    std::this_thread::sleep_for(5ms);
+  }
+  EXPECT_GE(server.connections, 3);
+  EXPECT_LE(server.connections, 4);
+}
+
+TEST(RabbitMqHostile, NobodyListens)
+{
+  Server gone(saying(""));
+  {
+    Server dying(saying(""));
+    gone.settings = dying.settings;
+  }
+  expectFailures(gone);
+}
+
+TEST(RabbitMqHostile, SilentServer)
+{
+  Server server(saying(""));
+  expectFailures(server);
+}
+
+TEST(RabbitMqHostile, OtherProtocol)
+{
+  Server server(saying("HTTP/1.1 400 Bad Request\r\n\r\n"));
+  expectFailures(server);
+  Server older(saying(std::string("AMQP\1\1\0\x09", 8)));
+  expectFailures(older);
+  Server giantFrame(saying(std::string("\x01\0\0\xff\xff\xff\xff", 7)));
+  expectFailures(giantFrame);
+}
+
+TEST(RabbitMqHostile, EndlessHeartbeats)
+{
+  Server atOnce(saying("", heartbeat + heartbeat + heartbeat + heartbeat));
+  expectFailures(atOnce);
+  Server afterwards(saying(welcome(), heartbeat + heartbeat + heartbeat + heartbeat));
+  expectFailures(afterwards);
+}
+
+TEST(RabbitMqHostile, AnswersInDrops)
+{
+  Server server([](int client, const std::atomic<bool>& over) {
+    for (const char byte : welcome() + confirmation) {
+      if (!sendAll(client, {&byte, 1}, over))
+        return;
+      std::this_thread::sleep_for(50ms);
+    }
+  });
+  expectFailures(server);
+}
+
+TEST(RabbitMqHostile, ReadsNothing)
+{
+  Server server(saying(welcome()));
+  expectFailures(server, std::string(RabbitMqInterSoc::largestMessage, 'x'));
+}
+
+TEST(RabbitMqHostile, ContentWithoutEndOrMeasure)
+{
+  Server endless(saying(welcome() + gotOne + contentHeader(uint64_t{1} << 60), frame(3, 1, std::string(8000, 'x'))));
+  expectFailures(endless);
+  Server tooMuch(saying(welcome() + gotOne + contentHeader(3) + frame(3, 1, "four")));
+  expectFailures(tooMuch);
+  Server emptyPieces(saying(welcome() + gotOne + contentHeader(3), frame(3, 1, "")));
+  expectFailures(emptyPieces);
+}
+
+TEST(RabbitMqHostile, RandomDamage)
+{
+  std::mt19937 random(7);
+  const std::string whole = welcome() + gotOne + contentHeader(5) + frame(3, 1, "hello");
+  Server server([&](int client, const std::atomic<bool>& over) {
+    std::string text = whole;
+    for (auto changes = random() % 4; changes > 0; --changes)
+      text[random() % text.size()] = static_cast<char>(random());
+    text.resize(random() % 2 ? text.size() : random() % text.size());
+    sendAll(client, text, over);
+    shutdown(client, SHUT_WR);
+    waitForEnd(client, over);
+  });
+  int wholeMessages = 0;
+  for (int i = 0; i < 500; ++i) {
+    RabbitMqInterSoc mq;
+    ASSERT_TRUE(mq.enable(server.settings));
+    const auto begin = steady_clock::now();
+    std::string got;
+    const bool took = mq.consume("q", got, 0);
+    EXPECT_TRUE(took || got.empty());
+    wholeMessages += got == "hello";
+    EXPECT_LT(steady_clock::now() - begin, bound);
+  }
+  EXPECT_EQ(server.connections, 500);
+  EXPECT_GT(wholeMessages, 0);
+  EXPECT_LT(wholeMessages, 400);
+}
+
+}  // namespace
