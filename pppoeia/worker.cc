@@ -10,6 +10,7 @@
 // full.
 #include "pppoeia/worker.h"
 
+#include "pppoeia/device_watch.h"
 #include "pppoeia/frame.h"
 #include "pppoeia/frame_buffers.h"
 #include "pppoeia/identifiers.h"
@@ -19,6 +20,7 @@
 #include "pppoeia/records.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -102,21 +104,26 @@ void step_back(pppoeia_bridge& bridge)
 }
 
 // One batch of at most `most` records: the number of records in it.
-unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, frame_services& services)
+unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, frame_services& services,
+                     device_watch& device)
 {
   pthread_mutex_lock(&bridge.mutex);
   const int count = records.receive(most);
+  const int error = errno;
   if (count > 0)
     records.serve(static_cast<unsigned>(count), services);
   pthread_mutex_unlock(&bridge.mutex);
-  if (count <= 0)
+  if (count <= 0) {
+    device.failed(count < 0 ? error : 0);
     return 0;
+  }
+  device.received();
   records.clean(static_cast<unsigned>(count));
   step_back(bridge);
   return static_cast<unsigned>(count);
 }
 
-// A descriptor that reports ready and gives nothing (its device went away) must not make the worker spin.
+// A descriptor that reports ready and gives nothing (its device went down) must not make the worker spin.
 void rest()
 {
   const timespec pause{0, wait_ms * 1000000L};
@@ -142,17 +149,20 @@ void frame_loop(pppoeia_bridge& bridge)
   batch records(bridge);
   builder_identifiers identifiers;
   frame_services services{identifiers, pppoeia_get_local_mac};
+  device_watch device(bridge);
   while (!bridge.stop) {
     const found wait = wait_for_records(bridge);
-    if (wait == found::nothing)
+    if (wait == found::nothing) {
+      device.waited();
       continue;
+    }
     const unsigned most = wait == found::after_waiting ? 1 : records.slots();
-    unsigned count = serve_batch(bridge, records, most, services);
+    unsigned count = serve_batch(bridge, records, most, services, device);
     if (count == 0)
       rest();
     // A full batch says that more is waiting: no need to ask.
     while (count == records.slots() && !bridge.stop)
-      count = serve_batch(bridge, records, records.slots(), services);
+      count = serve_batch(bridge, records, records.slots(), services, device);
   }
 }
 

@@ -1,0 +1,156 @@
+// The worker on a real TAP device: records through the kernel, and a device that goes away and comes back.
+#include "platform/kvbridged/tap.h"
+#include "pppoeia/kernel.h"
+#include "pppoeia/log.h"
+#include "pppoeia/text.h"
+#include "pppoeia/worker.h"
+#include "tests/support/fake_kernel.h"
+#include "tests/support/records_fixture.h"
+#include "tests/support/syslog_capture.h"
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr char device[] = "br0_pppoe";
+
+void up(const char* name, bool wanted)
+{
+  const int fd = kernel_linux.datagram_socket();
+  short flags = 0;
+  kernel_linux.link_flags_get(fd, name, &flags);
+  kernel_linux.link_flags_set(fd, name, static_cast<short>(wanted ? flags | IFF_UP : flags & ~IFF_UP));
+  close(fd);
+}
+
+// Makes the device again under the index that it had.
+kvbridged::descriptor tap_again(int index)
+{
+  kvbridged::descriptor tap(open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+  ifreq request = {};
+  request.ifr_flags = IFF_TAP | IFF_NO_PI;
+  std::strcpy(request.ifr_name, device);
+  EXPECT_EQ(ioctl(tap.get(), TUNSETIFINDEX, &index), 0);
+  EXPECT_EQ(ioctl(tap.get(), TUNSETIFF, &request), 0);
+  return tap;
+}
+
+class WorkerOnTap : public testing::Test {
+protected:
+  void SetUp() override
+  {
+    // A network of the test's own, whose devices end with it.
+    if (geteuid() != 0 || unshare(CLONE_NEWNET) != 0 || access("/dev/net/tun", R_OK | W_OK) != 0)
+      GTEST_SKIP() << "needs root and TAP devices";
+    tap = kvbridged::tap_open(device, 1607);
+    ASSERT_GE(tap.get(), 0);
+    up(device, true);
+    text_copy(bridge->dev_name, device);
+    bridge.port(1, 1, 0);
+    bridge->sock = kernel_linux.packet_socket();
+    ASSERT_EQ(kernel_linux.link_index(bridge->sock, device, &index), 0);
+    ASSERT_EQ(kernel_linux.set_nonblocking(bridge->sock), 0);
+    ASSERT_EQ(kernel_linux.bind_packet(bridge->sock, index), 0);
+    syslog_take();
+    ASSERT_EQ(worker_thread_start(*bridge), 0);
+    running = true;
+  }
+  void TearDown() override
+  {
+    if (!running)
+      return;
+    const auto before = std::chrono::steady_clock::now();
+    bridge->stop = 1;
+    EXPECT_EQ(worker_thread_join(*bridge), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    close(bridge->sock);
+  }
+
+  // Whether a PADI written to the device comes back with the tag, within some seconds of trying.
+  bool serves()
+  {
+    const byte_string record = test_frame{}.build();
+    for (int tries = 0; tries < 60; ++tries) {
+      (void)!write(tap.get(), record.data(), record.size());
+      for (byte_string back; !(back = wire_receive_file(100)).empty();)
+        if (back.size() > record.size() && back[107 + 12] == 0x88 && back[107 + 13] == 0x63)
+          return true;
+    }
+    return false;
+  }
+  byte_string wire_receive_file(int milliseconds) const
+  {
+    pollfd wait{tap.get(), POLLIN, 0};
+    if (poll(&wait, 1, milliseconds) != 1)
+      return {};
+    byte_string record(4096);
+    const ssize_t size = read(tap.get(), record.data(), record.size());
+    record.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    return record;
+  }
+  long losses() const
+  {
+    const std::vector<std::string> lines = syslog_take_texts();
+    return std::count(lines.begin(), lines.end(), "<br0> Pseudo device 'br0_pppoe' is gone.");
+  }
+  double cpu_ms() const
+  {
+    clockid_t clock;
+    timespec time{};
+    pthread_getcpuclockid(bridge_thread(), &clock);
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
+  }
+  pthread_t bridge_thread() const { return const_cast<test_bridge&>(bridge)->thread; }
+
+  test_bridge bridge{4};
+  kvbridged::descriptor tap;
+  int index = -1;
+  bool running = false;
+};
+
+TEST_F(WorkerOnTap, RecordsGoThroughTheKernel)
+{
+  EXPECT_TRUE(serves());
+  const bridge_lock lock(*bridge);
+  EXPECT_GE(bridge->stats.padi, 1u);
+}
+
+TEST_F(WorkerOnTap, ADeviceThatIsDownIsAwaitedWithoutSpinning)
+{
+  EXPECT_TRUE(serves());
+  up(device, false);
+  const double before = cpu_ms();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LT(cpu_ms() - before, 250) << "of 500 ms";
+  EXPECT_EQ(losses(), 1);
+  up(device, true);
+  EXPECT_TRUE(serves());
+}
+
+TEST_F(WorkerOnTap, ADeviceThatIsDeletedMayComeBackUnderItsIndex)
+{
+  EXPECT_TRUE(serves());
+  tap = kvbridged::descriptor();
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(losses(), 1);
+  tap = tap_again(index);
+  up(device, true);
+  EXPECT_TRUE(serves());
+  EXPECT_EQ(losses(), 0);
+  tap = kvbridged::descriptor();  // and the worker ends while it is away
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+}  // namespace
