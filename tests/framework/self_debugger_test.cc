@@ -71,7 +71,15 @@ struct SelfDebuggerStacks : testing::Test {
   {
     const auto begin = std::chrono::steady_clock::now();
     const std::string stack = debugger.backtraceOf(thread);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s) << thread;
+    return stack;
+  }
+  // Of a thread that can be shown. A machine that is busy enough may miss the bound; it does not do so again and again.
+  std::string stackOf(int32_t thread)
+  {
+    std::string stack;
+    for (int tries = 0; tries < 3 && stack.empty(); ++tries)
+      stack = stackInTime(thread);
     return stack;
   }
   SelfDebugger debugger;
@@ -86,13 +94,13 @@ TEST_F(SelfDebuggerStacks, AWaitingThreadIsShownAndGoesOn)
     waitDeepInsideAPlugIn(inside, leave);
   });
   inside.acquire();
-  const std::string stack = stackInTime(tid);
+  const std::string stack = stackOf(tid);
   leave.release();
   waiting.join();
   EXPECT_THAT(stack, HasSubstr("waitDeepInsideAPlugIn("));
   EXPECT_THAT(stack, HasSubstr("#1 "));
   EXPECT_EQ(stackInTime(tid), "") << "the thread has ended";
-  EXPECT_THAT(stackInTime(gettid()), HasSubstr("SelfDebugger::backtraceOf")) << "one's own";
+  EXPECT_THAT(stackOf(gettid()), HasSubstr("SelfDebugger::backtraceOf")) << "one's own";
 }
 
 TEST_F(SelfDebuggerStacks, OnlyThreadsOfThisProcessAreShown)
@@ -121,7 +129,7 @@ TEST_F(SelfDebuggerStacks, SignalsOfTheHostDoNotDisturb)
   const itimerval often{{0, 1000}, {0, 1000}}, never{};
   setitimer(ITIMER_REAL, &often, nullptr);
   for (int i = 0; i < 5; ++i)
-    EXPECT_NE(stackInTime(gettid()), "");
+    EXPECT_NE(stackOf(gettid()), "");
   setitimer(ITIMER_REAL, &never, nullptr);
   sigaction(SIGALRM, &before, nullptr);
 }
@@ -181,7 +189,7 @@ TEST_F(SelfDebuggerStacks, AThreadThatDoesNotStopCostsNoMoreThanTheBound)
   while (!inClone())
     std::this_thread::yield();
   EXPECT_EQ(stackInTime(tid), "");
-  EXPECT_NE(stackInTime(gettid()), "") << "others are not affected";
+  EXPECT_NE(stackOf(gettid()), "") << "others are not affected";
   EXPECT_EQ(write(ends[1], "", 1), 1);
   stuck.join();  // it was let go
   close(ends[0]);
