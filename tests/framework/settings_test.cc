@@ -202,7 +202,7 @@ TEST_F(Settings, FilesThatWouldKeepTheParserBusyAreRefused)
   for (int i = 0; i < 2000; ++i)
     namespaces += " xmlns:a" + std::to_string(i) + "='u'";
   EXPECT_FALSE(store.load(write("<a><b" + attributes + "/></a>")));  // minutes, if it were read to its end
-  EXPECT_TRUE(store.load(write("<a><b" + attributes.substr(0, attributes.find(" a5000=")) + "/></a>")));
+  EXPECT_TRUE(store.load(write("<a><b" + attributes.substr(0, attributes.find(" a1400=")) + "/></a>")));
   EXPECT_FALSE(store.load(write("<a" + namespaces + ">" + repeated("<a0:b/>", 10'000) + "</a>")));
   const std::string defaulted = "<!DOCTYPE a [<!ATTLIST b xmlns CDATA '" + std::string(100'000, 'x') + "'>]>";
   EXPECT_FALSE(store.load(write(defaulted + "<a>" + repeated("<b/>", 2000) + "</a>")));

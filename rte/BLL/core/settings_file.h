@@ -11,7 +11,7 @@ namespace Storage {
 // A settings file being read: nothing but a regular file, and no more than `max` bytes of it.
 class inputFile_t {
 public:
-  static constexpr size_t max = size_t{64} << 20;
+  static constexpr size_t max = size_t{32} << 20;
 
   // Does not wait, whatever stands at that path.
   explicit inputFile_t(const std::string& path);

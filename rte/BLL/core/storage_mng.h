@@ -21,9 +21,9 @@ public:
   StorageMng(const StorageMng&) = delete;
   StorageMng& operator=(const StorageMng&) = delete;
 
-  // Replaces the document by the file's, which is a regular file of at most 64 MiB. What external entities and document
+  // Replaces the document by the file's, which is a regular file of at most 32 MiB. What external entities and document
   // types name is never fetched, and a file is refused whose entities grow out of proportion, or with more than some
-  // 5000 attributes in an element or 256 namespaces around one. After a failure the store has no document, and the
+  // 1400 attributes in an element or 256 namespaces around one. After a failure the store has no document, and the
   // reasons are on the standard error stream. All handles on the document before end here.
   bool load(const std::string& file);
   // Writes the document, indented, as UTF-8. A regular file keeps its mode and is replaced only when the new one is on

@@ -20,7 +20,7 @@ namespace Storage {
 
 namespace {
 
-constexpr int attributesMax = 5000;  // of one element; checked between two reads, so roughly
+constexpr int attributesMax = 1400;  // of one element; checked between two reads, so roughly
 constexpr int namespacesMax = 256;   // declared around one element
 constexpr int messagesMax = 10;
 
@@ -93,7 +93,7 @@ xmlDoc* parseFile(const std::string& file)
     return nullptr;
   reading_t reading{file, inputFile_t(file), parser.get()};
   if (!reading.file.good()) {
-    refuse(reading, "not a readable file of at most 64 MiB");
+    refuse(reading, "not a readable file of at most 32 MiB");
     return nullptr;
   }
   parser->_private = &reading;
