@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -250,6 +249,15 @@ TEST(Commands, ReachEveryOperationByItsWordsAndItsNumber)
   }
 }
 
+// A text as the manual page's macros hold it.
+std::string in_manual(std::string_view text)
+{
+  std::string escaped;
+  for (const char c : text)
+    escaped += c == '-' ? "\\-" : std::string(1, c);
+  return escaped;
+}
+
 TEST(Commands, AreListedAsDocumented)
 {
   std::ostringstream page;
@@ -263,10 +271,43 @@ TEST(Commands, AreListedAsDocumented)
   const std::string manual = run({PPPOEIACTL, "--man"}).out;
   for (const api::operation& operation : api::operations) {
     EXPECT_THAT(help, HasSubstr("\n  " + std::string(operation.command)));
-    EXPECT_TRUE(manual.find("\n" + std::regex_replace(std::string(operation.summary), std::regex("-"), "\\-") +
-                            ".\n") != std::string::npos)
-        << operation.summary;
+    EXPECT_THAT(manual, HasSubstr("\n" + in_manual(operation.summary) + ".\n"));
   }
+}
+
+// "bridge state" and "on" from "| `bridge state` | `on` | ..."; empty texts for other lines.
+std::pair<std::string, std::string> documented_default(const std::string& line)
+{
+  constexpr std::string_view begin = "| `";
+  constexpr std::string_view between = "` | `";
+  const size_t setting_end = line.find(between);
+  const size_t value_begin = setting_end + between.size();
+  if (!line.starts_with(begin) || setting_end == std::string::npos || line.find('`') + 1 != begin.size() ||
+      line.find("` |", value_begin) == std::string::npos)
+    return {};
+  return {line.substr(begin.size(), setting_end - begin.size()),
+          line.substr(value_begin, line.find("` |", value_begin) - value_begin)};
+}
+
+TEST(Commands, TellTheDocumentedDefaults)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br0 4\nport add br0 1 line1 0/1 --type eth\n");
+  std::ifstream page(TEST_SOURCE_DIR "/docs/configuration.md");
+  size_t told = 0;
+  for (std::string line; std::getline(page, line);) {
+    const auto [setting, value] = documented_default(line);
+    if (setting.find(' ') == std::string::npos)
+      continue;  // no setting, but a value
+    const bool of_port = setting.starts_with("port ");
+    const bool of_node = setting.starts_with("log ") || setting.starts_with("node ");
+    const outcome result = agent.batch(setting + " get" + (of_node ? "" : of_port ? " br0 1" : " br0") + "\n");
+    EXPECT_EQ(result.status, 0) << setting << result.err;
+    const std::string shown = result.out.substr(result.out.find(' ') + 1);
+    EXPECT_TRUE(shown == value + "\n" || shown == "'" + value + "'\n") << setting << ": " << shown;
+    ++told;
+  }
+  EXPECT_GE(told, 15u);
 }
 
 // What a shell would offer for the last word.

@@ -72,6 +72,10 @@ pppoeiactl \- configure and query the PPPoE Intermediate Agent
 .SH DESCRIPTION
 Calls one operation of the running agent and prints what it tells. Numbers may be decimal or begin with 0x; where a
 number has a name (states, trust, modes, log levels), the name is taken and shown too.
+.PP
+Options may stand before and behind a command's words. Behind
+.B \-\-
+nothing is taken for an option.
 .SH OPTIONS
 .TP
 .BI \-\-socket " PATH"
@@ -96,7 +100,20 @@ Repeat the command at that pace until interrupted.
 .SH COMMANDS
 )";
 
-constexpr char man_tail[] = R"(.SH EXIT STATUS
+constexpr char man_tail[] = R"(.SH NOTES
+No operation lists bridges. Commands that want them all look under the names of this host's kernel bridges and network
+devices, and under br0 to br99.
+.PP
+.BR save ", " explain ", " "format check" " and, on a line, " "format explain"
+expand formats through the agent's test operations. Their test data are put back afterwards; somebody who tries formats
+at the same moment gets in the way.
+.B save \-\-no\-trial
+does without and reads less.
+.PP
+In a VLAN's place
+.B none
+(or 4095) stands for no particular VLAN.
+.SH EXIT STATUS
 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out.
 .SH SEE ALSO
 .BR kvbridged (8)
