@@ -12,6 +12,7 @@ struct load_settings {
   double seconds = 1;
   double rate = 0;      // frames per second; 0: as fast as the sender can
   bool counted = true;  // read what comes back; otherwise the device drops it, which costs the sender nothing
+  bool timed = false;   // keep the latency of each frame
   unsigned burst = 32;
   unsigned ports = 1;
   unsigned clients = 1;  // source MAC addresses

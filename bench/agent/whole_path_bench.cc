@@ -1,10 +1,14 @@
 // The agent's worker beside bare loops on the same TAP device, in turn, in one run. Needs root. Prints frames per
 // second, CPU time a frame (of the thread under test) and ratios to loop (a); a paced run at 20,000 frames per second
-// with latencies; and a storm of 10,000 clients on 64 ports at 300,000 frames per second with a counter read all along.
+// with latencies; and a storm of 10,000 clients on 64 ports at 300,000 frames per second, with counters read over the
+// agent's socket all along.
 //
 // Usage: whole_path_bench [--seconds N]     N for each measurement, default 2
 #include "bench/agent/bare_loops.h"
 #include "bench/agent/tap_load.h"
+#include "platform/ippc/client.h"
+#include "platform/ippc/server.h"
+#include "pppoeia/dispatcher.h"
 #include "pppoeia/identifiers.h"
 #include "pppoeia/kernel.h"
 #include "pppoeia/text.h"
@@ -12,13 +16,16 @@
 #include "tests/support/records_fixture.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 
 namespace {
 
@@ -121,7 +128,7 @@ void print_paced(const char* name, const measured& result)
 
 void paced_load(tap_load& tap, double seconds)
 {
-  const load_settings settings{.seconds = seconds, .rate = 20'000, .burst = 1};
+  const load_settings settings{.seconds = seconds, .rate = 20'000, .timed = true, .burst = 1};
   for (int round = 0; round < 2; ++round) {
     std::printf("20,000 frames/s, round %d\n", round + 1);
     print_paced("(a) select, recv, send", run_bare(tap, bare_select_loop, settings));
@@ -129,44 +136,69 @@ void paced_load(tap_load& tap, double seconds)
   }
 }
 
-// Takes the bridge's lock as a counter read does, each millisecond; the longest that took.
+long resident_kib()
+{
+  long pages = 0, resident = 0;
+  std::ifstream("/proc/self/statm") >> pages >> resident;
+  return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// Reads the bridge's counters as management does, by a request to the agent's server, each millisecond; the longest
+// that an answer took.
 class counter_reader {
 public:
   void operator()(pppoeia_bridge& bridge, const std::atomic<bool>& done)
   {
-    while (!done) {
-      timespec before{};
-      timespec after{};
-      clock_gettime(CLOCK_MONOTONIC, &before);
-      {
-        const bridge_lock lock(bridge);
-        last = bridge.stats;
-      }
-      clock_gettime(CLOCK_MONOTONIC, &after);
-      const double us = static_cast<double>(after.tv_sec - before.tv_sec) * 1e6 +
-                        static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e3;
-      longest_us = std::max(longest_us, us);
-      const timespec pause{0, 1'000'000};
-      nanosleep(&pause, nullptr);
+    pppoeia_state state{};
+    state.bridges = &bridge;
+    pppoeia_globals = &state;
+    {
+      const std::string path = "/tmp/whole-path-bench." + std::to_string(getpid());
+      ippc::server server(path, pppoeia_ippc_dispatcher);
+      ippc::client client;
+      if (server.start() != 0 || !client.open(path))
+        throw std::runtime_error("no server for the counter reads");
+      while (!done)
+        read_once(client);
     }
+    pppoeia_globals = nullptr;
   }
-  pppoeia_stats last{};
   double longest_us = 0;
+  uint64_t reads = 0;
+
+private:
+  void read_once(ippc::client& client)
+  {
+    constexpr uint16_t bridge_stats_get = 27;
+    std::vector<std::vector<unsigned char>> arguments = {{'b', 'r', '0', 0},
+                                                         std::vector<unsigned char>(sizeof(pppoeia_stats))};
+    const auto before = std::chrono::steady_clock::now();
+    const ippc::call_reply reply = client.call(bridge_stats_get, arguments, std::chrono::seconds(5));
+    if (reply.error != ippc::call_error::none || reply.result != 0)
+      throw std::runtime_error("a counter read failed");
+    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - before;
+    longest_us = std::max(longest_us, took.count());
+    ++reads;
+    const timespec pause{0, 1'000'000};
+    nanosleep(&pause, nullptr);
+  }
 };
 
 void storm(tap_load& tap, double seconds)
 {
   for (const double rate : {300'000.0, 0.0}) {
     counter_reader reader;
+    const long before_kib = resident_kib();
     const load_settings settings{.seconds = seconds, .rate = rate, .burst = 32, .ports = 64, .clients = 10'000};
     const measured result =
         run_worker(tap, nullptr, settings, [&](pppoeia_bridge& b, const std::atomic<bool>& d) { reader(b, d); });
-    std::printf("Storm at %s: sent %llu in %.2f s, given back %llu, lost %llu, counted %llu; longest wait for the lock "
-                "%.0f us\n",
+    std::printf("Storm at %s: sent %llu in %.2f s, given back %llu, lost %llu, counted %llu; %llu counter reads, the "
+                "longest %.0f us; memory %+ld KiB\n",
                 rate > 0 ? "300,000 frames/s" : "full speed", static_cast<unsigned long long>(result.load.sent),
                 result.load.seconds, static_cast<unsigned long long>(result.load.returned),
                 static_cast<unsigned long long>(result.load.sent - result.load.returned),
-                static_cast<unsigned long long>(result.frames), reader.longest_us);
+                static_cast<unsigned long long>(result.frames), static_cast<unsigned long long>(reader.reads),
+                reader.longest_us, resident_kib() - before_kib);
     if (rate > 0)
       continue;
     const measured bare = run_bare(tap, bare_batch_loop, settings);
