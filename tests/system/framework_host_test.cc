@@ -118,7 +118,7 @@ protected:
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
   }
 
-  static inline private_node node;
+  static inline private_node& node = *new private_node;  // its reader outlives main()
   static inline std::string reason;
   static inline std::string work;
   std::unique_ptr<background> mapper;
