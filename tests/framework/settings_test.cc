@@ -152,7 +152,7 @@ TEST_F(Settings, AFileThatCannotBeReadLeavesNoDocument)
   EXPECT_EQ(said(), "StorageMng::getRoot(): there are no document loaded yet\n"
                     "StorageMng::addRoot(): there are no document to add root\n"
                     "StorageMng::save(): there are no document to save\n");
-  for (const char* content : {"", "<a>", "<a b='\xFF'/>", "not xml", "<a b='1' b='2'/>"})
+  for (const char* content : {"", "<a>", "<a b='\xFF'/>", "not xml", "<a b='1' b='2'/>", "<a xmlns='&lt;'/>"})
     EXPECT_FALSE(store.load(write(content))) << content;
   EXPECT_FALSE(store.load(folder));
   EXPECT_TRUE(store.load(write("<a/>"))) << "and a good one is welcome again";

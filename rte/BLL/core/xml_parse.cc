@@ -66,9 +66,12 @@ void startElement(void* parser, const xmlChar* name, const xmlChar* prefix, cons
 {
   reading_t& reading = readingOf(parser);
   for (int i = 0; i < namespaceCount; ++i) {
-    const auto length = static_cast<size_t>(xmlStrlen(namespaces[2 * i + 1]));
-    if (length > reading.namespaceBytesLeft) {
-      refuse(reading, "too many namespaces by default");
+    const xmlChar* const declared = namespaces[2 * i + 1];
+    const auto length = static_cast<size_t>(xmlStrlen(declared));
+    // libxml2 takes any text for a namespace, but would write this one as it is.
+    const bool unwritable = xmlStrchr(declared, '<') != nullptr;
+    if (unwritable || length > reading.namespaceBytesLeft) {
+      refuse(reading, unwritable ? "a namespace that is no URI" : "too many namespaces by default");
       return xmlStopParser(reading.parser);
     }
     reading.namespaceBytesLeft -= length;
