@@ -36,7 +36,10 @@ void BLLManager::saveConfiguration(const std::string& file)
     for (const auto& [name, entity] : startOrder()) {
       const boost::shared_ptr<Storage::Setting> setting = store.addRoot(name);
       logAt(LogImpl::debug) << "\n\tBLE: <" << name << ">... ";
-      callEntity(name, [&, e = entity] { e->saveConfiguration(setting); });
+      if (setting)
+        callEntity(name, [&, e = entity] { e->saveConfiguration(setting); });
+      else  // no element can have this name; an entity is not handed an empty handle to write to
+        logAt(LogImpl::critical) << "BLE " << name << " cannot be saved under its name.\n";
       logAt(LogImpl::debug) << "done.";
     }
   }
