@@ -55,7 +55,7 @@ size_t walk(const pppoeia_bridge& bridge, const tag_area& area, Visit visit)
       past_end_log(bridge, area, tag);
       return no_tag;
     }
-    if (!area.header_inside(tag) || (When == ask::after_end_test && visit(tag)))
+    if (When == ask::after_end_test && visit(tag))
       return no_tag;
     if (area.type(tag) == pppoe::tag_end_of_list || !area.fits(area.next(tag)))
       return no_tag;
@@ -72,13 +72,15 @@ size_t vendor_tag_find(const pppoeia_bridge& bridge, const tag_area& area)
 
 size_t vendor_tag_place(const pppoeia_bridge& bridge, const tag_area& area)
 {
-  size_t place = area.first;
+  size_t last = area.first;  // of an empty list: what stands where its first tag would
   walk<ask::after_end_test>(bridge, area, [&](size_t tag) {
-    const bool end_of_list = area.type(tag) == pppoe::tag_end_of_list;
-    place = end_of_list ? tag : area.next(tag);
-    return end_of_list;
+    last = tag;
+    return false;
   });
-  return place > area.record.size() ? area.first : place;
+  if (area.type(last) == pppoe::tag_end_of_list)
+    return last;
+  const size_t behind = area.next(last);
+  return behind > area.record.size() ? area.first : behind;
 }
 
 void tags_log(const pppoeia_bridge& bridge, const tag_area& area)

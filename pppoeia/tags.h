@@ -2,8 +2,8 @@
 //
 // The area is what the PPPoE header claims (from the first tag to the PPPoE end), inside what was received. The walk
 // is forgiving in one way that servers rely on: whether a tag is stepped to depends on its own end lying within the
-// PPPoE end, so that a first tag is looked at whatever length it claims. Tags whose four header bytes are not inside
-// the record are no tags.
+// PPPoE end, so that a first tag is looked at whatever length it claims. A vendor tag whose four header bytes are not
+// inside the record is none; elsewhere a header that is cut goes on with zeros.
 #ifndef PPPOEIA_TAGS_H
 #define PPPOEIA_TAGS_H
 
@@ -38,7 +38,7 @@ extern "C" const char* pppoeia_tag_name(uint16_t type);
 size_t vendor_tag_find(const pppoeia_bridge& bridge, const tag_area& area);
 
 // Where a vendor tag goes when the frame has none: before the first End-Of-List tag, else behind the last tag; at the
-// first tag when that lies outside the record.
+// first tag when that lies outside the record. In an empty list, what stands at the PPPoE end counts as the last tag.
 size_t vendor_tag_place(const pppoeia_bridge& bridge, const tag_area& area);
 
 // Logs every tag at debug level. Call only when that level is on.

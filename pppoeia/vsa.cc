@@ -118,7 +118,8 @@ insertion insertion_plan(passage& at)
   return plan;
 }
 
-// Moves what follows the tag to where it will be, and keeps the lengths up. False when they cannot be.
+// Moves what follows the tag to where it will be, as far as the record will go, and keeps the lengths up. False when
+// they cannot be.
 bool room_make(const passage& at, const insertion& plan)
 {
   if (plan.delta == 0)
@@ -127,8 +128,10 @@ bool room_make(const passage& at, const insertion& plan)
   if (!lengths)
     return false;
   at.lengths_put(*lengths);
-  std::memmove(at.record.data + plan.place + plan.tag.size(), at.record.data + plan.tail,
-               at.record.received - plan.tail);
+  const size_t to = plan.place + plan.tag.size();
+  if (to < lengths->record)
+    std::memmove(at.record.data + to, at.record.data + plan.tail,
+                 std::min<size_t>(at.record.received - plan.tail, lengths->record - to));
   return true;
 }
 

@@ -51,6 +51,25 @@ TEST_F(VendorTag, GoesIntoAnEmptyPayload)
   EXPECT_EQ(process(*bridge, frame.build()), with_tags(frame, {vsa}));
 }
 
+TEST_F(VendorTag, WhatFollowsAnEmptyPayloadCountsAsItsLastTag)
+{
+  const auto sent = [&](byte_string trailer) {
+    return process(*bridge, test_frame{.tags = {}, .trailer = trailer}.build());
+  };
+  const auto expected = [&](byte_string before, byte_string behind) {
+    byte_string record = with_tags({}, {vsa});
+    record.insert(record.end() - 4 - static_cast<long>(vsa.value.size()), before.begin(), before.end());
+    record.insert(record.end(), behind.begin(), behind.end());
+    const auto length = static_cast<uint32_t>(record.size());
+    std::memcpy(&record[48], &length, sizeof length);
+    return record;
+  };
+  EXPECT_EQ(sent({0x42, 0x42, 0, 1, 7, 8, 9}), expected({0x42, 0x42, 0, 1, 7}, {8, 9}));
+  EXPECT_EQ(sent({0x42, 0x42, 0, 0}), expected({0x42, 0x42, 0, 0}, {}));  // up to the record's last byte
+  EXPECT_EQ(sent({0x42, 0x42, 0, 1}), expected({}, {0x42, 0x42, 0, 1}));
+  EXPECT_EQ(sent({0, 0, 0, 0, 0}), expected({}, {0, 0, 0, 0, 0}));  // padding is an End-Of-List tag
+}
+
 TEST_F(VendorTag, ReplacesTheOneThereInPlace)
 {
   for (const std::string& old : {std::string("x"), std::string(90, 'y'), vendor_value(default_cid, "")}) {
