@@ -28,7 +28,7 @@ bool vlan_check_applies(const pppoeia_port& port)
 
 bool port_set(passage& at)
 {
-  const auto id = host_at<uint16_t>(at.received(), kernel_header::input_port);
+  const auto id = host_at<uint16_t>(at.all(), kernel_header::input_port);  // a cut field goes on with zeros
   at.port = port_find(at.bridge, id);
   if (!at.port) {
     pppoeia_log(log_debug, "<%s> >> Input device '%.16s', %d not found.", at.bridge.name, at.input_device(), id);

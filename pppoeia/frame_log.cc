@@ -58,7 +58,8 @@ void pppoeia_frame_dump(const pppoeia_bridge& bridge, const_bytes record, uint32
   size_t used = 0;
   size_t in_line = 0;
   for (size_t at = kernel_header::size; at < end; ++at) {
-    used += static_cast<size_t>(std::snprintf(line + used, sizeof line - used, "%02x ", record[at]));
+    used += static_cast<size_t>(
+        std::snprintf(line + used, sizeof line - used, "%02x ", at < record_length ? record[at] : 0));
     ++in_line;
     if (in_line == per_line / 2)
       used += static_cast<size_t>(std::snprintf(line + used, sizeof line - used, "  "));

@@ -16,8 +16,8 @@ int frame_logged_size(uint32_t record_length);
 // Devices, addresses, header words and size of a record.
 void frame_log_received(const pppoeia_bridge& bridge, const_bytes record, uint32_t record_length);
 
-// Hexadecimal dump of the frame, 16 bytes a line, each line behind `prefix`. `record` is the whole buffer: the dump
-// reads one byte past the record's end.
+// Hexadecimal dump of the frame, 16 bytes a line, each line behind `prefix`. The size that is
+// logged counts one byte past the record's end: it is dumped as zero.
 void pppoeia_frame_dump(const pppoeia_bridge& bridge, const_bytes record, uint32_t record_length, const char* prefix);
 
 void frame_log_vlan_tags(const pppoeia_bridge& bridge, const vlan_tags& tags);

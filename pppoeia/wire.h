@@ -13,9 +13,9 @@ using bytes = std::span<unsigned char>;
 // Network order.
 inline uint16_t be16_at(const_bytes from, size_t offset)
 {
-  if (offset + 2 > from.size())
-    return 0;
-  return static_cast<uint16_t>(from[offset] << 8 | from[offset + 1]);
+  if (offset + 2 <= from.size())
+    return static_cast<uint16_t>(from[offset] << 8 | from[offset + 1]);
+  return offset < from.size() ? static_cast<uint16_t>(from[offset] << 8) : uint16_t{0};
 }
 
 inline void be16_put(bytes to, size_t offset, uint16_t value)
@@ -30,7 +30,7 @@ inline void be32_put(bytes to, size_t offset, uint32_t value)
   be16_put(to, offset + 2, static_cast<uint16_t>(value));
 }
 
-// Host order, unaligned.
+// Host order, unaligned. Zero for a number that does not lie inside whole.
 template <typename Number>
 Number host_at(const_bytes from, size_t offset)
 {

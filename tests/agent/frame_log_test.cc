@@ -68,6 +68,23 @@ TEST(FrameLog, OfAnInsertedTag)
                   "<br0>        VENDOR (0x0105), 33 (0x0021) bytes."));
 }
 
+TEST(FrameLog, WhatLiesBehindTheRecordReadsAsZero)
+{
+  test_bridge bridge;
+  bridge.port(1, 3, 0);
+  using testing::Contains;
+  // A tag whose header the record cuts.
+  EXPECT_THAT(lines_of(*bridge, test_frame{.code = 0xa7, .tags = {}, .trailer = {0x01}, .payload_length = 1}.build()),
+              Contains("<br0>        Unknown (0x0100), 0 (0x0000) bytes.").Times(2));
+  // The byte behind a record that became shorter.
+  const test_frame offer{.code = 0x07, .tags = {{0x0105, "abcd"}, {0x0103, "efgh"}}};
+  EXPECT_THAT(lines_of(*bridge, offer.build()), Contains("<br0>      00 00 00 08 01 03 00 04   65 66 67 68 00 "));
+  // An error answer that does not fit.
+  bridge->max_pdu = 10;
+  EXPECT_THAT(lines_of(*bridge, test_frame{.tags = {}, .trailer = {0xff}}.build()),
+              Contains("<br0>        Unknown (0x0200), 0 (0x0000) bytes."));
+}
+
 TEST(FrameLog, OfRefusedFrames)
 {
   test_bridge bridge;

@@ -74,6 +74,17 @@ TEST(FrameRules, PortsOutOfRangeOrAbsentAreDropped)
   EXPECT_FALSE(process(*bridge, test_frame{.port = 3}.build()).empty());
 }
 
+TEST(FrameRules, APortFieldCutInHalfGoesOnWithZeros)
+{
+  test_bridge bridge;
+  bridge.port(3, 1, 0);
+  bridge->vlan_enabled.clear(0);  // what comes from a port that is there goes back unchanged
+  byte_string record = test_frame{.port = 3}.build();
+  record.resize(53);
+  record[48] = 53;
+  EXPECT_EQ(process(*bridge, record), record);
+}
+
 TEST(FrameRules, VlanCheckTakesTheOutermostTagAndComesBeforeTheEtherType)
 {
   test_bridge bridge;
