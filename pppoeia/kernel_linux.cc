@@ -117,6 +117,22 @@ int wait_readable(int fd, int milliseconds)
   return poll(&wait, 1, milliseconds);
 }
 
+// Records as the calls that take several messages want them.
+struct message_batch {
+  message_batch(const kernel_record* records, unsigned records_count) : count(std::min(records_count, kernel_batch_max))
+  {
+    for (unsigned i = 0; i < count; ++i) {
+      parts[i] = {records[i].data, records[i].length};
+      messages[i] = {};
+      messages[i].msg_hdr.msg_iov = &parts[i];
+      messages[i].msg_hdr.msg_iovlen = 1;
+    }
+  }
+  unsigned count;
+  iovec parts[kernel_batch_max];
+  mmsghdr messages[kernel_batch_max];
+};
+
 // The plain call is cheaper than a batch of one.
 int receive_one(int fd, kernel_record& record)
 {
@@ -131,18 +147,10 @@ int receive(int fd, kernel_record* records, unsigned count)
 {
   if (count == 1)
     return receive_one(fd, records[0]);
-  mmsghdr messages[kernel_batch_max];
-  iovec parts[kernel_batch_max];
-  count = std::min(count, kernel_batch_max);
-  for (unsigned i = 0; i < count; ++i) {
-    parts[i] = {records[i].data, records[i].length};
-    messages[i] = {};
-    messages[i].msg_hdr.msg_iov = &parts[i];
-    messages[i].msg_hdr.msg_iovlen = 1;
-  }
-  const int received = recvmmsg(fd, messages, count, MSG_DONTWAIT, nullptr);
+  message_batch batch(records, count);
+  const int received = recvmmsg(fd, batch.messages, batch.count, MSG_DONTWAIT, nullptr);
   for (int i = 0; i < received; ++i)
-    records[i].length = messages[i].msg_len;
+    records[i].length = batch.messages[i].msg_len;
   return received;
 }
 
@@ -152,18 +160,10 @@ void send(int fd, const kernel_record* records, unsigned count)
     ::send(fd, records[0].data, records[0].length, 0);
     return;
   }
-  mmsghdr messages[kernel_batch_max];
-  iovec parts[kernel_batch_max];
-  count = std::min(count, kernel_batch_max);
-  for (unsigned i = 0; i < count; ++i) {
-    parts[i] = {records[i].data, records[i].length};
-    messages[i] = {};
-    messages[i].msg_hdr.msg_iov = &parts[i];
-    messages[i].msg_hdr.msg_iovlen = 1;
-  }
+  message_batch batch(records, count);
   // A call stops at the first record that fails: that one is lost, the next call goes on behind it.
-  for (unsigned done = 0; done < count;) {
-    const int sent = sendmmsg(fd, messages + done, count - done, 0);
+  for (unsigned done = 0; done < batch.count;) {
+    const int sent = sendmmsg(fd, batch.messages + done, batch.count - done, 0);
     done += sent > 0 ? static_cast<unsigned>(sent) : 1;
   }
 }

@@ -1,24 +1,14 @@
 #include "pppoeia/customid/binary.h"
 
-namespace {
+#include "pppoeia/customid/hex_digit.h"
 
-// 0 to 15, or -1.
-int digit(char c)
-{
-  if (c >= '0' && c <= '9')
-    return c - '0';
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F')
-    return c - 'A' + 10;
-  return -1;
-}
+namespace {
 
 unsigned char pair_value(char high, char low)
 {
-  if (digit(high) < 0 || digit(low) < 0)
+  if (hex_digit(high) < 0 || hex_digit(low) < 0)
     return 0;
-  return static_cast<unsigned char>(digit(high) * 16 + digit(low));
+  return static_cast<unsigned char>(hex_digit(high) * 16 + hex_digit(low));
 }
 
 }  // namespace

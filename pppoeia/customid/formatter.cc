@@ -1,5 +1,6 @@
 #include "pppoeia/customid/formatter.h"
 
+#include "pppoeia/customid/hex_digit.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/log.h"
 
@@ -28,17 +29,6 @@ bool refuse(const char* why)
   pppoeia_log(log_debug, "<PPPOEIA> >> ERROR: %s", why);
   CUSTOMID_TRACE("\t", operation, "%s \n", why);
   return false;
-}
-
-int hex_digit(char c)
-{
-  if (c >= '0' && c <= '9')
-    return c - '0';
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F')
-    return c - 'A' + 10;
-  return -1;
 }
 
 // Appends a number in lower-case hexadecimal digits, whole bytes.
