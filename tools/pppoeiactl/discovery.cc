@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <net/if.h>
 #include <set>
 
 namespace {
@@ -22,6 +23,18 @@ words names_in(const char* directory)
   return names;
 }
 
+// Of the network namespace that this program runs in.
+words network_devices()
+{
+  words names;
+  struct if_nameindex* list = if_nameindex();
+  for (const struct if_nameindex* at = list; at && at->if_index != 0; ++at)
+    names.emplace_back(at->if_name);
+  if (list)
+    if_freenameindex(list);
+  return names;
+}
+
 std::set<std::string> bridge_candidates()
 {
   std::set<std::string> names;
@@ -30,7 +43,7 @@ std::set<std::string> bridge_candidates()
   for (const std::string& name : names_in("/proc/net/kvbridge"))
     names.insert(name);
   const std::string_view suffix = "_pppoe";  // of the devices that the agent creates
-  for (const std::string& name : names_in("/sys/class/net"))
+  for (const std::string& name : network_devices())
     if (name.ends_with(suffix))
       names.insert(name.substr(0, name.size() - suffix.size()));
   std::erase_if(names, [](const std::string& name) { return name.empty() || name.size() > bridge_name_max; });
