@@ -29,6 +29,17 @@ void mount_or_throw(const char* from, const std::string& to, const char* type, u
   check(mount(from, to.c_str(), type, flags, nullptr) == 0, "cannot mount " + to);
 }
 
+// Keeps what is mounted from now on out of the namespace that the process came from.
+void propagation_end()
+{
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
+    return;
+  // In a chroot the root is no mount point of its own, but what is mounted over is.
+  check(errno == EINVAL, "cannot make the mounts private");
+  mount_or_throw("none", "/proc", nullptr, MS_REC | MS_PRIVATE);
+  mount("none", "/run", nullptr, MS_REC | MS_PRIVATE, nullptr);
+}
+
 // Links every entry of `from` into the directory `to`, except those that are there already.
 void link_all(const fs::path& from, const fs::path& to)
 {
@@ -58,7 +69,7 @@ void private_proc_exec(const std::string& tree, const std::vector<std::string>& 
   if (!fs::exists(tree + "/mng/config"))
     throw fatal("no control tree at " + tree + ": is kvbridged running?");
   check(unshare(CLONE_NEWNS) == 0, "no mount namespace");
-  mount_or_throw("none", "/", nullptr, MS_REC | MS_PRIVATE);
+  propagation_end();
   fs::create_directories(real_proc);
   mount_or_throw("/proc", real_proc, nullptr, MS_BIND | MS_REC);
   mount_or_throw("kvbridged", "/proc", "tmpfs", MS_NOSUID | MS_NODEV);
