@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <random>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -114,6 +115,42 @@ TEST_F(ManagerProcedures, WhatIsThrownWithoutAResultIsReported)
   entities[0]->throwsIn = "save";
   manager().saveConfiguration(path("saved.xml"));
   EXPECT_TRUE(std::filesystem::exists(path("saved.xml")));
+}
+
+TEST_F(ManagerProcedures, NamesThatXmlDoesNotAllowAreNotSaved)
+{
+  configureToStart({"a b", "c"});
+  add("a b");
+  add("c");
+  applyAndForget();
+  manager().saveConfiguration(path("saved.xml"));
+  EXPECT_THAT(calls, ElementsAre("save a b", "save c"));
+  std::ifstream file(path("saved.xml"));
+  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}),
+              testing::EndsWith("<Configuration>\n  <c Of=\"c\"/>\n</Configuration>\n"));
+}
+
+TEST_F(ManagerProcedures, OfTwoThreadsThatStopOneDoes)
+{
+  add("a");
+  applyAndForget();
+  EXPECT_TRUE(manager().start());
+  calls.clear();
+  std::vector<std::thread> threads;
+  {
+    const BLLManager::exclusiveLock_t guard;
+    for (int i = 0; i < 2; ++i)
+      threads.emplace_back([this] { manager().stop(false, ""); });
+    const auto bothWait = [] {
+      return std::ranges::count_if(BLLManager::lock.getStateMap(),
+                                   [](const auto& row) { return row.second.waiting; }) == 2;
+    };
+    while (!bothWait())
+      std::this_thread::yield();
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_THAT(calls, ElementsAre("stop a"));
 }
 
 TEST_F(ManagerProcedures, DefaultSettingsStopAtTheFirstFailure)

@@ -6,15 +6,14 @@
 void BLLManager::applyConfiguration(const std::string& file)
 {
   logAt(LogImpl::debug) << ">>> Applying configuration has been started (" << file << ").\n";
-  if (bllState_ != notConfigured) {
-    logAt(LogImpl::warning) << "<<< Error applying configuration: BLL is not initialized.\n";
+  const char* const refusal = "<<< Error applying configuration: BLL is not initialized.\n";
+  if (!stateIs({notConfigured}, refusal))
     return;
-  }
   // The file is not read: a fresh store has no element for anybody, and an empty handle tells an entity to apply its
   // built-in configuration.
   Storage::StorageMng store;
   const exclusiveLock_t guard;
-  if (!guard.isLocked())
+  if (!guard.isLocked() || !stateIs({notConfigured}, refusal))
     return;
   for (const auto& [name, entity] : startOrder()) {
     logAt(LogImpl::debug) << "\n\tBLE: <" << name << ">... ";
@@ -29,12 +28,15 @@ void BLLManager::saveConfiguration(const std::string& file)
 {
   logAt(LogImpl::debug) << ">>> Saving configuration has been started.\n";
   Storage::StorageMng store;
+  Storage::StorageMng nowhere;  // for entities that cannot be saved: they write, and it is lost
   {
     const sharedLock_t guard;
     if (!guard.isLocked())
       return;
     for (const auto& [name, entity] : startOrder()) {
-      const boost::shared_ptr<Storage::Setting> setting = store.addRoot(name);
+      boost::shared_ptr<Storage::Setting> setting = store.addRoot(name);
+      if (!setting)  // a name that XML does not allow
+        setting = nowhere.addRoot("unsaved");
       logAt(LogImpl::debug) << "\n\tBLE: <" << name << ">... ";
       if (setting)
         callEntity(name, [&, e = entity] { e->saveConfiguration(setting); });

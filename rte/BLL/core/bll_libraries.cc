@@ -1,32 +1,71 @@
 // Opening the plug-in libraries.
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/bll_paths.h"
+#include "rte/BLL/core/loader_lock.h"
 #include "rte/BLL/core/manager_log.h"
 
 #include <dlfcn.h>
 
+// What libraries enter in the manager while their constructors run.
+struct BLLManager::entered_t {
+  std::map<std::string, BLEntity*> entities;
+  size_t externalMessage, prefixedMessage, reloadRequest, configurationApplied, preConfigurationApplying;
+};
+
 namespace {
 
-// The entities of a library come to life while it is opened: what their constructors throw is the library's failure.
-// Libraries stay open for the life of the process, as their entities do.
-bool openLibrary(const std::string& path, std::string& reason)
+// The C library declares that dlopen() does not throw, but the constructors of the library's objects may: called by its
+// name, the compiler would leave out the catch.
+void* (*volatile const openThrowing)(const char*, int) = dlopen;
+
+constexpr char stuck[] = "; the loader stays locked, restart the process without it";
+
+std::string thrownReason(const std::string& what)
+{
+  return "its constructors have thrown" + what + (releaseLoaderLock() ? "" : stuck);
+}
+
+// Empty, or why the library is not open. Libraries stay open for the life of the process, as their entities do.
+std::string openLibrary(const std::string& path)
 {
   try {
-    if (dlopen(path.c_str(), RTLD_LAZY | RTLD_GLOBAL))
-      return true;
+    if (openThrowing(path.c_str(), RTLD_LAZY | RTLD_GLOBAL))
+      return {};
     const char* const text = dlerror();
-    reason = text ? text : "unknown reason";
+    return text ? text : "unknown reason";
   } catch (const abi::__forced_unwind&) {
     throw;
   } catch (const std::exception& error) {
-    reason = std::string("its constructors have thrown: ") + error.what();
+    return thrownReason(std::string(": ") + error.what());
   } catch (...) {
-    reason = "its constructors have thrown";
+    return thrownReason("");
   }
-  return false;
 }
 
 }  // namespace
+
+BLLManager::entered_t BLLManager::entered() const
+{
+  const std::lock_guard guard(mutex_);
+  return {entities_,
+          externalMessageSubscribers.size(),
+          prefixedMessageSubscribers.size(),
+          reloadRequestSubscribers.size(),
+          configurationAppliedSubscribers.size(),
+          preConfigurationApplyingSubscribers.size()};
+}
+
+// A constructor that throws takes its object along, which may have registered itself before.
+void BLLManager::takeBackTo(const entered_t& before)
+{
+  const std::lock_guard guard(mutex_);
+  entities_ = before.entities;
+  externalMessageSubscribers.resize(before.externalMessage);
+  prefixedMessageSubscribers.resize(before.prefixedMessage);
+  reloadRequestSubscribers.resize(before.reloadRequest);
+  configurationAppliedSubscribers.resize(before.configurationApplied);
+  preConfigurationApplyingSubscribers.resize(before.preConfigurationApplying);
+}
 
 int BLLManager::loadDynamicLibs()
 {
@@ -37,13 +76,16 @@ int BLLManager::loadDynamicLibs()
   }
   for (const std::string& name : libraries) {
     const std::string path = libraryPath(name);
-    std::string reason;
     if (void* const resident = dlopen(path.c_str(), RTLD_LAZY | RTLD_GLOBAL | RTLD_NOLOAD)) {
       dlclose(resident);  // only asked: the library is as often open as before
       logAt(LogImpl::warning) << "BLLManager, library <" << path << "> has been already loaded!\n";
-    } else if (openLibrary(path, reason)) {
+      continue;
+    }
+    const entered_t before = entered();
+    if (const std::string reason = openLibrary(path); reason.empty()) {
       logAt(LogImpl::notice) << "BLLManager, library <" << path << "> successfully loaded.\n";
     } else {
+      takeBackTo(before);
       logAt(LogImpl::critical) << "BLLManager, Can not load library<" << path << ">!\n" << reason << "\n";
     }
   }

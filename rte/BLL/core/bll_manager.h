@@ -31,6 +31,7 @@
 #include <boost/function.hpp>
 #include <cstdint>
 #include <deque>
+#include <initializer_list>
 #include <list>
 #include <map>
 #include <mutex>
@@ -92,7 +93,8 @@ public:
 
   // Begins to serve operators' messages; a proxy that does not start is logged.
   void init();
-  // Opens every library that the configuration names; one that cannot be opened is logged and left out. Always 0.
+  // Opens every library that the configuration names; one that cannot be opened, or whose constructors throw, is logged
+  // and left out with all that it has entered here. Always 0.
   int loadDynamicLibs();
   // Enters the entity, replacing one of the same name, if the board's configuration starts it, and answers true; also
   // for one that the configuration leaves out. False, and nothing done, once a configuration has been applied. The
@@ -179,15 +181,20 @@ private:
     BLEntity* entity;
   };
 
+  struct entered_t;
+
   void loadBllConfig();
   int loadBllCfgForBoard(boost::shared_ptr<Storage::Setting> board);
   void loadBllFeatures();
+  entered_t entered() const;
+  void takeBackTo(const entered_t& before);
+  bool stateIs(std::initializer_list<state_t> wanted, const char* refusal) const;
   std::vector<orderedEntity_t> startOrder();
   void stopStarted(const std::vector<orderedEntity_t>& order, size_t count);
 
   static std::atomic<bool> deadlockTestRuns;
 
-  std::atomic<int32_t> bllState_ = notConfigured;
+  std::atomic<state_t> bllState_ = notConfigured;
   std::atomic<bool> cpuUsageDebug_ = false;
   // Guards the tables below, never while an entity or a subscriber is called.
   mutable std::recursive_mutex mutex_;

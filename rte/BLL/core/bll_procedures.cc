@@ -2,6 +2,7 @@
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/manager_log.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -37,15 +38,24 @@ void logEntity(const std::string& name)
 
 }  // namespace
 
+// A procedure asks for the state before it waits for the lock, and again when it has it: another thread's procedure may
+// have changed it meanwhile.
+bool BLLManager::stateIs(std::initializer_list<state_t> wanted, const char* refusal) const
+{
+  if (std::ranges::find(wanted, bllState_.load()) != wanted.end())
+    return true;
+  logAt(LogImpl::warning) << refusal;
+  return false;
+}
+
 bool BLLManager::start()
 {
   logAt(LogImpl::debug) << ">>> Starting procedure has been started.\n";
-  if (bllState_ != configured && bllState_ != stopped) {
-    logAt(LogImpl::warning) << "<<< Error: BLL is not configured or is already running.\n";
+  const char* const refusal = "<<< Error: BLL is not configured or is already running.\n";
+  if (!stateIs({configured, stopped}, refusal))
     return false;
-  }
   const exclusiveLock_t guard;
-  if (!guard.isLocked())
+  if (!guard.isLocked() || !stateIs({configured, stopped}, refusal))
     return false;
   logAt(LogImpl::notice) << "\nBLE init order:\n";
   const std::vector<orderedEntity_t> order = startOrder();
@@ -94,12 +104,11 @@ void BLLManager::stopStarted(const std::vector<orderedEntity_t>& order, size_t c
 bool BLLManager::applyDefaultSettings()
 {
   logAt(LogImpl::debug) << ">>> Applying default settings procedure has been started.\n";
-  if (bllState_ != running) {
-    logAt(LogImpl::warning) << "<<< Error: BLL is not running.\n";
+  const char* const refusal = "<<< Error: BLL is not running.\n";
+  if (!stateIs({running}, refusal))
     return false;
-  }
   const exclusiveLock_t guard;
-  if (!guard.isLocked())
+  if (!guard.isLocked() || !stateIs({running}, refusal))
     return false;
   for (const auto& [name, entity] : startOrder()) {
     logEntity(name);
@@ -120,15 +129,16 @@ bool BLLManager::applyDefaultSettings()
 void BLLManager::stop(bool save, const std::string& file)
 {
   logAt(LogImpl::debug) << ">>> Stopping procedure has been started.\n";
-  if (bllState_ != running) {
-    logAt(LogImpl::warning) << "<<< Error stopping BLL: BLL not in the started state.\n";
+  const char* const refusal = "<<< Error stopping BLL: BLL not in the started state.\n";
+  if (!stateIs({running}, refusal))
     return;
-  }
   exclusiveLock_t guard;
   while (!guard.isLocked()) {
     logAt(LogImpl::warning) << "Warning: Could not obtain exclusive lock for stopping BLL. Will try again.\n";
     guard.lock();
   }
+  if (!stateIs({running}, refusal))
+    return;
   const std::vector<orderedEntity_t> order = startOrder();
   for (auto row = order.rbegin(); row != order.rend(); ++row) {
     logEntity(row->name);

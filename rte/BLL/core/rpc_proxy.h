@@ -5,12 +5,16 @@
 #pragma once
 
 #include <boost/thread/thread.hpp>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 
 // Lets code that serves in a loop of its own honour a request to stop: throws boost::thread_interrupted on a thread
 // that has been interrupted.
 void checkInterrupt();
 
+// start(), stop() and isStopped() may be called by any thread. A proxy that still runs when the process exits is
+// stopped before the objects of the libraries that were loaded before its start are destroyed: its thread calls them.
 class RPCProxy {
 public:
   // Called once on the proxy's thread, with the address of a pointer to checkInterrupt().
@@ -19,24 +23,30 @@ public:
   // The thread registers itself under `name`. A proxy called "BLLManager_mng" or "dhcpra_fun" serves what its start
   // function registered until it is stopped; any other ends when its start function returns.
   RPCProxy(startFunction_t startFunction, std::string name);
-  ~RPCProxy();  // stops and waits
+  ~RPCProxy();  // stops and waits; never on the proxy's own thread
   RPCProxy(const RPCProxy&) = delete;
   RPCProxy& operator=(const RPCProxy&) = delete;
 
   // Starts the thread, unless it runs. False if it could not be started.
   bool start();
-  // Asks the thread to end, which it does within a second, and with `wait` waits for that, three seconds at most. True
-  // if it has ended (with `wait`), or was asked. Called by the thread itself it never waits.
+  // Asks the thread to end, which it does when it has handled what it is at, and with `wait` waits for that, three
+  // seconds at most. True if it has ended (with `wait`), or was asked. Called by the thread itself it never waits.
   bool stop(bool wait);
   // True when the thread has ended, or was never started.
   bool isStopped();
 
 private:
   void threadFunction();
+  void run();
   void serve() const;
+  void reap();
 
+  std::mutex mutex_;  // guards the next two and the handle of the thread
+  bool running_ = false;
+  std::condition_variable ended_;
   boost::thread thread_;
   void (*checkInterrupt_)() = &checkInterrupt;
   startFunction_t startFunction_;
   std::string name_;
+  int wake_ = -1;  // an event that ends the wait for input; -1 where there is none: then it ends within a second
 };
