@@ -29,10 +29,11 @@ vlan_words frame_words(const pppoeia_bridge& bridge)
   return {static_cast<uint16_t>(words >> 16), static_cast<uint16_t>(words)};
 }
 
+// An entry's mode is the one of its own 16-bit id; ids that mean "no VLAN" by their low 12 bits have none.
 int32_t mode_select(const pppoeia_bridge& bridge, const pppoeia_port& port, uint16_t vid)
 {
   int32_t mode = 0;
-  if (const pppoeia_port_vlan* entry = vid < vid_none ? port_vlan_find(port, vid) : nullptr) {
+  if (const pppoeia_port_vlan* entry = (vid & 0x0fff) < vid_none ? port_vlan_find(port, vid) : nullptr) {
     mode = entry->cid_mode;
     pppoeia_log(log_debug, "<%s> >> Intf-VLAN CID mode: %d\n", bridge.name, mode);
     CUSTOMID_TRACE("\t", "pppoeia_build_circuit_id", "interface-vlan CID mode=%d\n", mode);
@@ -103,6 +104,7 @@ const char* format_choose(const custom_kind& kind, const pppoeia_bridge& bridge,
   pppoeia_log(log_debug, "%s(%s)", kind.bridge_lookup, bridge.name);
   if ((bridge.*kind.bridge_format)[0]) {
     pppoeia_log(log_debug, "<%s> >> Using global %s format='%s'\n", bridge.name, kind.word, bridge.*kind.bridge_format);
+    CUSTOMID_TRACE("\t", kind.builder, "Using global format='%s'\n", bridge.*kind.bridge_format);
     return bridge.*kind.bridge_format;
   }
   pppoeia_log(log_debug, "<%s> >> No custom %s format configured for intf=%d, vid=%d. Return empty %s\n", bridge.name,

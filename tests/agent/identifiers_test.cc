@@ -1,8 +1,10 @@
 // Which identifier a port and VLAN get: modes, formats, defaults, queries.
+#include "pppoeia/customid/trace.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/api_fixture.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -83,6 +85,33 @@ TEST_F(Identifiers, EntryOfPortAndVlanDecidesOverThePort)
   pppoeia_port_vsa_circuit_id_mode_set("br0", 1, 2);
   pppoeia_circuit_id_format_port_vlan_set("br0", 1, 4095, "never");
   EXPECT_EQ(circuit(1, 4095), "global 1");
+}
+
+TEST_F(Identifiers, EntryAbove4095CountsUnlessItsLowBitsMeanNoVlan)
+{
+  pppoeia_circuit_id_mode_port_vlan_set("br0", 1, 4196, 3);
+  pppoeia_circuit_id_mode_port_vlan_set("br0", 1, 8191, 3);
+  EXPECT_EQ(circuit(1, 4196), "");
+  EXPECT_EQ(circuit(1, 100), "VELTRONA:1 eth 3/port1:100");
+  EXPECT_EQ(circuit(1, 8191), "VELTRONA:1 eth 3/port1");
+}
+
+TEST_F(Identifiers, TestDebugShowsWhereModeAndFormatComeFrom)
+{
+  pppoeia_circuit_id_mode_port_vlan_set("br0", 1, 100, 2);
+  pppoeia_circuit_id_format_set("br0", "line");
+  pppoeia_remote_id_format_set("br0", "name");
+  customFormatTestDebug = true;
+  testing::internal::CaptureStdout();
+  circuit(1, 100);
+  remote(1, 100);
+  customFormatTestDebug = false;
+  const std::string trace = testing::internal::GetCapturedStdout();
+  EXPECT_THAT(trace, testing::ContainsRegex("\tPPPOEIA_DEBUG:pppoeia_build_circuit_id,[0-9]+: Using global "
+                                            "format='line'\n"));
+  EXPECT_THAT(trace, testing::ContainsRegex("\tPPPOEIA_DEBUG:pppoeia_build_remote_id,[0-9]+: Using global "
+                                            "format='name'\n"));
+  EXPECT_THAT(trace, testing::HasSubstr("interface-vlan CID mode=2\n"));
 }
 
 TEST_F(Identifiers, RemoteIdComesFromFormatsOnlyAndKnowsNoCustomerVlan)
