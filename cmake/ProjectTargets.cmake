@@ -2,11 +2,12 @@
 
 include(GoogleTest)
 
-# add_project_test(NAME SOURCES a.cc ... LIBS lib ... [LABELS l ...] [TIMEOUT s] [WHOLE])
-# A GoogleTest program; each of its cases becomes a ctest entry, or with WHOLE the program is one entry.
+# add_project_test(NAME SOURCES a.cc ... LIBS lib ... [LABELS l ...] [TIMEOUT s] [WHOLE] [SERIAL])
+# A GoogleTest program; each of its cases becomes a ctest entry, or with WHOLE the program is one entry. SERIAL ones have
+# the machine to themselves: they check that something is answered in time, or are heavy.
 # Label "root" marks cases that need network namespaces; they skip themselves with a reason without root.
 function(add_project_test NAME)
-  cmake_parse_arguments(T "WHOLE" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(T "WHOLE;SERIAL" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   find_package(GTest REQUIRED)
   add_executable(${NAME} ${T_SOURCES})
   target_link_libraries(${NAME} PRIVATE ${T_LIBS} project_options GTest::gtest GTest::gmock GTest::gtest_main)
@@ -16,6 +17,9 @@ function(add_project_test NAME)
   set(properties TIMEOUT ${T_TIMEOUT})
   if(T_LABELS)
     list(APPEND properties LABELS ${T_LABELS})
+  endif()
+  if(T_SERIAL)
+    list(APPEND properties RUN_SERIAL TRUE)
   endif()
   if(T_WHOLE)
     add_test(NAME ${NAME} COMMAND ${NAME})
