@@ -132,6 +132,9 @@ TEST_F(Lines, ExplainFollowsModeAndFormat)
   line = json({"explain", "br0", "1", "101"});
   EXPECT_EQ(line["circuit-id-mode-from"], "port");
   EXPECT_EQ(line["circuit-id-format-from"], "none");
+  configure("port-vlan circuit-id-mode set br0 1 4196 atm\nport-vlan circuit-id-mode set br0 1 8191 atm\n");
+  EXPECT_EQ(json({"explain", "br0", "1", "4196"})["circuit-id-mode-from"], "port-vlan");
+  EXPECT_EQ(json({"explain", "br0", "1", "8191"})["circuit-id-mode-from"], "port");
 }
 
 TEST_F(Lines, ExplainTellsWhatIsCut)

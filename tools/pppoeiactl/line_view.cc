@@ -161,8 +161,8 @@ line_view line_inspector::view(uint32_t port, uint16_t vlan)
                                   &line_inspector::remote_id_format_, false};
   line_view line{port, vlan, port_mode(context_, bridge_, port), origin::port, {}, {}};
   const std::optional<pppoeia_port_vlan_entry> entry = entry_of(context_, bridge_, line);
-  // A VLAN id beyond 12 bits takes the port's mode.
-  if (entry && vlan < no_vlan) {
+  // An id that means "no VLAN" by its low 12 bits takes the port's mode, though not the port's formats.
+  if (entry && (vlan & 0x0fff) < no_vlan) {
     line.mode = entry->cid_mode;
     line.mode_from = origin::port_vlan;
   }
