@@ -41,6 +41,7 @@ public:
   // Waits for it to end by itself, some seconds at most; the wait status, or -1.
   int wait();
   std::string output() const;
+  int pid() const { return pid_; }
 
 private:
   int pid_ = -1;

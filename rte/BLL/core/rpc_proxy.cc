@@ -2,6 +2,7 @@
 
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/lock_seam.h"
+#include "rte/BLL/core/rpc_connections.h"
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -197,6 +198,7 @@ void RPCProxy::serve() const
 {
   std::fprintf(stderr, "[%d] %s: Starting main RPC loop - custom made.\n", getpid(), name_.c_str());
   const bool wakes = wake_ >= 0 && wake_ < mostDescriptors;
+  rpcConnections_t connections;
   for (;;) {
     fd_set ready = svc_fdset;
     if (wakes)
@@ -213,8 +215,11 @@ void RPCProxy::serve() const
       FD_CLR(wake_, &ready);
       --count;
     }
-    if (count > 0)
-      svc_getreqset(&ready);
+    if (count > 0) {
+      fd_set served = ready;
+      svc_getreqset(&served);
+      connections.tend(ready);
+    }
     checkInterrupt();
   }
 }
