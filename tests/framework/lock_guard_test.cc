@@ -130,6 +130,27 @@ TEST_F(LockGuard, MarksEveryTakeAndReleaseWhenAsked)
   EXPECT_THAT(takeLines(), ElementsAre("1 [-SL", "1] "));
 }
 
+TEST_F(LockGuard, AThreadCancelledInTheTraceLeavesNothingTaken)
+{
+  BLLManager::lockDebug = true;
+  lockSeam().log = [](lockLogLevel_t, const std::string&) { pthread_testcancel(); };
+  pthread_t thread;
+  const auto takeAndDie = [](void*) -> void* {
+    pthread_cancel(pthread_self());
+    {
+      const exclusiveLock_t guard;
+    }
+    pthread_testcancel();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, nullptr, takeAndDie, nullptr), 0);
+  void* result = nullptr;
+  pthread_join(thread, &result);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  BLLManager::lockDebug = false;
+  EXPECT_TRUE(exclusiveLock_t().isLocked());
+}
+
 TEST_F(LockGuard, TheTwoLocksAreIndependent)
 {
   actor_t other;

@@ -1,7 +1,9 @@
 #include "rte/BLL/core/lock_guards.h"
 
+#include "rte/BLL/core/lock_deadline.h"
 #include "rte/BLL/core/lock_seam.h"
 #include <new>
+#include <optional>
 
 namespace {
 
@@ -84,6 +86,9 @@ bool BLLManager::lock_t::take(access_t access, const char* mark)
   if (locked_)
     return true;
   const bool traced = lockDebug.load(std::memory_order_relaxed);
+  std::optional<cancellationOff_t> uncancelled;
+  if (traced)
+    uncancelled.emplace();  // a thread that died in the log would leave the lock taken
   lockQuietly([&] {
     if (traced)
       lockSeam().log(lockLogLevel_t::warning, mark);
@@ -105,8 +110,11 @@ bool BLLManager::lock_t::take(access_t access, const char* mark)
 void BLLManager::lock_t::release(access_t access, const char* mark)
 {
   const bool traced = lockDebug.load(std::memory_order_relaxed);
-  if (traced)
+  std::optional<cancellationOff_t> uncancelled;
+  if (traced) {
+    uncancelled.emplace();
     lockQuietly([&] { lockSeam().log(lockLogLevel_t::warning, mark); });
+  }
   if (locked_)
     releaseOne(access);
   locked_ = false;

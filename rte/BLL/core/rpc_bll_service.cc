@@ -43,19 +43,37 @@ const enum_t* resultOf(const bllRpcMessage_t& arguments, svc_req* request)
   return nullptr;
 }
 
+// The decoded arguments of one request, freed at the end of the scope, also when the thread is stopped meanwhile.
+class decoded_t {
+public:
+  explicit decoded_t(SVCXPRT* transport)
+      : transport_(transport), complete_(svc_getargs(transport, asXdrProc(xdrBllRpcMessage), &arguments))
+  {}
+  ~decoded_t()
+  {
+    // What has been decoded before it failed is freed too.
+    if (!svc_freeargs(transport_, asXdrProc(xdrBllRpcMessage), &arguments) && complete_)
+      std::fprintf(stderr, "unable to free arguments");
+  }
+  decoded_t(const decoded_t&) = delete;
+  decoded_t& operator=(const decoded_t&) = delete;
+  bool complete() const { return complete_; }
+
+  bllRpcMessage_t arguments;
+
+private:
+  SVCXPRT* transport_;
+  bool complete_;
+};
+
 void sendMessage(svc_req* request, SVCXPRT* transport)
 {
-  bllRpcMessage_t arguments;
-  if (!svc_getargs(transport, asXdrProc(xdrBllRpcMessage), &arguments)) {
-    svc_freeargs(transport, asXdrProc(xdrBllRpcMessage), &arguments);  // what had been decoded before it failed
-    svcerr_decode(transport);
-    return;
-  }
-  const enum_t* const result = resultOf(arguments, request);
+  const decoded_t decoded(transport);
+  if (!decoded.complete())
+    return svcerr_decode(transport);
+  const enum_t* const result = resultOf(decoded.arguments, request);
   if (!result || !svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_enum), const_cast<enum_t*>(result)))
     svcerr_systemerr(transport);
-  if (!svc_freeargs(transport, asXdrProc(xdrBllRpcMessage), &arguments))
-    std::fprintf(stderr, "unable to free arguments");
 }
 
 }  // namespace

@@ -175,6 +175,8 @@ void RPCProxy::threadFunction()
     run();
   } catch (const abi::__forced_unwind&) {
     throw;
+  } catch (const boost::thread_interrupted&) {
+    // stopped before or without the loop
   } catch (const std::exception& error) {
     reportEnd(name_, error.what());
   } catch (...) {
@@ -184,10 +186,11 @@ void RPCProxy::threadFunction()
 
 void RPCProxy::run()
 {
+  startFunction_(&checkInterrupt_);
+  if (hasOwnLoop(name_))
+    return;
   try {
-    startFunction_(&checkInterrupt_);
-    if (!hasOwnLoop(name_))
-      serve();
+    serve();
   } catch (const boost::thread_interrupted&) {
     std::fprintf(stderr, "[%d] %s: RPC main loop stopping.\n", getpid(), name_.c_str());
   }
