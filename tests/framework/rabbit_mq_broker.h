@@ -59,7 +59,8 @@ public:
     directory_ = mkdtemp(name);
     environment_ = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
                     "HOME=" + directory_,
-                    "RABBITMQ_NODENAME=test" + std::to_string(getpid()) + "@localhost",
+                    "RABBITMQ_NODENAME=test" + std::to_string(getpid()) + "@127.0.0.1",
+                    "RABBITMQ_USE_LONGNAME=true",  // an address, so that no name has to be looked up
                     "RABBITMQ_NODE_IP_ADDRESS=127.0.0.1",
                     "RABBITMQ_NODE_PORT=" + std::to_string(port_),
                     "RABBITMQ_DIST_PORT=" + std::to_string(freePort()),
