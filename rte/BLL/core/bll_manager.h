@@ -167,6 +167,9 @@ public:
   bool postConfigurationApplied(int code);
   bool postPreConfigurationApplying();
 
+  // The queues of the node's message broker; off until a library enables them, for the whole process. Any thread.
+  RabbitMqInterSoc& interSocMq() { return interSocMq_; }
+
   // ---- Threads: thread_registry.h ----
 
   // Names the calling thread in the reports on locks and in the message "threads".
