@@ -218,9 +218,12 @@ void storm(tap_load& tap, double seconds, double rate)
               reader.longest_us, resident_kib() - before_kib);
   if (rate > 0)
     return;
+  // Side by side without the reads, which would cost one of the two.
+  const measured alone = run_worker(tap, nullptr, settings);
   const measured bare = run_bare(tap, bare_batch_loop, settings);
-  std::printf("  loop (b): sent %llu, given back %llu\n", static_cast<unsigned long long>(bare.load.sent),
-              static_cast<unsigned long long>(bare.load.returned));
+  std::printf("  without reads: given back %llu of %llu; loop (b): %llu of %llu\n",
+              static_cast<unsigned long long>(alone.load.returned), static_cast<unsigned long long>(alone.load.sent),
+              static_cast<unsigned long long>(bare.load.returned), static_cast<unsigned long long>(bare.load.sent));
 }
 
 void storms(tap_load& tap, double seconds)
