@@ -110,7 +110,19 @@ int socket_open(pppoeia_bridge& bridge)
     return -EMFILE;
   }
   kernel->enlarge_buffers(bridge.sock, burst_bytes);
-  return socket_bind(bridge);
+  if (const int rc = socket_bind(bridge))
+    return rc;
+  // Behind the bind: what other devices sent to the socket before goes with the queue that the ring replaces.
+  bridge.ring = kernel->ring_open(bridge.sock);
+  return 0;
+}
+
+// Closes the packet socket, if it was opened, and its ring.
+void socket_close(const pppoeia_bridge& bridge)
+{
+  kernel->ring_close(bridge.ring);
+  if (bridge.sock != -1)
+    kernel->close(bridge.sock);
 }
 
 void mtu_read(pppoeia_bridge& bridge)
@@ -203,8 +215,7 @@ int give_up(const operation& self, pppoeia_bridge* bridge, bool has_mutex, int r
   pppoeia_pseudo_dev_del(bridge->name, bridge->dev_name);
   if (has_mutex)
     pthread_mutex_destroy(&bridge->mutex);
-  if (bridge->sock != -1)
-    kernel->close(bridge->sock);
+  socket_close(*bridge);
   record_free(bridge);
   kernel->close(ctl_fd);
   return self.result(rc);
@@ -302,7 +313,7 @@ int pppoeia_bridge_del(const char* bridge)
   list_take_off(record);
   if (worker_thread_join(*record) != 0)
     pppoeia_log(log_warning, "<%s> Unable to stop worker thread. Killing...", name);
-  kernel->close(record->sock);
+  socket_close(*record);
   kernel->close(record->ctl_fd);
   pppoeia_pseudo_dev_del(name, record->dev_name);
   pthread_mutex_destroy(&record->mutex);

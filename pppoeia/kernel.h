@@ -1,5 +1,6 @@
-// What the agent needs of the kernel, as one narrow record of functions: kernel_linux.cc makes the real calls, the
-// tests put one in its place that plays the kernel modules on socket pairs, or that fails when told.
+// What the agent needs of the kernel, as one narrow record of functions: kernel_linux.cc makes the real calls (those of
+// the mapped receive ring are in receive_ring.cc), the tests put one in its place that plays the kernel modules on
+// socket pairs, or that fails when told.
 //
 // All functions report as the system calls do: a value that is not negative, or -1 with errno set, and write their
 // output only on success.
@@ -13,6 +14,14 @@
 struct kernel_record {
   unsigned char* data;
   uint32_t length;  // in: room; after a receive: bytes received; out: bytes to send
+};
+
+class receive_ring;
+
+// Where a worker's records come from.
+struct packet_source {
+  int fd;
+  receive_ring* ring;  // of the socket; null: it has none, and records are received from it one by one
 };
 
 struct kernel_ops {
@@ -36,10 +45,15 @@ struct kernel_ops {
   // Room for bursts; best effort, nothing fails when the kernel grants less.
   void (*enlarge_buffers)(int fd, int bytes);
 
-  // 1 when `fd` is readable, 0 when it was not for `milliseconds`.
-  int (*wait_readable)(int fd, int milliseconds);
+  // A mapped receive ring for a bound packet socket, or null where there is none to be had: never an error. What
+  // waited on the socket is lost. ring_close comes before the socket is closed; null is allowed.
+  receive_ring* (*ring_open)(int fd);
+  void (*ring_close)(receive_ring* ring);
+
+  // 1 when a record, or news of the device, can be received, 0 when there was none for `milliseconds`.
+  int (*wait_readable)(const packet_source& source, int milliseconds);
   // Takes as many waiting records as there are, up to `count`, without waiting; their number, or -1.
-  int (*receive)(int fd, kernel_record* records, unsigned count);
+  int (*receive)(const packet_source& source, kernel_record* records, unsigned count);
   // Sends the records in order. A record that cannot be sent is lost, the others still go out.
   void (*send)(int fd, const kernel_record* records, unsigned count);
 };

@@ -1,5 +1,7 @@
-// The agent's only platform file: every socket, control request and device look-up it makes.
+// The agent's platform file: every socket, control request and device look-up it makes.
 #include "pppoeia/kernel.h"
+
+#include "pppoeia/receive_ring.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -111,9 +113,21 @@ void enlarge_buffers(int fd, int bytes)
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
 }
 
-int wait_readable(int fd, int milliseconds)
+receive_ring* ring_open(int fd)
 {
-  pollfd wait{fd, POLLIN, 0};
+  return receive_ring::open(fd).release();
+}
+
+void ring_close(receive_ring* ring)
+{
+  delete ring;
+}
+
+int wait_readable(const packet_source& source, int milliseconds)
+{
+  if (source.ring && source.ring->ready())
+    return 1;
+  pollfd wait{source.fd, POLLIN, 0};
   return poll(&wait, 1, milliseconds);
 }
 
@@ -143,12 +157,14 @@ int receive_one(int fd, kernel_record& record)
   return 1;
 }
 
-int receive(int fd, kernel_record* records, unsigned count)
+int receive(const packet_source& source, kernel_record* records, unsigned count)
 {
+  if (source.ring)
+    return source.ring->take(records, count);
   if (count == 1)
-    return receive_one(fd, records[0]);
+    return receive_one(source.fd, records[0]);
   message_batch batch(records, count);
-  const int received = recvmmsg(fd, batch.messages, batch.count, MSG_DONTWAIT, nullptr);
+  const int received = recvmmsg(source.fd, batch.messages, batch.count, MSG_DONTWAIT, nullptr);
   for (int i = 0; i < received; ++i)
     records[i].length = batch.messages[i].msg_len;
   return received;
@@ -184,6 +200,8 @@ const kernel_ops kernel_linux = {
     .set_nonblocking = set_nonblocking,
     .bind_packet = bind_packet,
     .enlarge_buffers = enlarge_buffers,
+    .ring_open = ring_open,
+    .ring_close = ring_close,
     .wait_readable = wait_readable,
     .receive = receive,
     .send = send,

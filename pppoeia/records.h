@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <pthread.h>
 
+class receive_ring;
+
 // 4096 bits, one a VLAN id: bit `vid & 31` of word `vid >> 5`. Ids above 4095 count by their low 12 bits.
 struct vlan_set {
   uint32_t word[128];
@@ -88,6 +90,7 @@ struct pppoeia_bridge {
   char name[17];                   // fixed for life
   char dev_name[16];               // fixed for life
   int32_t sock;                    // fixed until the worker has ended
+  receive_ring* ring;              // of `sock`, or null; worker only while it runs
   int32_t ctl_fd;                  // management thread only
   int32_t mtu;                     // fixed for life
   uint32_t max_pdu;

@@ -5,6 +5,7 @@
 //
 // Usage: whole_path_bench [--seconds N]     N for each measurement, default 2
 #include "bench/agent/bare_loops.h"
+#include "bench/agent/cores.h"
 #include "bench/agent/tap_load.h"
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
@@ -48,21 +49,38 @@ struct measured {
   double cpu_us() const { return cpu * 1e6 / static_cast<double>(std::max<uint64_t>(frames, 1)); }
 };
 
-// Runs a bare loop under load.
-using bare_loop = void (*)(int, const std::atomic<bool>&, std::atomic<uint64_t>&);
+// Puts the loop under test on its core and lets it reach its wait, so that no round has that in its figures.
+void settle(pthread_t loop)
+{
+  keep_on(loop, core::loop);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
 
-measured run_bare(tap_load& tap, bare_loop loop, const load_settings& settings)
+struct bare_loop {
+  void (*run)(const packet_source&, const std::atomic<bool>&, std::atomic<uint64_t>&);
+  bool ring;
+};
+
+constexpr bare_loop loop_a{bare_select_loop, false};
+constexpr bare_loop loop_b{bare_batch_loop, false};
+constexpr bare_loop loop_c{bare_batch_loop, true};
+
+// Runs a bare loop under load.
+measured run_bare(tap_load& tap, const bare_loop& loop, const load_settings& settings)
 {
   std::atomic<bool> stop{false};
   std::atomic<uint64_t> frames{0};
   const int fd = tap.packet_socket();
-  std::thread thread([&] { loop(fd, stop, frames); });
+  const packet_source source{fd, loop.ring ? kernel_linux.ring_open(fd) : nullptr};
+  std::thread thread([&] { loop.run(source, stop, frames); });
+  settle(thread.native_handle());
   measured result;
   result.load = tap.run(settings);
   result.cpu = cpu_seconds(thread.native_handle());
   result.frames = frames;
   stop = true;
   thread.join();
+  kernel_linux.ring_close(source.ring);
   kernel_linux.close(fd);
   return result;
 }
@@ -78,11 +96,16 @@ measured run_worker(tap_load& tap, const char* format, const load_settings& sett
     text_copy(bridge->pppoeia_cid_format, format);
   text_copy(bridge->sysname, "node-17");
   bridge->sock = tap.packet_socket();
+  bridge->ring = kernel_linux.ring_open(bridge->sock);
   worker_thread_start(*bridge);
+  settle(bridge->thread);
   std::atomic<bool> done{false};
   std::thread beside;
   if (meanwhile)
-    beside = std::thread([&] { meanwhile(*bridge, done); });
+    beside = std::thread([&] {
+      keep_nowhere(pthread_self());
+      meanwhile(*bridge, done);
+    });
   measured result;
   result.load = tap.run(settings);
   result.cpu = cpu_seconds(bridge->thread);
@@ -95,6 +118,7 @@ measured run_worker(tap_load& tap, const char* format, const load_settings& sett
     beside.join();
   bridge->stop = 1;
   worker_thread_join(*bridge);
+  kernel_linux.ring_close(bridge->ring);
   kernel_linux.close(bridge->sock);
   return result;
 }
@@ -113,10 +137,11 @@ void full_load(tap_load& tap, double seconds)
   const load_settings settings{.seconds = seconds, .counted = false};
   for (int round = 0; round < 2; ++round) {
     std::printf("Full load, round %d\n", round + 1);
-    const measured a = run_bare(tap, bare_select_loop, settings);
+    const measured a = run_bare(tap, loop_a, settings);
     print_row("(a) select, recv, send", a, a);
     print_row("worker, default identifiers", run_worker(tap, nullptr, settings), a);
-    print_row("(b) recvmmsg, sendmmsg", run_bare(tap, bare_batch_loop, settings), a);
+    print_row("(b) recvmmsg, sendmmsg", run_bare(tap, loop_b, settings), a);
+    print_row("(c) mapped ring, sendmmsg", run_bare(tap, loop_c, settings), a);
     print_row("worker, format of five macros", run_worker(tap, five_macros, settings), a);
   }
 }
@@ -146,7 +171,7 @@ void paced_load(tap_load& tap, double seconds)
   const load_settings settings{.seconds = seconds, .rate = 20'000, .timed = true, .burst = 1};
   std::vector<measured> bare, worker;
   for (int round = 0; round < rounds; ++round) {
-    bare.push_back(run_bare(tap, bare_select_loop, settings));
+    bare.push_back(run_bare(tap, loop_a, settings));
     worker.push_back(run_worker(tap, nullptr, settings));
   }
   std::printf("20,000 frames/s, medians of %d rounds\n", rounds);
@@ -202,9 +227,13 @@ private:
   }
 };
 
+constexpr load_settings storm_settings{.burst = 32, .ports = 64, .clients = 10'000};
+
 void storm(tap_load& tap, double seconds, double rate)
 {
-  const load_settings settings{.seconds = seconds, .rate = rate, .burst = 32, .ports = 64, .clients = 10'000};
+  load_settings settings = storm_settings;
+  settings.seconds = seconds;
+  settings.rate = rate;
   counter_reader reader;
   const long before_kib = resident_kib();
   const measured result =
@@ -216,14 +245,6 @@ void storm(tap_load& tap, double seconds, double rate)
               static_cast<unsigned long long>(result.load.sent - result.load.returned),
               static_cast<unsigned long long>(result.frames), static_cast<unsigned long long>(reader.reads),
               reader.longest_us, resident_kib() - before_kib);
-  if (rate > 0)
-    return;
-  // Side by side without the reads, which would cost one of the two.
-  const measured alone = run_worker(tap, nullptr, settings);
-  const measured bare = run_bare(tap, bare_batch_loop, settings);
-  std::printf("  without reads: given back %llu of %llu; loop (b): %llu of %llu\n",
-              static_cast<unsigned long long>(alone.load.returned), static_cast<unsigned long long>(alone.load.sent),
-              static_cast<unsigned long long>(bare.load.returned), static_cast<unsigned long long>(bare.load.sent));
 }
 
 void storms(tap_load& tap, double seconds)
@@ -234,6 +255,34 @@ void storms(tap_load& tap, double seconds)
     std::printf("Storm at full speed, round %d: ", round + 1);
     storm(tap, seconds, 0);
   }
+}
+
+void print_given_back(const char* name, const load_result& sum)
+{
+  std::printf("  %-34s %9llu sent, %9llu given back\n", name, static_cast<unsigned long long>(sum.sent),
+              static_cast<unsigned long long>(sum.returned));
+}
+
+// The worker and the bare loops in turn, without the counter reads, which would cost one of them.
+void storms_compared(tap_load& tap, double seconds)
+{
+  constexpr int rounds = 9;
+  load_settings settings = storm_settings;
+  settings.seconds = seconds;
+  load_result worker, recvmmsg, ring;
+  const auto add = [](load_result& sum, const measured& round) {
+    sum.sent += round.load.sent;
+    sum.returned += round.load.returned;
+  };
+  for (int round = 0; round < rounds; ++round) {
+    add(worker, run_worker(tap, nullptr, settings));
+    add(recvmmsg, run_bare(tap, loop_b, settings));
+    add(ring, run_bare(tap, loop_c, settings));
+  }
+  std::printf("Storm at full speed without the reads, %d rounds\n", rounds);
+  print_given_back("worker, default identifiers", worker);
+  print_given_back("(b) recvmmsg, sendmmsg", recvmmsg);
+  print_given_back("(c) mapped ring, sendmmsg", ring);
 }
 
 double seconds_from(int argc, char** argv)
@@ -253,10 +302,12 @@ int main(int argc, char** argv)
 {
   const double seconds = seconds_from(argc, argv);
   try {
+    keep_on(pthread_self(), core::sender);
     tap_load tap("piabench" + std::to_string(getpid() % 1000));
     full_load(tap, seconds);
     paced_load(tap, seconds);
     storms(tap, std::min(seconds, 1.0));
+    storms_compared(tap, std::min(seconds, 1.0));
   } catch (const std::runtime_error& error) {
     std::printf("whole_path_bench: skipped: %s\n", error.what());
   }

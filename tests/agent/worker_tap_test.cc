@@ -1,4 +1,5 @@
-// The worker on a real TAP device: records through the kernel, and a device that goes away and comes back.
+// The worker on a real TAP device, with a mapped receive ring and without: records of all sizes through the kernel,
+// more of them than there is room for, and a device that goes away and comes back.
 #include "platform/kvbridged/tap.h"
 #include "pppoeia/kernel.h"
 #include "pppoeia/log.h"
@@ -8,6 +9,7 @@
 #include "tests/support/records_fixture.h"
 #include "tests/support/syslog_capture.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -17,6 +19,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
+#include <stop_token>
 #include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
@@ -24,6 +27,7 @@
 namespace {
 
 constexpr char device[] = "br0_pppoe";
+constexpr size_t header = 107;
 
 void up(const char* name, bool wanted)
 {
@@ -46,7 +50,8 @@ kvbridged::descriptor tap_again(int index)
   return tap;
 }
 
-class WorkerOnTap : public testing::Test {
+// The parameter says whether the packet socket has a ring.
+class WorkerOnTap : public testing::TestWithParam<bool> {
 protected:
   void SetUp() override
   {
@@ -62,6 +67,10 @@ protected:
     ASSERT_EQ(kernel_linux.link_index(bridge->sock, device, &index), 0);
     ASSERT_EQ(kernel_linux.set_nonblocking(bridge->sock), 0);
     ASSERT_EQ(kernel_linux.bind_packet(bridge->sock, index), 0);
+    if (GetParam()) {
+      bridge->ring = kernel_linux.ring_open(bridge->sock);
+      ASSERT_NE(bridge->ring, nullptr);
+    }
     syslog_take();
     ASSERT_EQ(worker_thread_start(*bridge), 0);
     running = true;
@@ -74,6 +83,7 @@ protected:
     bridge->stop = 1;
     EXPECT_EQ(worker_thread_join(*bridge), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    kernel_linux.ring_close(bridge->ring);
     close(bridge->sock);
   }
 
@@ -84,7 +94,7 @@ protected:
     for (int tries = 0; tries < 60; ++tries) {
       (void)!write(tap.get(), record.data(), record.size());
       for (byte_string back; !(back = wire_receive_file(100)).empty();)
-        if (back.size() > record.size() && back[107 + 12] == 0x88 && back[107 + 13] == 0x63)
+        if (back.size() > record.size() && back[header + 12] == 0x88 && back[header + 13] == 0x63)
           return true;
     }
     return false;
@@ -98,6 +108,19 @@ protected:
     const ssize_t size = read(tap.get(), record.data(), record.size());
     record.resize(size > 0 ? static_cast<size_t>(size) : 0);
     return record;
+  }
+  // A record that says who sent it as which, with that many bytes behind it.
+  static byte_string numbered(unsigned char who, unsigned number, unsigned trailer)
+  {
+    test_frame frame;
+    frame.source = {2,
+                    0,
+                    who,
+                    static_cast<unsigned char>(number >> 16),
+                    static_cast<unsigned char>(number >> 8),
+                    static_cast<unsigned char>(number)};
+    frame.trailer.assign(trailer, static_cast<unsigned char>(number));
+    return frame.build();
   }
   long losses() const
   {
@@ -120,14 +143,67 @@ protected:
   bool running = false;
 };
 
-TEST_F(WorkerOnTap, RecordsGoThroughTheKernel)
+TEST_P(WorkerOnTap, RecordsGoThroughTheKernel)
 {
   EXPECT_TRUE(serves());
   const bridge_lock lock(*bridge);
   EXPECT_GE(bridge->stats.padi, 1u);
 }
 
-TEST_F(WorkerOnTap, ADeviceThatIsDownIsAwaitedWithoutSpinning)
+// Two senders at once, so that two cores write into the ring; a bridge that is off gives all back as it came.
+TEST_P(WorkerOnTap, RecordsOfAllSizesComeBackAsTheyWereAndInOrder)
+{
+  constexpr unsigned each = 3000;
+  constexpr unsigned on_the_way_most = 32;
+  bridge->disabled = 1;
+  std::atomic<unsigned> came[2] = {0, 0};
+  const auto sender = [&](const std::stop_token& stop, unsigned char who) {
+    for (unsigned i = 0; i < each; ++i) {
+      const byte_string record = numbered(who, i, i * 7 % 1476);
+      (void)!write(tap.get(), record.data(), record.size());
+      while (i >= came[who] + on_the_way_most && !stop.stop_requested())
+        std::this_thread::yield();
+    }
+  };
+  std::jthread first(sender, static_cast<unsigned char>(0)), second(sender, static_cast<unsigned char>(1));
+  while (came[0] + came[1] < 2 * each) {
+    const byte_string back = wire_receive_file(2000);
+    ASSERT_FALSE(back.empty()) << came[0] << " and " << came[1] << " came back";
+    const unsigned char who = back.at(header + 8);
+    ASSERT_LT(who, 2);
+    ASSERT_EQ(back, numbered(who, came[who], came[who] * 7 % 1476));
+    ++came[who];
+  }
+}
+
+// While the worker cannot take its lock, more arrives than ring and socket hold.
+TEST_P(WorkerOnTap, WhatFindsNoRoomIsLostAndTheRestComesInOrder)
+{
+  EXPECT_TRUE(serves());
+  bridge->disabled = 1;
+  constexpr unsigned count = 12'000;
+  {
+    const bridge_lock lock(*bridge);
+    for (unsigned i = 0; i < count; ++i) {
+      const byte_string record = numbered(0, i, i % 10 == 0 ? 1400 : 20);
+      (void)!write(tap.get(), record.data(), record.size());
+    }
+  }
+  unsigned after = 0;
+  unsigned came = 0;
+  for (byte_string back; !(back = wire_receive_file(200)).empty(); ++came) {
+    const unsigned number = static_cast<unsigned>(back[header + 9] << 16 | back[header + 10] << 8 | back[header + 11]);
+    ASSERT_GE(number, after);
+    ASSERT_EQ(back, numbered(0, number, number % 10 == 0 ? 1400 : 20));
+    after = number + 1;
+  }
+  EXPECT_GT(came, 100u);
+  EXPECT_LT(came, count);
+  bridge->disabled = 0;
+  EXPECT_TRUE(serves());
+}
+
+TEST_P(WorkerOnTap, ADeviceThatIsDownIsAwaitedWithoutSpinning)
 {
   EXPECT_TRUE(serves());
   up(device, false);
@@ -139,7 +215,7 @@ TEST_F(WorkerOnTap, ADeviceThatIsDownIsAwaitedWithoutSpinning)
   EXPECT_TRUE(serves());
 }
 
-TEST_F(WorkerOnTap, ADeviceThatIsDeletedMayComeBackUnderItsIndex)
+TEST_P(WorkerOnTap, ADeviceThatIsDeletedMayComeBackUnderItsIndex)
 {
   EXPECT_TRUE(serves());
   tap = kvbridged::descriptor();
@@ -152,5 +228,8 @@ TEST_F(WorkerOnTap, ADeviceThatIsDeletedMayComeBackUnderItsIndex)
   tap = kvbridged::descriptor();  // and the worker ends while it is away
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
+
+INSTANTIATE_TEST_SUITE_P(Roads, WorkerOnTap, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& road) { return road.param ? "Ring" : "Socket"; });
 
 }  // namespace

@@ -212,6 +212,11 @@ int bind_packet(int fd, int index)
 
 void enlarge_buffers(int, int) {}
 
+receive_ring* ring_open(int)
+{
+  return nullptr;
+}
+
 const kernel_ops functions = {
     .open_control = open_control,
     .control = control,
@@ -226,6 +231,8 @@ const kernel_ops functions = {
     .set_nonblocking = set_nonblocking,
     .bind_packet = bind_packet,
     .enlarge_buffers = enlarge_buffers,
+    .ring_open = ring_open,
+    .ring_close = kernel_linux.ring_close,
     .wait_readable = kernel_linux.wait_readable,
     .receive = kernel_linux.receive,
     .send = kernel_linux.send,

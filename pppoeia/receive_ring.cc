@@ -1,0 +1,139 @@
+#include "pppoeia/receive_ring.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <linux/if_packet.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+
+namespace {
+
+// A frame has the kernel's header in front, at most 66 bytes, and holds a discovery frame of 211 bytes behind its
+// 107-byte record header: hardly a client sends longer ones. Ten thousand lines that dial in at the same instant find
+// room for a record each.
+constexpr unsigned frame_size = 384;
+constexpr unsigned block_size = 64 * 1024;
+constexpr unsigned block_count = 64;
+constexpr unsigned frames_per_block = block_size / frame_size;
+constexpr unsigned frame_count = frames_per_block * block_count;
+constexpr size_t memory_size = size_t{block_size} * block_count;
+
+static_assert(frame_size % TPACKET_ALIGNMENT == 0);
+
+template <typename T>
+bool option_set(int fd, int name, const T& value)
+{
+  return setsockopt(fd, SOL_PACKET, name, &value, sizeof value) == 0;
+}
+
+bool ring_request(int fd, unsigned blocks)
+{
+  tpacket_req request{};
+  request.tp_block_size = block_size;
+  request.tp_block_nr = blocks;
+  request.tp_frame_size = frame_size;
+  request.tp_frame_nr = frames_per_block * blocks;
+  return option_set(fd, PACKET_RX_RING, request);
+}
+
+}  // namespace
+
+std::unique_ptr<receive_ring> receive_ring::open(int fd)
+{
+  constexpr int version = TPACKET_V2;
+  constexpr int keep_whole = 1;  // records that a frame cannot hold are queued as on any socket
+  if (!option_set(fd, PACKET_VERSION, version) || !option_set(fd, PACKET_COPY_THRESH, keep_whole) ||
+      !ring_request(fd, block_count))
+    return nullptr;
+  void* memory = mmap(nullptr, memory_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (memory == MAP_FAILED) {
+    ring_request(fd, 0);
+    return nullptr;
+  }
+  madvise(memory, memory_size, MADV_DONTFORK);  // a child process must not keep the socket alive
+  madvise(memory, memory_size, MADV_DONTFORK);  // a child process must not keep the socket alive
+  return std::unique_ptr<receive_ring>(new receive_ring(fd, static_cast<unsigned char*>(memory)));
+}
+
+receive_ring::~receive_ring()
+{
+  munmap(memory_, memory_size);
+}
+
+tpacket2_hdr* receive_ring::front() const
+{
+  const size_t offset = size_t{front_ / frames_per_block} * block_size + size_t{front_ % frames_per_block} * frame_size;
+  return reinterpret_cast<tpacket2_hdr*>(memory_ + offset);
+}
+
+std::atomic_ref<uint32_t> receive_ring::front_status() const
+{
+  return std::atomic_ref<uint32_t>(front()->tp_status);
+}
+
+bool receive_ring::ready() const
+{
+  return front_status().load(std::memory_order_acquire) & TP_STATUS_USER;
+}
+
+void receive_ring::release()
+{
+  front_status().store(TP_STATUS_KERNEL, std::memory_order_release);
+  front_ = (front_ + 1) % frame_count;
+}
+
+// False for a record that is not there whole, since the socket had no room to keep it: it is lost, as any record is
+// that finds the socket full.
+bool receive_ring::copy_front(kernel_record& record) const
+{
+  const tpacket2_hdr* header = front();
+  const uint32_t held =
+      std::min<uint32_t>(header->tp_snaplen, frame_size - std::min<uint32_t>(header->tp_mac, frame_size));
+  const uint32_t wanted = std::min<uint32_t>(header->tp_len, record.length);
+  if (wanted > held)
+    return false;
+  std::memcpy(record.data, reinterpret_cast<const unsigned char*>(header) + header->tp_mac, wanted);
+  record.length = wanted;
+  return true;
+}
+
+// The record whose place stands in front comes from the socket.
+int receive_ring::take_whole(kernel_record& record)
+{
+  const ssize_t size = recv(fd_, record.data, record.length, MSG_DONTWAIT);
+  if (size >= 0 || errno == EAGAIN)
+    release();
+  if (size < 0)
+    return -1;  // with what is to be said about the device, the record stays for the next time
+  record.length = static_cast<uint32_t>(size);
+  return 1;
+}
+
+int receive_ring::nothing() const
+{
+  int error = 0;
+  socklen_t size = sizeof error;
+  if (getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size) == 0)
+    errno = error != 0 ? error : EAGAIN;
+  return -1;
+}
+
+int receive_ring::take(kernel_record* records, unsigned count)
+{
+  unsigned taken = 0;
+  while (taken < count) {
+    const uint32_t status = front_status().load(std::memory_order_acquire);
+    if (!(status & TP_STATUS_USER))
+      break;
+    if (status & TP_STATUS_COPY) {
+      if (taken > 0)
+        break;
+      return take_whole(records[0]);
+    }
+    if (copy_front(records[taken]))
+      ++taken;
+    release();
+  }
+  return taken > 0 ? static_cast<int>(taken) : nothing();
+}
