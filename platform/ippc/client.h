@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace ippc {
@@ -42,6 +43,7 @@ public:
 
 private:
   call_error exchange(std::chrono::milliseconds time_out);
+  ssize_t receive_soon();
 
   int fd_ = -1;
   uint32_t sequence_ = 0;
