@@ -90,6 +90,7 @@ load_result tap_load::run(const load_settings& settings)
   if (settings.timed)
     latencies.reserve(4'000'000);
   load_result result;
+  result.counted = settings.counted;
   unsigned char buffer[4096];
   const auto drain = [&] {
     for (ssize_t size; (size = read(tap_.get(), buffer, sizeof buffer)) > 0;) {

@@ -20,6 +20,7 @@ struct load_settings {
 
 struct load_result {
   uint64_t sent = 0;
+  bool counted = true;  // what came back was read
   uint64_t returned = 0;
   double seconds = 0;
   double latency_p50_us = 0;
