@@ -6,6 +6,7 @@
 #include <linux/if_packet.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace {
 
@@ -98,24 +99,25 @@ bool receive_ring::copy_front(kernel_record& record) const
   return true;
 }
 
-// The record whose place stands in front comes from the socket.
-int receive_ring::take_whole(kernel_record& record)
+// The record whose place stands in front, from the socket. False when it was not there, or with `error_` set.
+bool receive_ring::receive_front(kernel_record& record)
 {
   const ssize_t size = recv(fd_, record.data, record.length, MSG_DONTWAIT);
-  if (size >= 0 || errno == EAGAIN)
-    release();
-  if (size < 0)
-    return -1;  // with what is to be said about the device, the record stays for the next time
+  if (size < 0) {
+    error_ = errno == EAGAIN ? 0 : errno;
+    return false;
+  }
   record.length = static_cast<uint32_t>(size);
-  return 1;
+  return true;
 }
 
-int receive_ring::nothing() const
+int receive_ring::nothing()
 {
-  int error = 0;
+  int error = std::exchange(error_, 0);
   socklen_t size = sizeof error;
-  if (getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size) == 0)
-    errno = error != 0 ? error : EAGAIN;
+  if (error == 0)
+    getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size);
+  errno = error != 0 ? error : EAGAIN;
   return -1;
 }
 
@@ -126,14 +128,12 @@ int receive_ring::take(kernel_record* records, unsigned count)
     const uint32_t status = front_status().load(std::memory_order_acquire);
     if (!(status & TP_STATUS_USER))
       break;
-    if (status & TP_STATUS_COPY) {
-      if (taken > 0)
-        break;
-      return take_whole(records[0]);
-    }
-    if (copy_front(records[taken]))
-      ++taken;
+    const bool got = status & TP_STATUS_COPY ? receive_front(records[taken]) : copy_front(records[taken]);
+    if (error_ != 0)
+      break;  // news of the device came first: the record stays
     release();
+    if (got)
+      ++taken;
   }
   return taken > 0 ? static_cast<int>(taken) : nothing();
 }

@@ -39,12 +39,13 @@ private:
   std::atomic_ref<uint32_t> front_status() const;
   void release();
   bool copy_front(kernel_record& record) const;
-  int take_whole(kernel_record& record);
-  int nothing() const;
+  bool receive_front(kernel_record& record);
+  int nothing();
 
   int fd_;
   unsigned char* memory_;
   unsigned front_ = 0;  // index of the frame that is taken next
+  int error_ = 0;       // that the socket reported and nobody was told yet
 };
 
 #endif
