@@ -21,7 +21,7 @@ class receive_ring;
 // Where a worker's records come from.
 struct packet_source {
   int fd;
-  receive_ring* ring;  // of the socket; null: it has none, and records are received from it one by one
+  receive_ring* ring;  // of the socket; null: it has none, and every record is received from the socket
 };
 
 struct kernel_ops {
