@@ -150,6 +150,7 @@ int query(const operation& self, const char* bridge, uint32_t port, uint16_t vid
   pppoeia_port* line = port_find(*record, port);
   if (!line)
     return self.no_port(port);
+  const no_frame_scope no_frame;
   char text[identifier_text_size] = "";
   std::vector<unsigned char> bin;
   build(text, record, line, vid, bin, useData);
