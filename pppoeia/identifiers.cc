@@ -154,7 +154,7 @@ int query(const operation& self, const char* bridge, uint32_t port, uint16_t vid
   char text[identifier_text_size] = "";
   std::vector<unsigned char> bin;
   build(text, record, line, vid, bin, useData);
-  text_give(out, text);
+  std::memcpy(out, text, std::strlen(text) + 1);
   return self.result(0);
 }
 
