@@ -181,6 +181,7 @@ void pppoeia_build_circuit_id(char* out, pppoeia_bridge* bridge, pppoeia_port* p
   default:
     break;
   }
+  customid_trace_end();
 }
 
 void pppoeia_build_remote_id(char* out, pppoeia_bridge* bridge, pppoeia_port* port, uint16_t vid,
@@ -190,6 +191,7 @@ void pppoeia_build_remote_id(char* out, pppoeia_bridge* bridge, pppoeia_port* po
     return;
   // The Remote ID never carries a customer VLAN.
   custom_text(custom_rid, out, *bridge, *port, vid, vid_none, bin, useData);
+  customid_trace_end();
 }
 
 void builder_identifiers::circuit_id(pppoeia_bridge& bridge, pppoeia_port& port, uint16_t vid, identifier& id)

@@ -11,6 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace {
 
@@ -134,6 +137,32 @@ TEST_F(Identifiers, TestDebugShowsWhereModeAndFormatComeFrom)
   EXPECT_THAT(trace, testing::ContainsRegex("\tPPPOEIA_DEBUG:pppoeia_build_remote_id,[0-9]+: Using global "
                                             "format='name'\n"));
   EXPECT_THAT(trace, testing::HasSubstr("interface-vlan CID mode=2\n"));
+}
+
+// What standard output holds back until the process ends helps nobody who tries a format.
+TEST_F(Identifiers, TraceIsOutWhenTheOperationEnds)
+{
+  char path[] = "/tmp/identifiers_test.XXXXXX";
+  const int file = mkstemp(path);
+  unlink(path);
+  std::fflush(stdout);
+  const int former = dup(STDOUT_FILENO);
+  dup2(file, STDOUT_FILENO);
+  customFormatTestDebug = true;
+  const auto traced = [&] { return lseek(file, 0, SEEK_CUR); };
+  circuit(1, 100);
+  const off_t of_mode = traced();
+  remote(1, 100);
+  const off_t of_format = traced();
+  customFormatTestDebug = false;
+  std::fflush(stdout);
+  const off_t in_all = traced();
+  dup2(former, STDOUT_FILENO);
+  close(former);
+  close(file);
+  EXPECT_GT(of_mode, 0);
+  EXPECT_GT(of_format, of_mode);
+  EXPECT_EQ(of_format, in_all);
 }
 
 TEST_F(Identifiers, RemoteIdComesFromFormatsOnlyAndKnowsNoCustomerVlan)
