@@ -132,6 +132,12 @@ struct pppoeia_bridge {
   pppoeia_port port[1];  // port_count + 1 of them
 };
 
+// Bytes of the record of a bridge with that many ports.
+inline size_t bridge_record_size(uint32_t ports)
+{
+  return sizeof(pppoeia_bridge) + size_t{ports} * sizeof(pppoeia_port);  // one port is in the record itself
+}
+
 // The agent's state between pppoeia_init() and pppoeia_fini().
 struct pppoeia_state {
   pppoeia_bridge* bridges;
