@@ -48,7 +48,7 @@ int control_file_open(const char* name)
 // One zero-filled block with room for a port more than asked for; null without memory.
 pppoeia_bridge* record_allocate(uint32_t ports, size_t& size)
 {
-  size = sizeof(pppoeia_bridge) + (static_cast<size_t>(ports) + 1) * sizeof(pppoeia_port);
+  size = bridge_record_size(ports);
   if (ports > port_count_max)
     return nullptr;
   void* block = std::calloc(1, size);

@@ -10,11 +10,25 @@
 
 namespace {
 
+// As far as a text travels back, zeros follow it, and not what the caller had sent there.
+template <typename Argument>
+void text_end(const ippcArg& argument)
+{
+  if constexpr (Argument::describe.what == api::kind::out_text) {
+    char* text = static_cast<char*>(argument.data);
+    const size_t length = strnlen(text, argument.length);
+    std::memset(text + length, 0, argument.length - length);
+  }
+}
+
 // Reads the arguments as their kinds say, and calls the operation. Overloads are told apart by the cast of a row.
 template <auto Operation, typename... Arguments, size_t... Place>
 int call_with(ippcArg* const* args, std::index_sequence<Place...>)
 {
-  return Operation(Arguments::decode(args[Place]->data)...);
+  const int result = Operation(Arguments::decode(args[Place]->data)...);
+  if (result == 0)
+    (text_end<Arguments>(*args[Place]), ...);
+  return result;
 }
 
 template <auto Operation, typename... Arguments>

@@ -8,8 +8,8 @@ std::atomic<uint32_t> pppoeia_frame_adjust{0};
 
 namespace {
 
-// Header words and client for identifiers, also for queries that the management thread makes meanwhile.
-void frame_publish(pppoeia_bridge& bridge, const_bytes record)
+// Keeps header words and client for identifiers; the words also for queries that the management thread makes meanwhile.
+void frame_keep(pppoeia_bridge& bridge, const_bytes record)
 {
   const uint32_t words = static_cast<uint32_t>(be16_at(record, kernel_header::vlan_word)) << 16 |
                          be16_at(record, kernel_header::cvlan_word);
@@ -17,7 +17,7 @@ void frame_publish(pppoeia_bridge& bridge, const_bytes record)
   for (size_t i = 0; i < 6; ++i)
     mac = mac << 8 | record[kernel_header::size + 6 + i];
   bridge.frame_vlan_words.store(words, std::memory_order_relaxed);
-  bridge.frame_client_mac.store(mac, std::memory_order_relaxed);
+  bridge.frame_client_mac = mac;
 }
 
 // Ports of kinds 1 and 5 take every VLAN.
@@ -181,7 +181,7 @@ bool record_well_formed(const pppoeia_bridge& bridge, const frame_record& record
 uint32_t frame_process(pppoeia_bridge& bridge, const frame_record& record, frame_services& services)
 {
   passage at{bridge, record, services, log_enabled(log_debug)};
-  frame_publish(bridge, at.all());
+  frame_keep(bridge, at.all());
   bridge.rx_len = static_cast<int32_t>(record.received);
   if (!record_well_formed(bridge, record))
     return 0;

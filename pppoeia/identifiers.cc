@@ -150,10 +150,11 @@ int query(const operation& self, const char* bridge, uint32_t port, uint16_t vid
   pppoeia_port* line = port_find(*record, port);
   if (!line)
     return self.no_port(port);
+  const no_frame_scope no_frame;
   char text[identifier_text_size] = "";
   std::vector<unsigned char> bin;
   build(text, record, line, vid, bin, useData);
-  text_give(out, text);
+  std::memcpy(out, text, std::strlen(text) + 1);
   return self.result(0);
 }
 
@@ -180,6 +181,7 @@ void pppoeia_build_circuit_id(char* out, pppoeia_bridge* bridge, pppoeia_port* p
   default:
     break;
   }
+  customid_trace_end();
 }
 
 void pppoeia_build_remote_id(char* out, pppoeia_bridge* bridge, pppoeia_port* port, uint16_t vid,
@@ -189,6 +191,7 @@ void pppoeia_build_remote_id(char* out, pppoeia_bridge* bridge, pppoeia_port* po
     return;
   // The Remote ID never carries a customer VLAN.
   custom_text(custom_rid, out, *bridge, *port, vid, vid_none, bin, useData);
+  customid_trace_end();
 }
 
 void builder_identifiers::circuit_id(pppoeia_bridge& bridge, pppoeia_port& port, uint16_t vid, identifier& id)

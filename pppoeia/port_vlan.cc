@@ -19,8 +19,8 @@ outcome entry_give(const pppoeia_port_vlan* record, pppoeia_port_vlan_entry* ent
   const uint32_t vid = record->vlan_id;
   std::memcpy(&entry->vlan_id, &vid, static_cast<size_t>(width));
   entry->cid_mode = record->cid_mode;
-  std::memcpy(entry->cid_format, record->cid_format, sizeof entry->cid_format);
-  std::memcpy(entry->rid_format, record->rid_format, sizeof entry->rid_format);
+  text_give(entry->cid_format, record->cid_format);
+  text_give(entry->rid_format, record->rid_format);
   return {0};
 }
 

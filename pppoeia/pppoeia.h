@@ -263,8 +263,9 @@ int clear_port_vlan_all(const char* bridge);
 
 // --- Identifiers ---------------------------------------------------------------------------------------------------
 
-// Build identifiers as the worker would, and write the text (of a byte identifier its hexadecimal digits). VLAN
-// words and client MAC are those of the frame last received. No lock. The buffer must hold 160 bytes.
+// Build identifiers as the worker would, and write the text (of a byte identifier its hexadecimal digits). VLAN words
+// are those of the frame last received; there is no client, but gen_*() take the test data's. No lock. The buffer must
+// hold 160 bytes.
 int pppoeia_port_circuit_id_get(const char* bridge, uint32_t port, char* circuit_id);  // of no particular VLAN
 int gen_circuit_id_by_intf_vlan(const char* bridge, uint32_t port, uint16_t vlan, char* circuit_id);
 int gen_remote_id_by_intf_vlan(const char* bridge, uint32_t port, uint16_t vlan, char* remote_id);

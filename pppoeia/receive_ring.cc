@@ -53,7 +53,6 @@ std::unique_ptr<receive_ring> receive_ring::open(int fd)
     return nullptr;
   }
   madvise(memory, memory_size, MADV_DONTFORK);  // a child process must not keep the socket alive
-  madvise(memory, memory_size, MADV_DONTFORK);  // a child process must not keep the socket alive
   return std::unique_ptr<receive_ring>(new receive_ring(fd, static_cast<unsigned char*>(memory)));
 }
 

@@ -117,19 +117,26 @@ struct pppoeia_bridge {
   pppoeia_vlan* vlans;
 
   // Of the frame being processed; worker only.
-  int32_t rx_len;            // byte count of the last receive
-  unsigned char* frame_end;  // one past the received record
-  uint32_t cur_port;         // zero-based index of the input port
+  int32_t rx_len;             // byte count of the last receive
+  unsigned char* frame_end;   // one past the received record
+  uint32_t cur_port;          // zero-based index of the input port
+  uint64_t frame_client_mac;  // source MAC, first byte in bits 40..47
 
-  // Of the frame last received, for identifier queries by the management thread beside the running worker.
-  std::atomic<uint32_t> frame_vlan_words;  // first header word in the high half, second in the low half
-  std::atomic<uint64_t> frame_client_mac;  // source MAC, first byte in bits 40..47
+  // Of the frame last received, for identifier queries by the management thread beside the running worker: header
+  // words, the first in the high half, the second in the low half.
+  std::atomic<uint32_t> frame_vlan_words;
 
   // Operations that wait for `mutex`: a worker under full load steps back when it is not zero.
   std::atomic<uint32_t> waiters;
 
   pppoeia_port port[1];  // port_count + 1 of them
 };
+
+// Bytes of the record of a bridge with that many ports.
+inline size_t bridge_record_size(uint32_t ports)
+{
+  return sizeof(pppoeia_bridge) + size_t{ports} * sizeof(pppoeia_port);  // one port is in the record itself
+}
 
 // The agent's state between pppoeia_init() and pppoeia_fini().
 struct pppoeia_state {

@@ -72,15 +72,12 @@ size_t vendor_tag_find(const pppoeia_bridge& bridge, const tag_area& area)
 
 size_t vendor_tag_place(const pppoeia_bridge& bridge, const tag_area& area)
 {
-  size_t last = area.first;  // of an empty list: what stands where its first tag would
+  size_t last = area.first;  // where an empty list would have it
   walk<ask::after_end_test>(bridge, area, [&](size_t tag) {
     last = tag;
     return false;
   });
-  if (area.type(last) == pppoe::tag_end_of_list)
-    return last;
-  const size_t behind = area.next(last);
-  return behind > area.record.size() ? area.first : behind;
+  return area.type(last) == pppoe::tag_end_of_list || !area.fits(last) ? last : area.next(last);
 }
 
 void tags_log(const pppoeia_bridge& bridge, const tag_area& area)

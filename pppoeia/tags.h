@@ -1,9 +1,10 @@
 // The tags of one discovery frame, as a walk over a bounded view of its record.
 //
-// The area is what the PPPoE header claims (from the first tag to the PPPoE end), inside what was received. The walk
-// is forgiving in one way that servers rely on: whether a tag is stepped to depends on its own end lying within the
-// PPPoE end, so that a first tag is looked at whatever length it claims. A vendor tag whose four header bytes are not
-// inside the record is none; elsewhere a header that is cut goes on with zeros.
+// The area is what the PPPoE header claims (from the first tag to the PPPoE end), inside what was received. A tag is
+// stepped to only when its own end lies within the PPPoE end. Nothing steps to the first tag, so it is looked at
+// whatever length it claims: a search finds a vendor tag there even where it does not fit, but what is put in never
+// goes behind a tag that does not fit. A vendor tag whose four header bytes are not inside the record is none;
+// elsewhere a header that is cut goes on with zeros.
 #ifndef PPPOEIA_TAGS_H
 #define PPPOEIA_TAGS_H
 
@@ -37,8 +38,9 @@ extern "C" const char* pppoeia_tag_name(uint16_t type);
 // Offset of the first vendor tag, or no_tag. A first tag at or past the PPPoE end counts too.
 size_t vendor_tag_find(const pppoeia_bridge& bridge, const tag_area& area);
 
-// Where a vendor tag goes when the frame has none: before the first End-Of-List tag, else behind the last tag; at the
-// first tag when that lies outside the record. In an empty list, what stands at the PPPoE end counts as the last tag.
+// Where a vendor tag goes that takes no other's place: before the first End-Of-List tag, else behind the last tag that
+// fits; at the first tag when not even that one does. Never behind the PPPoE end: what stands there is no tag, and a
+// server that reads only the payload would not see what hides behind its length.
 size_t vendor_tag_place(const pppoeia_bridge& bridge, const tag_area& area);
 
 // Logs every tag at debug level. Call only when that level is on.

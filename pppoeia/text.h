@@ -16,11 +16,14 @@ void text_copy(char (&field)[Size], const char* text, size_t most = Size - 1)
   field[length] = '\0';
 }
 
-// Copies a field's whole text, with its NUL, to a caller's buffer of at least the field's size.
+// Copies a field's whole text to a caller's buffer of at least the field's size. What an earlier, longer text left in
+// the field behind the NUL stays there: the caller gets zeros.
 template <size_t Size>
 void text_give(char* out, const char (&field)[Size])
 {
-  std::memcpy(out, field, strnlen(field, Size - 1) + 1);
+  const size_t length = strnlen(field, Size - 1);
+  std::memcpy(out, field, length);
+  std::memset(out + length, 0, Size - length);
 }
 
 // True when the text has more than `most` characters. Looks no further than it must.

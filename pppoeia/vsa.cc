@@ -110,9 +110,11 @@ insertion insertion_plan(passage& at)
 {
   insertion plan{tag_build(at), at.vsa, 0, 0};
   const tag_area tags = at.tags();
-  if (plan.place == no_tag)
+  // A vendor tag that does not lie whole inside the payload is none whose place could be taken.
+  const bool replaces = at.vsa != no_tag && tags.fits(at.vsa);
+  if (!replaces)
     plan.place = vendor_tag_place(at.bridge, tags);
-  plan.delta = static_cast<int64_t>(plan.tag.size()) - static_cast<int64_t>(at.vsa_size());
+  plan.delta = static_cast<int64_t>(plan.tag.size()) - static_cast<int64_t>(replaces ? at.vsa_size() : 0);
   log_stretch(at, plan.delta);
   plan.tail = tail_begin(at.bridge, tags, plan.place);
   return plan;

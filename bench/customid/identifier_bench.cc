@@ -16,7 +16,7 @@ namespace {
 pppoeia_bridge& line_card()
 {
   constexpr uint32_t ports = 8;
-  static void* block = std::calloc(1, sizeof(pppoeia_bridge) + (ports + 1) * sizeof(pppoeia_port));
+  static void* block = std::calloc(1, bridge_record_size(ports));
   static pppoeia_bridge& bridge = *[] {
     auto* record = new (block) pppoeia_bridge{};
     record->ports = record->port_count = ports;

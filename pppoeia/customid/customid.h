@@ -30,9 +30,19 @@ struct pppoeia_bridge;
 
 // Where macro values come from.
 enum idGenType : int {
-  idGenLive = 0,       // arguments, records and the frame being processed
+  idGenLive = 0,       // arguments, records and the frame being processed, if there is one
   idGenAvailable = 1,  // arguments and records, client MAC of the test data
   idGenTest = 2,       // interface, VLANs, client MAC and line numbers of the test data
+};
+
+// Says that the calling thread processes no frame until the scope ends: what it expands of idGenLive has no client. The
+// frame that a worker processes meanwhile is another line's.
+class no_frame_scope {
+public:
+  no_frame_scope();
+  ~no_frame_scope();
+  no_frame_scope(const no_frame_scope&) = delete;
+  no_frame_scope& operator=(const no_frame_scope&) = delete;
 };
 
 // Longest identifier, in characters or bytes.

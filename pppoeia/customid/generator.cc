@@ -124,7 +124,6 @@ void trace_bytes(const std::vector<unsigned char>& genIdBin)
   for (size_t i = 0; i < genIdBin.size(); ++i)
     std::printf(i % 16 == 0 ? "\n%02x " : "%02x ", genIdBin[i]);
   std::printf("\n");
-  std::fflush(stdout);  // the operator is watching
 }
 
 }  // namespace
@@ -144,5 +143,6 @@ bool genCustomId(const pppoeia_bridge* bridge, unsigned intfId, unsigned short v
   }
   length_limit(to, genId, genIdBin);
   trace_bytes(genIdBin);
+  customid_trace_end();
   return true;
 }

@@ -16,4 +16,11 @@ extern std::atomic<bool> customFormatTestDebug;
       std::printf(tabs "PPPOEIA_DEBUG:%s,%d: " format, operation, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                \
   } while (false)
 
+// Ends the trace of an operation: an operator who watches a pipe or a file has it whole.
+inline void customid_trace_end()
+{
+  if (customFormatTestDebug.load(std::memory_order_relaxed))
+    std::fflush(stdout);
+}
+
 #endif

@@ -4,6 +4,22 @@
 #include "pppoeia/local_mac.h"
 #include "rte/BLL/util/kv_util.h"
 
+namespace {
+
+thread_local bool without_frame = false;
+
+}  // namespace
+
+no_frame_scope::no_frame_scope()
+{
+  without_frame = true;
+}
+
+no_frame_scope::~no_frame_scope()
+{
+  without_frame = false;
+}
+
 namespace macro_values {
 
 void agent_board(const macro_question& q, std::string& value)
@@ -25,9 +41,9 @@ void clnt_mac(const macro_question& q, std::string& value)
 {
   if (q.use_data != idGenLive)
     return put_mac(value, customFormatTestData.clntMac);
-  if (!q.bridge.frame_buffer)
+  if (without_frame || !q.bridge.frame_buffer)
     return unavailable(q, "Invalid frame )\n");
-  const uint64_t packed = q.bridge.frame_client_mac.load(std::memory_order_relaxed);
+  const uint64_t packed = q.bridge.frame_client_mac;
   uint8_t mac[6];
   for (unsigned i = 0; i < 6; ++i)
     mac[i] = static_cast<uint8_t>(packed >> (8 * (5 - i)));

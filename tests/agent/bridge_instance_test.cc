@@ -91,6 +91,16 @@ TEST_F(BridgeInstance, Names)
   EXPECT_EQ(pppoeia_bridge_add("br1", 0), 0);
 }
 
+TEST_F(BridgeInstance, RecordHasRoomForOnePortMoreThanAskedFor)
+{
+  constexpr size_t ports = 65537;  // refused, with the size
+  EXPECT_EQ(pppoeia_bridge_add("br1", ports), -ENOMEM);
+  const size_t size = offsetof(pppoeia_bridge, port) + (ports + 1) * sizeof(pppoeia_port);
+  constexpr size_t align = alignof(pppoeia_bridge);
+  const std::string rounded = std::to_string((size + align - 1) / align * align);
+  EXPECT_THAT(messages(), Contains("<br1> Cannot allocate memory (" + rounded + " bytes)."));
+}
+
 TEST_F(BridgeInstance, LeftOverDeviceIsTakenOver)
 {
   kernel.devices.insert("br0_pppoe");

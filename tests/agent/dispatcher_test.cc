@@ -92,6 +92,36 @@ TEST(Dispatcher, TextsWithoutAnEndAndShortNumbers)
   EXPECT_EQ(bridge_find("br0")->chassis_id, 7u);
 }
 
+// Neither what the caller had sent nor what an earlier, longer text left in the record.
+TEST(Dispatcher, BehindATextThatIsHandedOutAreZeros)
+{
+  api_fixture agent;
+  agent.port_add(1);
+  const auto bridge = [](unsigned id) { return api_call(static_cast<uint16_t>(id)).text("br0"); };
+  const auto port = [&](unsigned id) { return bridge(id).u32(1); };
+  const auto vlan = [&](unsigned id) { return port(id).u16(9); };
+  const auto handed_out = [](api_call call) {
+    EXPECT_EQ(call.bytes(std::string(300, '~')).run(), 0);
+    return call.arguments.back();
+  };
+  const auto padded = [](std::string text, size_t size = 300) {
+    text.resize(size);
+    return text;
+  };
+  EXPECT_EQ(handed_out(bridge(16)), padded("VELTRONA"));
+  EXPECT_EQ(handed_out(port(41)), padded("VELTRONA: eth 0/port1:<vid>"));
+  const std::pair<api_call, api_call> rows[] = {{bridge(25), bridge(26)}, {bridge(52), bridge(53)},
+                                                {bridge(54), bridge(55)}, {port(37), port(38)},
+                                                {vlan(58), vlan(59)},     {vlan(60), vlan(61)}};
+  for (const auto& [set, get] : rows) {
+    EXPECT_EQ(api_call(set).text("a longer text").run(), 0);
+    EXPECT_EQ(api_call(set).text("short").run(), 0);
+    EXPECT_EQ(handed_out(get), padded("short")) << get.id;
+  }
+  EXPECT_EQ(handed_out(vlan(69)), padded("short"));
+  EXPECT_EQ(handed_out(vlan(66)).substr(8, 2 * 129), padded("short", 129) + padded("short", 129));
+}
+
 // Any bytes in any argument of any operation.
 TEST(Dispatcher, SurvivesRandomArguments)
 {

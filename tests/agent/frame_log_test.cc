@@ -68,6 +68,21 @@ TEST(FrameLog, OfAnInsertedTag)
                   "<br0>        VENDOR (0x0105), 33 (0x0021) bytes."));
 }
 
+TEST(FrameLog, OfAVendorTagThatIsNotWholeInThePayload)
+{
+  test_bridge bridge;
+  bridge.port(1, 1, 0);
+  std::vector<std::string> lines = lines_of(*bridge, test_frame{.tags = {{0x0105, "x"}}, .payload_length = 0}.build());
+  std::erase_if(lines, [](const std::string& line) { return !line.starts_with("<br0>    "); });  // the builders' lines
+  lines.erase(lines.begin(), std::ranges::find(lines, "<br0>    Found VSA tag."));
+  lines.resize(6);
+  EXPECT_THAT(lines, ElementsAre("<br0>    Found VSA tag.",
+                                 "<br0>          Past PPPoE end: @ >= @",  // where the tag goes
+                                 "<br0>    VSA tag will be added.", "<br0>    VSA tag stretched by 35 bytes.",
+                                 "<br0>          Past PPPoE end: @ >= @",  // what follows it
+                                 "<br0>    Added Circuit ID 'VELTRONA: eth 3/port1:0' (23 bytes)."));
+}
+
 TEST(FrameLog, WhatLiesBehindTheRecordReadsAsZero)
 {
   test_bridge bridge;

@@ -1,5 +1,6 @@
 // Properties that hold for every frame, tried on random ones of every tag layout. The seed is printed on failure.
 #include "tests/support/records_fixture.h"
+#include "tests/support/spoofing.h"
 
 #include <gtest/gtest.h>
 
@@ -55,6 +56,18 @@ uint32_t length_field(const byte_string& record)
 void set_code(byte_string& record, const test_frame& frame, uint8_t code)
 {
   record[frame.ethertype_offset() + 3] = code;
+}
+
+// What is wrong with what left for the server, whatever came.
+std::string complaint(const byte_string& sent, const pppoeia_port& port)
+{
+  constexpr size_t header = 107;
+  if (sent.size() <= header || port.state == 0)
+    return {};
+  const std::span<const unsigned char> ethernet = std::span(sent).subspan(header);
+  const uint8_t code = spoofing::read(ethernet, spoofing::reader::strict).code;
+  const bool judged = port.trust == 1 || code == 0x09 || code == 0x19;
+  return judged ? spoofing::complaint(ethernet, vendor_value("VELTRONA: eth 3/port1:0", "")) : "";
 }
 
 class FrameProperty : public testing::TestWithParam<unsigned> {
@@ -123,6 +136,7 @@ TEST_P(FrameProperty, AnyBytesAreSafeAndCountersAgree)
     if (!sent.empty()) {
       ASSERT_EQ(length_field(sent), sent.size());
     }
+    ASSERT_EQ(complaint(sent, port), "");
     ASSERT_EQ(0, std::memcmp(&bridge->stats, &port.stats, sizeof port.stats));
     seen += !sent.empty();
   }

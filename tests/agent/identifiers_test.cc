@@ -1,13 +1,19 @@
 // Which identifier a port and VLAN get: modes, formats, defaults, queries.
 #include "pppoeia/customid/trace.h"
+#include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/api_fixture.h"
+#include "tests/support/records_fixture.h"
+#include "tests/support/syslog_capture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace {
 
@@ -54,6 +60,25 @@ TEST_F(Identifiers, DefaultEthernetText)
   EXPECT_STREQ(text, "VELTRONA:1 eth 3/port1:<vid>:<cvid>");
   EXPECT_EQ(pppoeia_port_circuit_id_get("br0", 2, text), -ENODEV);
   EXPECT_EQ(pppoeia_port_circuit_id_get("brX", 1, text), -ENOENT);
+}
+
+// What the worker keeps of a frame is its own: a query of any line would show the client of another.
+TEST_F(Identifiers, QueryOutsideAFrameHasNoClient)
+{
+  pppoeia_circuit_id_format_set("br0", "c$CLNT_MAC.");
+  pppoeia_port_vsa_circuit_id_mode_set("br0", 1, 2);
+  bridge.vlan_enabled.set(0);
+  bridge.port[0].state = 1;
+  wire_send(agent.kernel.wire("br0_pppoe"), test_frame{}.build());
+  const byte_string sent = wire_receive(agent.kernel.wire("br0_pppoe"));
+  const std::string inserted(sent.begin(), sent.end());
+  EXPECT_THAT(inserted, testing::HasSubstr("c02:11:22:AA:BB:CC."));
+  pppoeia_log_level = log_debug;
+  syslog_take();
+  char text[256];
+  EXPECT_EQ(pppoeia_port_circuit_id_get("br0", 1, text), 0);
+  EXPECT_STREQ(text, "c.");
+  EXPECT_THAT(syslog_take_texts(), testing::Contains("<br0> >> Invalid frame )\n"));
 }
 
 TEST_F(Identifiers, DefaultAtmTextIsForAtmPortsAndNotCut)
@@ -112,6 +137,32 @@ TEST_F(Identifiers, TestDebugShowsWhereModeAndFormatComeFrom)
   EXPECT_THAT(trace, testing::ContainsRegex("\tPPPOEIA_DEBUG:pppoeia_build_remote_id,[0-9]+: Using global "
                                             "format='name'\n"));
   EXPECT_THAT(trace, testing::HasSubstr("interface-vlan CID mode=2\n"));
+}
+
+// What standard output holds back until the process ends helps nobody who tries a format.
+TEST_F(Identifiers, TraceIsOutWhenTheOperationEnds)
+{
+  char path[] = "/tmp/identifiers_test.XXXXXX";
+  const int file = mkstemp(path);
+  unlink(path);
+  std::fflush(stdout);
+  const int former = dup(STDOUT_FILENO);
+  dup2(file, STDOUT_FILENO);
+  customFormatTestDebug = true;
+  const auto traced = [&] { return lseek(file, 0, SEEK_CUR); };
+  circuit(1, 100);
+  const off_t of_mode = traced();
+  remote(1, 100);
+  const off_t of_format = traced();
+  customFormatTestDebug = false;
+  std::fflush(stdout);
+  const off_t in_all = traced();
+  dup2(former, STDOUT_FILENO);
+  close(former);
+  close(file);
+  EXPECT_GT(of_mode, 0);
+  EXPECT_GT(of_format, of_mode);
+  EXPECT_EQ(of_format, in_all);
 }
 
 TEST_F(Identifiers, RemoteIdComesFromFormatsOnlyAndKnowsNoCustomerVlan)

@@ -51,23 +51,16 @@ TEST_F(VendorTag, GoesIntoAnEmptyPayload)
   EXPECT_EQ(process(*bridge, frame.build()), with_tags(frame, {vsa}));
 }
 
-TEST_F(VendorTag, WhatFollowsAnEmptyPayloadCountsAsItsLastTag)
+TEST_F(VendorTag, GoesBeforeAFirstTagThatDoesNotFit)
 {
-  const auto sent = [&](byte_string trailer) {
-    return process(*bridge, test_frame{.tags = {}, .trailer = trailer}.build());
-  };
-  const auto expected = [&](byte_string before, byte_string behind) {
-    byte_string record = with_tags({}, {vsa});
-    record.insert(record.end() - 4 - static_cast<long>(vsa.value.size()), before.begin(), before.end());
-    record.insert(record.end(), behind.begin(), behind.end());
-    const auto length = static_cast<uint32_t>(record.size());
-    std::memcpy(&record[48], &length, sizeof length);
-    return record;
-  };
-  EXPECT_EQ(sent({0x42, 0x42, 0, 1, 7, 8, 9}), expected({0x42, 0x42, 0, 1, 7}, {8, 9}));
-  EXPECT_EQ(sent({0x42, 0x42, 0, 0}), expected({0x42, 0x42, 0, 0}, {}));  // up to the record's last byte
-  EXPECT_EQ(sent({0x42, 0x42, 0, 1}), expected({}, {0x42, 0x42, 0, 1}));
-  EXPECT_EQ(sent({0, 0, 0, 0, 0}), expected({}, {0, 0, 0, 0, 0}));  // padding is an End-Of-List tag
+  // Of an empty payload, one that ends in the tag's header, one that ends in its value.
+  const test_tag first{0x0101, "isp"};
+  for (const int payload : {0, 1, 3, 4, 6}) {
+    const test_frame frame{.tags = {first}, .trailer = {1, 2, 3}, .payload_length = payload};
+    test_frame expected{.tags = {vsa, first}, .trailer = frame.trailer};
+    expected.payload_length = payload + static_cast<int>(vsa.value.size()) + 4;
+    EXPECT_EQ(process(*bridge, frame.build()), expected.build()) << payload;
+  }
 }
 
 TEST_F(VendorTag, ReplacesTheOneThereInPlace)
@@ -126,14 +119,15 @@ TEST_F(VendorTag, ThatClaimsMoreThanThePayloadIsDropped)
   EXPECT_EQ(bridge->stats.malformed + bridge->stats.dropped, 0u);
 }
 
-TEST_F(VendorTag, ThatClaimsMoreThanTheRecordHasIsTooLargeToReplace)
+TEST_F(VendorTag, ThatIsNotWholeInThePayloadIsNotReplaced)
 {
-  // Taking 65,000 bytes off wraps the frame's size: an error answer.
-  byte_string record = test_frame{.tags = {{0x0105, "abcd"}}}.build();
-  record[test_frame{}.tags_offset() + 2] = 0xfd;
-  const byte_string back = process(*bridge, record);
-  ASSERT_EQ(back.size(), record.size());
-  EXPECT_EQ(back[test_frame{}.ethertype_offset() + 3], 0x07);
+  const test_tag first{0x0105, "abcd"};
+  for (const int payload : {0, 3, 4, 7}) {
+    const test_frame frame{.tags = {first, {0x0101, ""}}, .payload_length = payload};
+    test_frame expected{.tags = {vsa, first, {0x0101, ""}}};
+    expected.payload_length = payload + static_cast<int>(vsa.value.size()) + 4;
+    EXPECT_EQ(process(*bridge, frame.build()), expected.build()) << payload;
+  }
 }
 
 TEST_F(VendorTag, FitsToTheLastByteOfTheLargestPdu)

@@ -28,7 +28,7 @@ int fixed_mac(unsigned char mac[6])
 
 test_bridge::test_bridge(uint32_t ports, const char* name)
 {
-  void* block = std::calloc(1, sizeof(pppoeia_bridge) + (ports + 1) * sizeof(pppoeia_port));
+  void* block = std::calloc(1, bridge_record_size(ports));
   record_ = new (block) pppoeia_bridge{};
   record_->ports = record_->port_count = ports;
   pthread_mutex_init(&record_->mutex, nullptr);
