@@ -1,20 +1,19 @@
 #include "pppoeia/log.h"
 
+#include "base/system_log.h"
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <new>
-#include <syslog.h>
 
 std::atomic<int32_t> pppoeia_log_level{log_info};
 
 namespace {
 
-void send_to_syslog(int level, const char* text)
-{
-  syslog(std::min(level, static_cast<int>(log_info)), "%s %s", "[PPPoE]", text);
-}
+constexpr char prefix[] = "[PPPoE] ";
+constexpr size_t prefix_size = sizeof prefix - 1;
 
 }  // namespace
 
@@ -22,21 +21,24 @@ void pppoeia_log(int level, const char* format, ...)
 {
   if (!log_enabled(level))
     return;
-  char text[1000];
+  char text[prefix_size + 1000];
+  memcpy(text, prefix, prefix_size);
   va_list arguments;
   va_start(arguments, format);
-  const int length = vsnprintf(text, sizeof text, format, arguments);
+  const int length = vsnprintf(text + prefix_size, sizeof text - prefix_size, format, arguments);
   va_end(arguments);
-  if (length < static_cast<int>(sizeof text)) {
-    send_to_syslog(level, text);
+  const int priority = std::min(level, static_cast<int>(log_info));
+  if (length < static_cast<int>(sizeof text - prefix_size)) {
+    system_log(priority, text);
     return;
   }
   const size_t size = static_cast<size_t>(length) + 1;
-  const std::unique_ptr<char[]> whole(new (std::nothrow) char[size]);
+  const std::unique_ptr<char[]> whole(new (std::nothrow) char[prefix_size + size]);
   if (!whole)
     return;
+  memcpy(whole.get(), prefix, prefix_size);
   va_start(arguments, format);
-  vsnprintf(whole.get(), size, format, arguments);
+  vsnprintf(whole.get() + prefix_size, size, format, arguments);
   va_end(arguments);
-  send_to_syslog(level, whole.get());
+  system_log(priority, whole.get());
 }

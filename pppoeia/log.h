@@ -28,7 +28,8 @@ extern "C" {
 
 // Logs one message, printf-style. Tests the level before it formats. Debug messages that pass are sent at
 // informational priority, so that a node's syslog filter does not lose them. A text over 999 characters is formatted
-// on the heap, and dropped silently when there is no memory for it. Any thread; takes no lock of its own.
+// on the heap, and dropped silently when there is no memory for it. Any thread; how long it may wait for the log daemon
+// is base/system_log.h's matter.
 void pppoeia_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // extern "C"

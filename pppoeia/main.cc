@@ -1,5 +1,6 @@
 // The agent's process: serves management requests until SIGINT or SIGTERM. It does not initialise the agent; that is
 // the first request of the management plane.
+#include "base/system_log.h"
 #include "pppoeia/dispatcher.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
@@ -24,6 +25,7 @@ int main(int, char** argv)
 {
   constexpr ippcServer server{"/var/run/pppoeia_fe_main", pppoeia_ippc_dispatcher, 0};
   std::fprintf(stderr, "[%d] ----> %s\n", static_cast<int>(getpid()), argv[0]);
+  system_log_begin("[PPPoE] ");
   pppoeia_log(log_info, "PPPoE IA process started.");
   if (process_signals_install() != 0)
     give_up("Error installing signal handlers.");

@@ -1,4 +1,5 @@
 // bllhost: a process for the plug-in entities of a board, from its first library to its last save.
+#include "base/system_log.h"
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/self_debugger.h"
 
@@ -38,6 +39,7 @@ exit_status host(const settings& given)
 {
   if (!singleton<SelfDebugger>::instance().installCrashReports())  // first, while the process is small and single
     std::fprintf(stderr, "bllhost: a crash will leave no report\n");
+  system_log_begin("");
   const sigset_t signals = end_signals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // here and in every thread that plug-ins start
   BLLManager& manager = singleton<BLLManager>::instance();

@@ -1,5 +1,6 @@
 #include "rte/BLL/core/sys_log.h"
 
+#include "base/system_log.h"
 #include <string>
 #include <syslog.h>
 
@@ -39,7 +40,7 @@ void SysLog::writeMessageToLog(const logData_t& data)
   if (data.buffer.empty())
     return;
   if (data.buffer.find('\t') == std::string::npos)
-    syslog(priorityOf(data.msgLevel), "%s", data.buffer.c_str());
+    system_log(priorityOf(data.msgLevel), data.buffer.c_str());
   else
-    syslog(priorityOf(data.msgLevel), "%s", withoutTabs(data.buffer).c_str());
+    system_log(priorityOf(data.msgLevel), withoutTabs(data.buffer).c_str());
 }

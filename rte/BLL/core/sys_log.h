@@ -1,4 +1,4 @@
-// The back-end of the framework log that writes to syslog(3).
+// The back-end of the framework log that writes to syslog(3), by way of base/system_log.h.
 #pragma once
 
 #include "rte/BLL/core/log_impl.h"
