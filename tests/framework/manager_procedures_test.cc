@@ -123,8 +123,10 @@ TEST_F(ManagerProcedures, NamesThatXmlDoesNotAllowAreNotSaved)
   add("a b");
   add("c");
   applyAndForget();
+  logged();
   manager().saveConfiguration(path("saved.xml"));
   EXPECT_THAT(calls, ElementsAre("save a b", "save c"));
+  EXPECT_THAT(logged(), ElementsAre("BLE a b cannot be saved under its name.\n"));
   std::ifstream file(path("saved.xml"));
   EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}),
               testing::EndsWith("<Configuration>\n  <c Of=\"c\"/>\n</Configuration>\n"));

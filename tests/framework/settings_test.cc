@@ -242,6 +242,17 @@ TEST_F(Settings, AFailedSaveKeepsTheOldFile)
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1) << "nothing is left lying about";
 }
 
+TEST_F(Settings, WhatASaveHasLeftBehindIsInNobodysWay)
+{
+  for (int n = 0; n < 100; ++n)
+    std::ofstream(path("out.xml." + std::to_string(getpid()) + "." + std::to_string(n) + ".new"));
+  const auto files = [&] { return std::distance(std::filesystem::directory_iterator(folder), {}); };
+  const auto before = files();
+  EXPECT_TRUE(Storage::StorageMng().save(path("out.xml")));
+  EXPECT_TRUE(Storage::StorageMng().save(path("out.xml")));
+  EXPECT_EQ(files(), before + 1);
+}
+
 TEST_F(Settings, ASaveKeepsModeAndLinks)
 {
   std::ofstream(path("out.xml")) << "old";

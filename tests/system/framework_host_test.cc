@@ -64,10 +64,11 @@ protected:
     for (int tries = 0; tries < 200 && system("rpcinfo >/dev/null 2>&1") != 0; ++tries)
       usleep(50'000);
   }
-  void startHost()
+  void startHost(const std::vector<std::string>& options = {})
   {
-    host = std::make_unique<background>(
-        std::vector<std::string>{HOST_PROGRAMS "/bllhost", "--save", work + "/saved.xml"}, work + "/host");
+    std::vector<std::string> command{HOST_PROGRAMS "/bllhost", "--save", work + "/saved.xml"};
+    command.insert(command.end(), options.begin(), options.end());
+    host = std::make_unique<background>(command, work + "/host");
   }
   // Entities are up, and messages are served.
   bool isUp()
@@ -162,6 +163,27 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
   std::ifstream saved(work + "/saved.xml");
   EXPECT_THAT(std::string(std::istreambuf_iterator<char>(saved), {}), ContainsRegex("<hello.*\n.*<depends>"));
   EXPECT_EQ(send("depends").first, 3) << "nobody serves it any more";
+}
+
+TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
+{
+  EXPECT_EQ(run(HOST_PROGRAMS "/bllhost --allow-user no-such-user").first, 2);
+  std::filesystem::permissions(work, std::filesystem::perms{0755});
+  std::filesystem::copy(HOST_PROGRAMS "/bllmsg", work);
+  const auto sendAs = [](const char* user) {
+    return run(std::string("setpriv --clear-groups --regid nogroup --reuid ") + user + " " + work + "/bllmsg depends");
+  };
+  startMapper();
+  startHost({"--allow-user", "nogroup", "--allow-user", "bin"});
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_EQ(sendAs("root").first, 0);
+  EXPECT_EQ(sendAs("nobody").first, 0) << "of that group in the user database";
+  EXPECT_EQ(sendAs("bin").first, 0);
+  const auto [status, text] = sendAs("daemon");
+  EXPECT_EQ(status, 1) << "the group that a process gives itself does not count";
+  EXPECT_THAT(text, HasSubstr("bllmsg: not allowed: "));
+  EXPECT_TRUE(node.wait_for_log("RPC call to program 536870935, procedure 1, by user 1 refused"));
+  EXPECT_EQ(host->end(), 0);
 }
 
 TEST_F(FrameworkHost, HostileClientsHoldNobodyUp)

@@ -1,6 +1,7 @@
 // bllhost: a process for the plug-in entities of a board, from its first library to its last save.
 #include "base/system_log.h"
 #include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/rpc_access.h"
 #include "rte/BLL/core/self_debugger.h"
 
 #include <CLI/CLI.hpp>
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -18,6 +20,7 @@ struct settings {
   std::string configuration = "bll_saved.xml";
   bool save = false;
   bool log_to_stderr = false;
+  std::vector<std::string> allowed_users;
 };
 
 sigset_t end_signals()
@@ -67,6 +70,15 @@ int main(int argc, char** argv)
   CLI::Option* const file =
       app.add_option("--save", given.configuration, "save the entities' configuration here at the end");
   app.add_flag("--log-to-stderr", given.log_to_stderr, "show what is logged on standard error too");
+  app.add_option("--allow-user", given.allowed_users,
+                 "serve messages of this user, or of this group's members, beside those of root and of bllhost's own "
+                 "user; may be repeated")
+      ->allow_extra_args(false)
+      ->type_name("NAME|GROUP")
+      ->each([](const std::string& name) {
+        if (!rpcAllow(name))
+          throw CLI::ValidationError("--allow-user", "no user or group " + name);
+      });
   app.footer("Environment: BLL_CONFIG (configuration file), BLL_BOARD_ID (file with the board's identity),\n"
              "BLL_LIB_DIR (folder of the libraries).\n"
              "Exit status: 0 stopped on request, 1 the entities could not be started, 2 usage.");

@@ -34,6 +34,16 @@ bool service_is_absent(clnt_stat status)
   return status == RPC_TIMEDOUT || status == RPC_CANTSEND || status == RPC_CANTRECV;
 }
 
+// Why the call has failed.
+std::string reason_of(CLIENT* client)
+{
+  rpc_err error = {};
+  clnt_geterr(client, &error);
+  if (error.re_status == RPC_AUTHERROR && error.re_why == AUTH_TOOWEAK)
+    return "not allowed: the service serves root, its own user and those of bllhost --allow-user";
+  return without_newline(clnt_sperror(client, "not delivered"));
+}
+
 }  // namespace
 
 delivery_result message_send(transport transport, double seconds, const std::string& message, const std::string& value,
@@ -52,8 +62,7 @@ delivery_result message_send(transport transport, double seconds, const std::str
                                      reinterpret_cast<char*>(&arguments), reinterpret_cast<xdrproc_t>(xdr_enum),
                                      reinterpret_cast<char*>(&undelivered), limit);
   if (status != RPC_SUCCESS)
-    return {service_is_absent(status) ? delivery::no_service : delivery::refused,
-            without_newline(clnt_sperror(client.get(), "not delivered"))};
+    return {service_is_absent(status) ? delivery::no_service : delivery::refused, reason_of(client.get())};
   if (undelivered)
     return {delivery::refused, "the service could not write its reply to " + tty};
   return {delivery::delivered, {}};

@@ -28,21 +28,22 @@ void BLLManager::saveConfiguration(const std::string& file)
 {
   logAt(LogImpl::debug) << ">>> Saving configuration has been started.\n";
   Storage::StorageMng store;
-  Storage::StorageMng nowhere;  // for entities that cannot be saved: they write, and it is lost
+  Storage::StorageMng nowhere;  // for entities whose name XML does not allow: they write, and it is lost
   {
     const sharedLock_t guard;
     if (!guard.isLocked())
       return;
     for (const auto& [name, entity] : startOrder()) {
-      boost::shared_ptr<Storage::Setting> setting = store.addRoot(name);
-      if (!setting)  // a name that XML does not allow
-        setting = nowhere.addRoot("unsaved");
       logAt(LogImpl::debug) << "\n\tBLE: <" << name << ">... ";
+      const boost::shared_ptr<Storage::Setting> saved = store.addRoot(name);
+      // An entity is not handed an empty handle to write to.
+      const boost::shared_ptr<Storage::Setting> setting = saved ? saved : nowhere.addRoot("unsaved");
       if (setting)
         callEntity(name, [&, e = entity] { e->saveConfiguration(setting); });
-      else  // no element can have this name; an entity is not handed an empty handle to write to
+      if (saved)
+        logAt(LogImpl::debug) << "done.";
+      else
         logAt(LogImpl::critical) << "BLE " << name << " cannot be saved under its name.\n";
-      logAt(LogImpl::debug) << "done.";
     }
   }
   store.save(file);

@@ -2,23 +2,20 @@
 
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/lock_seam.h"
-#include "rte/BLL/core/rpc_connections.h"
+#include "rte/BLL/core/rpc_access.h"
+#include "rte/BLL/core/rpc_server.h"
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <rpc/rpc.h>
 #include <set>
 #include <sys/eventfd.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 namespace {
 
-// The runtime refuses to know more descriptors than select can hold.
-constexpr int mostDescriptors = 1024;
 constexpr auto longestWait = std::chrono::seconds(3);
 
 bool hasOwnLoop(const std::string& name)
@@ -186,43 +183,26 @@ void RPCProxy::threadFunction()
 
 void RPCProxy::run()
 {
-  startFunction_(&checkInterrupt_);
-  if (hasOwnLoop(name_))
+  if (hasOwnLoop(name_)) {
+    startFunction_(&checkInterrupt_);
     return;
+  }
+  rpcServer_t server(rpcAdmit);
+  startFunction_(&checkInterrupt_);
+  server.adoptLibraryTransports();
   try {
-    serve();
+    serve(server);
   } catch (const boost::thread_interrupted&) {
     std::fprintf(stderr, "[%d] %s: RPC main loop stopping.\n", getpid(), name_.c_str());
   }
 }
 
 // Returns if waiting fails; ends by boost::thread_interrupted when the proxy is stopped.
-void RPCProxy::serve() const
+void RPCProxy::serve(rpcServer_t& server) const
 {
   std::fprintf(stderr, "[%d] %s: Starting main RPC loop - custom made.\n", getpid(), name_.c_str());
-  const bool wakes = wake_ >= 0 && wake_ < mostDescriptors;
-  rpcConnections_t connections;
-  for (;;) {
-    fd_set ready = svc_fdset;
-    if (wakes)
-      FD_SET(wake_, &ready);
-    timeval timeout = {1, 0};
-    int count = select(mostDescriptors, &ready, nullptr, nullptr, &timeout);
-    if (count < 0 && errno != EINTR) {
-      std::fprintf(stderr, "[%d] %s: RPC main loop stopping (%d - %s).\n", getpid(), name_.c_str(), errno,
-                   std::strerror(errno));
-      return;
-    }
-    if (eventfd_t ignored; count > 0 && wakes && FD_ISSET(wake_, &ready)) {
-      eventfd_read(wake_, &ignored);
-      FD_CLR(wake_, &ready);
-      --count;
-    }
-    if (count > 0) {
-      fd_set served = ready;
-      svc_getreqset(&served);
-      connections.tend(ready);
-    }
+  while (server.serve(wake_))
     checkInterrupt();
-  }
+  std::fprintf(stderr, "[%d] %s: RPC main loop stopping (%d - %s).\n", getpid(), name_.c_str(), errno,
+               std::strerror(errno));
 }

@@ -1,13 +1,15 @@
 // A thread that registers ONC RPC services on the loopback interface and serves them.
 //
-// The RPC runtime keeps its transports and services in variables of the whole process, without a lock: only the proxy's
-// thread touches them. So services are registered by the start function, which runs on that thread.
+// Services are registered by the start function, which runs on the proxy's thread. Each proxy serves its own ones, one
+// request at a time, and several proxies do so side by side: a request that takes long holds up no other proxy's.
 #pragma once
 
 #include <boost/thread/thread.hpp>
 #include <condition_variable>
 #include <mutex>
 #include <string>
+
+class rpcServer_t;
 
 // Lets code that serves in a loop of its own honour a request to stop: throws boost::thread_interrupted on a thread
 // that has been interrupted.
@@ -38,7 +40,7 @@ public:
 private:
   void threadFunction();
   void run();
-  void serve() const;
+  void serve(rpcServer_t& server) const;
   void reap();
 
   std::mutex mutex_;  // guards the next two and the handle of the thread

@@ -1,9 +1,13 @@
 #include "rte/BLL/core/rpc_register.h"
 
+#include "rte/BLL/core/rpc_connection.h"
+#include "rte/BLL/core/rpc_server.h"
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc_com.h>
@@ -15,17 +19,7 @@
 
 namespace {
 
-// A record of a TCP client is kept until it is whole: so much, and no more, or the connection is closed. Setting it
-// also keeps the runtime from waiting for the rest of a record that never comes, which would hold up everybody else;
-// the price is that the runtime cannot decode a record of more than 64 KiB, all strings together.
-int largestRecord = 256 * 1024;
 constexpr int backlog = 128;
-
-struct service_t {
-  rpcprog_t program;
-  rpcvers_t version;
-  rpcDispatch_t dispatch;
-};
 
 struct protocol_t {
   const char* name;
@@ -34,7 +28,7 @@ struct protocol_t {
 };
 
 // `what` stands before the service, `rest` behind it; the reason follows where the system gave one.
-void report(int line, const service_t& service, const std::string& what, const char* rest = "", int error = 0)
+void report(int line, const rpcService_t& service, const std::string& what, const char* rest = "", int error = 0)
 {
   std::fprintf(stderr, "%s:%d Cannot %s RPC service 0x%08lx/%lu, version %lu%s", "rpc_register.cc", line, what.c_str(),
                static_cast<unsigned long>(service.program), static_cast<unsigned long>(service.program),
@@ -45,7 +39,7 @@ void report(int line, const service_t& service, const std::string& what, const c
 }
 
 // A socket on the loopback interface, or -1 after a report.
-int loopbackSocket(const service_t& service, const protocol_t& protocol)
+int loopbackSocket(const rpcService_t& service, const protocol_t& protocol)
 {
   const std::string name = protocol.name;
   const int fd = socket(AF_INET, protocol.socketType | SOCK_CLOEXEC, static_cast<int>(protocol.number));
@@ -66,18 +60,26 @@ int loopbackSocket(const service_t& service, const protocol_t& protocol)
   return -1;
 }
 
-SVCXPRT* createTransport(int fd, const protocol_t& protocol)
+// Takes the socket for the server of this thread, or closes it after a report.
+void serveOn(rpcServer_t& server, const rpcService_t& service, const protocol_t& protocol, int fd)
 {
-  return protocol.socketType == SOCK_DGRAM ? svcudp_create(fd) : svctcp_create(fd, 0, 0);
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  const int number = static_cast<int>(protocol.number);
+  if (pmap_set(service.program, service.version, number, ntohs(address.sin_port)))
+    return server.add(service, fd, number);
+  report(__LINE__, service, std::string("register ") + protocol.name);
+  close(fd);
 }
 
-// Null after a report.
-SVCXPRT* startTransport(const service_t& service, const protocol_t& protocol)
+// Takes the socket for a transport in the RPC library's table, or closes it after a report and answers null. With a
+// limit for records the library does not wait, either, for the rest of a record that never comes.
+SVCXPRT* makeTransport(const rpcService_t& service, const protocol_t& protocol, int fd)
 {
-  const int fd = loopbackSocket(service, protocol);
-  if (fd < 0)
-    return nullptr;
-  SVCXPRT* const transport = createTransport(fd, protocol);
+  int largestRecord = rpcConnection_t::largestRecord;
+  rpc_control(RPC_SVC_CONNMAXREC_SET, &largestRecord);
+  SVCXPRT* const transport = protocol.socketType == SOCK_DGRAM ? svcudp_create(fd) : svctcp_create(fd, 0, 0);
   if (!transport) {
     report(__LINE__, service, std::string("create ") + protocol.name);
     close(fd);
@@ -94,16 +96,23 @@ SVCXPRT* startTransport(const service_t& service, const protocol_t& protocol)
 
 void rpcProxyRegisterSvc(rpcprog_t program, rpcvers_t version, rpcDispatch_t dispatch)
 {
-  static auto& transports = *new std::map<std::pair<rpcprog_t, rpcvers_t>, std::vector<SVCXPRT*>>;
   static constexpr protocol_t protocols[] = {{"UDP", SOCK_DGRAM, IPPROTO_UDP}, {"TCP", SOCK_STREAM, IPPROTO_TCP}};
+  static auto& transports = *new std::map<std::pair<rpcprog_t, rpcvers_t>, std::vector<SVCXPRT*>>;
+  static std::mutex& oneAtATime = *new std::mutex;
 
-  rpc_control(RPC_SVC_CONNMAXREC_SET, &largestRecord);
+  const std::lock_guard guard(oneAtATime);
+  const rpcService_t service{program, version, dispatch};
+  rpcServer_t* const server = rpcServer_t::ofThisThread();
   pmap_unset(program, version);
-  std::vector<SVCXPRT*>& own = transports[{program, version}];
-  for (SVCXPRT* const earlier : own)
+  if (server)
+    server->remove(program, version);
+  for (SVCXPRT* const earlier : std::exchange(transports[{program, version}], {}))
     svc_destroy(earlier);
-  own.clear();
-  for (const protocol_t& protocol : protocols)
-    if (SVCXPRT* const transport = startTransport({program, version, dispatch}, protocol))
-      own.push_back(transport);
+  for (const protocol_t& protocol : protocols) {
+    const int fd = loopbackSocket(service, protocol);
+    if (fd >= 0 && server)
+      serveOn(*server, service, protocol, fd);
+    else if (SVCXPRT* const transport = fd < 0 ? nullptr : makeTransport(service, protocol, fd))
+      transports[{program, version}].push_back(transport);
+  }
 }

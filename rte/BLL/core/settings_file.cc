@@ -1,13 +1,13 @@
 #include "rte/BLL/core/settings_file.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <memory>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,18 +52,29 @@ bool writeInPlace(const std::string& path, std::string_view content)
   return file.fd() >= 0 && fcntl(file.fd(), F_SETFL, 0) == 0 && file.write(content);
 }
 
-// A name of its own for each save, so that two at once do not write into each other's file.
-std::string freshName(const std::string& path)
+// A new file beside `path`, or -1. Its name is nobody's: saves at the same time, and what one that was killed has left
+// behind, have other ones. Unlike mkostemp() it leaves the mode to the umask.
+int createBeside(const std::string& path, std::string& name)
 {
-  static std::atomic<unsigned> saves{0};
-  return path + "." + std::to_string(getpid()) + "." + std::to_string(saves++) + ".new";
+  constexpr int mostTries = 100;
+  std::random_device random;
+  int fd = -1;
+  for (int tries = 0; tries < mostTries; ++tries) {
+    char suffix[16];
+    std::snprintf(suffix, sizeof suffix, ".%08x", random());
+    name = path + suffix;
+    fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0 || errno != EEXIST)
+      break;
+  }
+  return fd;
 }
 
 // `old` is what stands at the path, null if nothing does. Its owner is kept where the process may give files away.
 bool replace(const std::string& path, std::string_view content, const struct stat* old)
 {
-  const std::string fresh = freshName(path);
-  const outputFile_t file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  std::string fresh;
+  const outputFile_t file(createBeside(path, fresh));
   if (file.fd() < 0)
     return false;
   const bool sameOwner = !old || fchown(file.fd(), old->st_uid, old->st_gid) == 0;

@@ -1,0 +1,318 @@
+// The RPC service's proxies in this process, at a real port mapper: cut messages, other people's sockets, and two
+// proxies side by side.
+#include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/rpc_bll_service.h"
+#include "rte/BLL/core/rpc_register.h"
+#include "tests/system/private_node.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/rpc_msg.h>
+#include <semaphore>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#ifdef __SANITIZE_ADDRESS__
+// The RPC library forgets some of what its clients, here the test, find out about the service.
+extern "C" const char* __lsan_default_suppressions()
+{
+  return "leak:libtirpc.so";
+}
+#endif
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr uid_t nobody = 65534;
+constexpr rpcprog_t slowProgram = 0x20000099;
+constexpr rpcproc_t quick = 1, slow = 2;
+constexpr char success[] = "0", garbage[] = "4", tooWeak[] = "denied 1 5", silence[] = "";
+constexpr int kinds[] = {SOCK_DGRAM, SOCK_STREAM};
+
+std::string callMessage(rpcprog_t program, rpcproc_t procedure, uint32_t id = 1)
+{
+  rpc_msg message = {};
+  message.rm_xid = id;
+  message.rm_direction = CALL;
+  message.rm_call = {RPC_MSG_VERSION, program, bllRpcVersion, procedure, {}, {}};
+  char text[] = "text";
+  bllRpcMessage_t arguments{text, text, text + 4};
+  std::string bytes(1000, '\0');
+  XDR xdrs;
+  xdrmem_create(&xdrs, bytes.data(), 1000, XDR_ENCODE);
+  EXPECT_TRUE(xdr_callmsg(&xdrs, &message) && xdrBllRpcMessage(&xdrs, &arguments));
+  bytes.resize(xdr_getpos(&xdrs));
+  return bytes;
+}
+
+u_short portOf(rpcprog_t program, int kind)
+{
+  sockaddr_in mapper = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  return pmap_getport(&mapper, program, bllRpcVersion, kind == SOCK_DGRAM ? IPPROTO_UDP : IPPROTO_TCP);
+}
+
+// A socket of the given owner that is connected to a program.
+class client_t {
+public:
+  client_t(int kind, u_short port, uid_t owner = 0, int family = AF_INET)
+      : kind_(kind), fd_(socket(family, kind | SOCK_CLOEXEC, 0))
+  {
+    const timeval patience = {20, 0};
+    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    EXPECT_EQ(fchown(fd_, owner, owner), 0);
+    const sockaddr_in four = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    sockaddr_in6 six = {AF_INET6, htons(port), 0, {}, 0};
+    inet_pton(AF_INET6, "::ffff:127.0.0.1", &six.sin6_addr);
+    EXPECT_EQ(family == AF_INET ? connect(fd_, reinterpret_cast<const sockaddr*>(&four), sizeof four)
+                                : connect(fd_, reinterpret_cast<const sockaddr*>(&six), sizeof six),
+              0);
+  }
+  ~client_t() { close(fd_); }
+  client_t(const client_t&) = delete;
+  client_t& operator=(const client_t&) = delete;
+
+  void send(const std::string& message) const
+  {
+    const uint32_t mark = htonl(0x80000000U | static_cast<uint32_t>(message.size()));
+    std::string bytes(reinterpret_cast<const char*>(&mark), kind_ == SOCK_STREAM ? sizeof mark : 0);
+    bytes += message;
+    EXPECT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+  }
+  // Number of the call and what was answered to it: the words that matter.
+  std::pair<uint32_t, std::string> receive() const
+  {
+    std::array<uint32_t, 8> words = {};
+    uint32_t mark = sizeof words;
+    if (kind_ == SOCK_STREAM && recv(fd_, &mark, sizeof mark, MSG_WAITALL) == sizeof mark)
+      mark = ntohl(mark) & 0x7fffffff;
+    if (recv(fd_, words.data(), std::min<size_t>(mark, sizeof words), 0) <= 0)
+      return {0, "nothing"};
+    for (uint32_t& word : words)
+      word = ntohl(word);
+    const bool denied = words[2] == MSG_DENIED;
+    return {words[0],
+            denied ? "denied " + std::to_string(words[3]) + " " + std::to_string(words[4]) : std::to_string(words[5])};
+  }
+  std::string ask(const std::string& message) const
+  {
+    send(message);
+    return receive().second;
+  }
+  // The answer to a message that may get none: silence, then.
+  std::string answerBeforeNext(const std::string& message, rpcprog_t program) const
+  {
+    constexpr uint32_t next = 99;
+    send(message);
+    send(callMessage(program, NULLPROC, next));
+    const auto [id, answer] = receive();
+    if (id == next)
+      return silence;
+    EXPECT_EQ(receive(), std::make_pair(next, std::string(success)));
+    return answer;
+  }
+
+private:
+  int kind_;
+  int fd_;
+};
+
+std::atomic<int> messages;
+std::atomic<bool> holdMessages;
+std::binary_semaphore held{0}, letGo{0};
+
+void noteMessage()
+{
+  ++messages;
+  if (!holdMessages)
+    return;
+  held.release();
+  letGo.acquire();
+}
+
+class RpcProxies : public testing::Test {
+protected:
+  static void SetUpTestSuite()
+  {
+    reason = geteuid() == 0 ? node.enter() : "needs root";
+    if (!reason.empty())
+      return;
+    std::filesystem::create_directories("/run/rpcbind");
+    mapper = new background({"rpcbind", "-f"}, "/run/rpcbind.output");
+    for (int tries = 0; tries < 200 && system("rpcinfo >/dev/null 2>&1") != 0; ++tries)
+      usleep(50'000);
+    setenv("BLL_BOARD_ID", "/nonexistent", 1);
+    singleton<BLLManager>::instance().externalMessageSubscribers.emplace_back([](const auto&...) { noteMessage(); });
+  }
+  static void TearDownTestSuite()
+  {
+    if (mapper)
+      mapper->end();
+  }
+  void SetUp() override
+  {
+    if (!reason.empty())
+      GTEST_SKIP() << reason;
+    messages = 0;
+    start(own, bllRpcProgram);
+  }
+  static void start(RPCProxy& proxy, rpcprog_t program)
+  {
+    pmap_unset(program, bllRpcVersion);
+    ASSERT_TRUE(proxy.start());
+    for (const int kind : kinds)
+      for (int tries = 0; tries < 2000 && portOf(program, kind) == 0; ++tries)
+        usleep(5'000);
+  }
+  static auto call(rpcproc_t procedure = bllRpcSendMessage) { return callMessage(bllRpcProgram, procedure); }
+
+  static inline private_node& node = *new private_node;  // its reader outlives main()
+  static inline background* mapper = nullptr;
+  static inline std::string reason;
+  RPCProxy own{rpcBllmanagerStart, "BLLManager_mng"};
+};
+
+TEST_F(RpcProxies, CutMessagesAreGarbageAndRepeatNothing)
+{
+  const std::string whole = call();
+  for (const int kind : kinds) {
+    messages = 0;
+    const client_t client(kind, portOf(bllRpcProgram, kind));
+    for (size_t size = 0; size < whole.size(); ++size) {
+      ASSERT_EQ(client.ask(whole), success);
+      // Two words say that it is a call, and which one.
+      ASSERT_EQ(client.answerBeforeNext(whole.substr(0, size), bllRpcProgram), size < 8 ? silence : garbage) << size;
+    }
+    EXPECT_EQ(messages, static_cast<int>(whole.size()));
+  }
+}
+
+TEST_F(RpcProxies, OtherUsersMayAskForNothing)
+{
+  node.logged();
+  for (const int kind : kinds)
+    for (const int family : {AF_INET, AF_INET6}) {
+      const u_short port = portOf(bllRpcProgram, kind);
+      const client_t stranger(kind, port, nobody, family);
+      EXPECT_EQ(stranger.ask(call()), tooWeak);
+      EXPECT_EQ(stranger.ask(call(7)), tooWeak);
+      EXPECT_EQ(stranger.ask(call(NULLPROC)), success);
+      EXPECT_EQ(messages, 0);
+      EXPECT_EQ(client_t(kind, port, 0, family).ask(call()), success);
+      EXPECT_EQ(messages.exchange(0), 1);
+    }
+  EXPECT_TRUE(node.wait_for_log("refused"));
+  int lines = 0;
+  for (const std::string& line : node.logged())
+    lines += line.find("by user 65534 refused; 0 more") != std::string::npos;
+  EXPECT_EQ(lines, 1);
+}
+
+// A socket that is closed by the time is nobody's; the kernel says root's. A UDP port may have several.
+TEST_F(RpcProxies, WhoCannotBeToldIsRefused)
+{
+  holdMessages = true;
+  const client_t busy(SOCK_STREAM, portOf(bllRpcProgram, SOCK_STREAM));
+  busy.send(call());
+  held.acquire();
+  for (const int kind : kinds)
+    client_t(kind, portOf(bllRpcProgram, kind), nobody).send(call());
+  holdMessages = false;
+  letGo.release();
+  EXPECT_EQ(busy.receive().second, success);
+
+  const u_short port = portOf(bllRpcProgram, SOCK_DGRAM);
+  int sharers[2];
+  sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t size = sizeof address;
+  for (int& fd : sharers) {
+    fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);  // for the second one, at the same port
+  }
+  const sockaddr_in service = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+  EXPECT_EQ(connect(sharers[0], reinterpret_cast<const sockaddr*>(&service), sizeof service), 0);
+  for (const uid_t other : {uid_t{0}, nobody}) {
+    EXPECT_EQ(fchown(sharers[1], other, other), 0);
+    const std::string message = call();
+    EXPECT_EQ(send(sharers[0], message.data(), message.size(), 0), static_cast<ssize_t>(message.size()));
+    uint32_t words[8] = {};
+    EXPECT_GT(recv(sharers[0], words, sizeof words, 0), 0);
+    EXPECT_EQ(ntohl(words[2]), other == nobody ? MSG_DENIED : MSG_ACCEPTED);
+  }
+  for (const int fd : sharers)
+    close(fd);
+  EXPECT_EQ(client_t(SOCK_STREAM, portOf(bllRpcProgram, SOCK_STREAM)).ask(call(NULLPROC)), success);
+  EXPECT_EQ(messages, 2) << "of the busy one, and of the port that one user has alone";
+}
+
+std::atomic<std::thread::id> neighbour;
+
+void dispatchNeighbour(svc_req* request, SVCXPRT* transport)
+{
+  EXPECT_EQ(std::this_thread::get_id(), neighbour.load());
+  if (request->rq_proc == slow) {
+    held.release();
+    letGo.acquire();
+  }
+  enum_t result = 0;
+  svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_enum), &result);
+}
+
+void* startNeighbour(void*)
+{
+  neighbour = std::this_thread::get_id();
+  rpcProxyRegisterSvc(slowProgram, bllRpcVersion, dispatchNeighbour);
+  return nullptr;
+}
+
+// The RPC library is asked for the ports before there are threads.
+using ports_t = std::pair<u_short, u_short>;
+
+ports_t portsOf(rpcprog_t program)
+{
+  return {portOf(program, SOCK_DGRAM), portOf(program, SOCK_STREAM)};
+}
+
+void askOften(rpcprog_t program, ports_t ports, int times)
+{
+  for (const int kind : kinds) {
+    const client_t client(kind, kind == SOCK_DGRAM ? ports.first : ports.second);
+    for (int i = 0; i < times; ++i)
+      EXPECT_EQ(client.ask(callMessage(program, quick)), success);
+  }
+}
+
+TEST_F(RpcProxies, ServeSideBySide)
+{
+  for (int round = 0; round < 10; ++round) {
+    RPCProxy other(startNeighbour, "dhcpra_fun");
+    start(other, slowProgram);
+    const ports_t ours = portsOf(bllRpcProgram), theirs = portsOf(slowProgram);
+    std::thread clients[] = {std::thread(askOften, bllRpcProgram, ours, 100),
+                             std::thread(askOften, slowProgram, theirs, 100),
+                             std::thread(askOften, slowProgram, theirs, 100)};
+    for (std::thread& client : clients)
+      client.join();
+
+    const int kind = kinds[round % 2];
+    const client_t waiting(kind, portOf(slowProgram, kind));
+    waiting.send(callMessage(slowProgram, slow));
+    held.acquire();
+    askOften(bllRpcProgram, ours, 10);  // while the other one is busy
+    letGo.release();
+    EXPECT_EQ(waiting.receive().second, success);
+    EXPECT_TRUE(other.stop(true));
+    askOften(bllRpcProgram, ours, 10);
+  }
+}
+
+}  // namespace
