@@ -4,7 +4,6 @@
 #include "pppoeia/pppoeia.h"
 
 #include <atomic>
-#include <sched.h>
 #include <type_traits>
 #include <utility>
 
@@ -71,7 +70,11 @@ std::atomic<bool> ending{false};
 class request_scope {
 public:
   request_scope() { ++in_progress; }
-  ~request_scope() { --in_progress; }
+  ~request_scope()
+  {
+    if (--in_progress == 0)
+      in_progress.notify_all();
+  }
   request_scope(const request_scope&) = delete;
   request_scope& operator=(const request_scope&) = delete;
 };
@@ -96,6 +99,6 @@ int32_t pppoeia_ippc_dispatcher(ippcFuncData* request)
 void pppoeia_requests_end()
 {
   ending = true;
-  while (in_progress != 0)
-    sched_yield();
+  for (int now; (now = in_progress) != 0;)
+    in_progress.wait(now);
 }

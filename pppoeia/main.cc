@@ -35,6 +35,7 @@ int main(int, char** argv)
     give_up("Error starting IPPC server.");
   pppoeia_log(log_info, "PPPoE IA API ready. Accepting IPPC connections.");
   process_wait_for_end();
+  process_end_bound();
   pppoeia_requests_end();
   if (pppoeia_globals.load())
     pppoeia_fini();

@@ -1,14 +1,37 @@
 #include "pppoeia/process.h"
 
+#include "base/ending_signals.h"
+#include "pppoeia/log.h"
+
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <poll.h>
+#include <pthread.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
 std::atomic<int32_t> pppoeia_running{1};
 static_assert(std::atomic<int32_t>::is_always_lock_free, "written by a signal handler");
+
+constexpr auto end_most = std::chrono::seconds(2);
+constexpr auto line_most = std::chrono::milliseconds(300);
+
+void* tell_of_late_end(void*)
+{
+  std::this_thread::sleep_for(end_most);
+  pppoeia_log(log_critical, "PPPoE IA process does not end in good order.");
+  return nullptr;
+}
+
+void* end_now(void*)
+{
+  std::this_thread::sleep_for(end_most + line_most);
+  _exit(exit_cut_short);
+}
 
 }  // namespace
 
@@ -20,11 +43,9 @@ void pppoeia_signal_handler(int number)
 
 int process_signals_install()
 {
-  sigset_t ending;
-  sigemptyset(&ending);
-  sigaddset(&ending, SIGINT);
-  sigaddset(&ending, SIGTERM);
+  const sigset_t ending = ending_signals();
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
   struct sigaction action {};
   action.sa_handler = pppoeia_signal_handler;
   sigemptyset(&action.sa_mask);
@@ -42,4 +63,13 @@ void process_wait_for_end()
   constexpr timespec step{10, 0};
   while (pppoeia_running)
     ppoll(nullptr, 0, &step, &open);  // opens the mask and sleeps in one act: no signal falls in between
+}
+
+// Two threads, since the log may hold the one that tells. Without one for the end the alarm signal does it.
+void process_end_bound()
+{
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, end_now, nullptr) != 0)
+    alarm(static_cast<unsigned>(end_most.count()));
+  pthread_create(&thread, nullptr, tell_of_late_end, nullptr);
 }

@@ -5,9 +5,9 @@
 #include <sstream>
 #include <string>
 
-// Writes the whole text of `text` to the device in one write. An empty path does nothing. A device that cannot be
-// opened, prepared or written whole is reported to syslog at critical priority, whatever the log level, and the
-// report is lost; a short write is not retried.
+// Writes the whole text of `text` to the device in one write, as terminal_write() does: with the rights of whoever
+// asked. An empty path does nothing. A device that cannot be opened, prepared or written whole is reported to syslog at
+// critical priority, whatever the log level, and the report, or its rest, is lost.
 void pppoeia_send_stream_to_tty(const std::stringstream& text, const std::string& path);
 
 #endif

@@ -13,6 +13,7 @@
 // the cost of the core that delivers them. So it naps instead, and finds a batch when it looks again.
 #include "pppoeia/worker.h"
 
+#include "base/ending_signals.h"
 #include "pppoeia/device_watch.h"
 #include "pppoeia/frame.h"
 #include "pppoeia/frame_buffers.h"
@@ -25,7 +26,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <pthread.h>
@@ -210,15 +210,8 @@ void* pppoeia_bridge_worker(void* argument)
 
 int worker_thread_start(pppoeia_bridge& bridge)
 {
-  sigset_t ending;
-  sigset_t former;
-  sigemptyset(&ending);
-  sigaddset(&ending, SIGINT);
-  sigaddset(&ending, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &ending, &former);
-  const int rc = pthread_create(&bridge.thread, nullptr, pppoeia_bridge_worker, &bridge);
-  pthread_sigmask(SIG_SETMASK, &former, nullptr);
-  return rc;
+  const ending_signals_held held;
+  return pthread_create(&bridge.thread, nullptr, pppoeia_bridge_worker, &bridge);
 }
 
 int worker_thread_join(pppoeia_bridge& bridge)

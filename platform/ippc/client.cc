@@ -51,7 +51,8 @@ call_error client::exchange(std::chrono::milliseconds time_out)
 {
   const clock::time_point deadline = clock::now() + time_out;
   // There is room for a packet nearly always: asking first would cost a system call a request.
-  while (send(fd_, packet_.data(), packet_.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+  // A server that has closed the connection may have left word why, so that is no reason not to look.
+  while (send(fd_, packet_.data(), packet_.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EPIPE) {
     if (errno != EAGAIN && errno != EINTR)
       return call_error::no_server;
     if (!wait_for(fd_, POLLOUT, deadline))
@@ -64,6 +65,8 @@ call_error client::exchange(std::chrono::milliseconds time_out)
       return call_error::time_out;
     size = recv(fd_, received_.data(), received_.size(), 0);
   }
+  if (size < 0 && errno == ECONNRESET)  // closed with the request unread; what came before is behind the error
+    size = recv(fd_, received_.data(), received_.size(), MSG_DONTWAIT);
   if (size <= 0)
     return call_error::no_server;
   reply_size_ = static_cast<size_t>(size);
@@ -94,6 +97,8 @@ call_reply client::call(uint16_t function_id, std::vector<std::vector<unsigned c
   if (const call_error error = exchange(time_out); error != call_error::none)
     return {.error = error};
   const std::optional<reply> reply = reply_decode({received_.data(), reply_size_});
+  if (reply && reply->status == status_busy)
+    return {.error = call_error::busy};
   if (!reply || reply->sequence != sequence || reply->function_id != function_id)
     return {.error = call_error::protocol};
   for (size_t i = 0; i < std::min(arguments.size(), reply->arguments.size()); ++i)

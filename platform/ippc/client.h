@@ -17,6 +17,7 @@ enum class call_error {
   no_server,  // nobody serves the path, or the server went away
   time_out,   // no reply in time; the connection is of no more use
   protocol,   // the reply is none, or none to this call
+  busy,       // the server has no place for another connection; this one is of no more use
 };
 
 struct call_reply {
@@ -33,7 +34,7 @@ public:
   client(const client&) = delete;
   client& operator=(const client&) = delete;
 
-  // False, with errno set, when nobody serves the path or all connections are taken.
+  // False, with errno set, when nobody serves the path. Whether the server has a place shows at the first call.
   bool open(const std::string& path);
 
   // Calls a function. `arguments` are what is sent, and hold afterwards what came back, of the same sizes; unchanged

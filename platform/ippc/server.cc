@@ -1,11 +1,11 @@
 #include "platform/ippc/server.h"
 
+#include "base/ending_signals.h"
 #include "platform/ippc/listener.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -13,6 +13,61 @@
 #include <unistd.h>
 
 namespace ippc {
+namespace {
+
+// Who connected; nothing when the kernel does not tell.
+std::optional<caller> peer_of(int fd)
+{
+  ucred who{};
+  socklen_t size = sizeof who;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) != 0)
+    return std::nullopt;
+  caller peer{who.uid, who.gid, {}};
+  size = 0;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, nullptr, &size) != 0 && errno != ERANGE)
+    return std::nullopt;
+  peer.groups.resize(size / sizeof(gid_t));
+  if (size > 0 && getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, peer.groups.data(), &size) != 0)
+    return std::nullopt;
+  return peer;
+}
+
+std::optional<uid_t> user_of(const std::optional<caller>& peer)
+{
+  return peer ? std::optional(peer->user) : std::nullopt;
+}
+
+// Every packet is to come with its sender's identity, so that an empty one can be told from the end.
+void tell_packets_from_end(int fd)
+{
+  constexpr int on = 1;
+  setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
+}
+
+// One packet's own size, also where it does not fit, as recv() otherwise.
+ssize_t receive(int fd, std::vector<unsigned char>& packet, bool& ended)
+{
+  alignas(cmsghdr) char identity[CMSG_SPACE(sizeof(ucred))];
+  iovec room{packet.data(), packet.size()};
+  msghdr message{};
+  message.msg_iov = &room;
+  message.msg_iovlen = 1;
+  message.msg_control = identity;
+  message.msg_controllen = sizeof identity;
+  const ssize_t size = recvmsg(fd, &message, MSG_TRUNC);
+  ended = size == 0 && message.msg_controllen == 0;
+  return size;
+}
+
+// Tells the peer that there is no place for it, whatever it has asked or is about to ask.
+void refuse(int fd)
+{
+  std::vector<unsigned char> packet;
+  reply_encode({.status = status_busy, .arguments = {}}, packet);
+  send(fd, packet.data(), packet.size(), MSG_NOSIGNAL);
+}
+
+}  // namespace
 
 server::server(std::string path, ippcCallback callback)
     : path_(std::move(path)), dispatch_(callback), packet_(packet_max)
@@ -51,17 +106,12 @@ int server::start()
     return -1;
   watch(listener_, EPOLLIN, EPOLL_CTL_ADD);
   watch(ending_, EPOLLIN, EPOLL_CTL_ADD);
-  // Signals are the main thread's affair.
-  sigset_t all;
-  sigset_t former;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &former);
+  const ending_signals_held held;
   try {
     thread_ = std::thread([this] { serve(); });
   } catch (const std::system_error& error) {
     errno = error.code().value();
   }
-  pthread_sigmask(SIG_SETMASK, &former, nullptr);
   return thread_.joinable() ? 0 : -1;
 }
 
@@ -71,17 +121,23 @@ void server::serve()
   while (true) {
     const int ready = epoll_wait(poll_, events, std::size(events), -1);
     for (int i = 0; i < ready; ++i) {
-      const int fd = events[i].data.fd;
-      if (fd == ending_)
+      if (events[i].data.fd == ending_)
         return;
-      if (fd == listener_)
-        accept_one();
-      else if (events[i].events & EPOLLOUT)
-        write_rest(fd);
-      else
-        read_one(fd, (events[i].events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0);
+      serve_event(events[i].data.fd, events[i].events);
     }
   }
+}
+
+void server::serve_event(int fd, uint32_t events)
+{
+  if (fd == listener_)
+    accept_one();
+  else if (!connections_.contains(fd))
+    return;  // given up since the events were taken
+  else if (events & EPOLLOUT)
+    write_rest(fd);
+  else
+    read_one(fd);
 }
 
 void server::accept_one()
@@ -93,12 +149,34 @@ void server::accept_one()
       usleep(10'000);
     return;
   }
-  if (connections_.size() >= connections_max) {
+  connection newcomer{peer_of(fd), ++requests_, {}};
+  if (connections_.size() >= connections_max && !make_room(newcomer)) {
+    refuse(fd);
     close(fd);
     return;
   }
-  connections_[fd];
+  tell_packets_from_end(fd);
+  connections_[fd] = std::move(newcomer);
   watch(fd, EPOLLIN | EPOLLRDHUP, EPOLL_CTL_ADD);
+}
+
+// Drops a connection of the user who has the most, if that is fair. False when nobody has more than the newcomer would.
+bool server::make_room(const connection& newcomer)
+{
+  std::map<std::optional<uid_t>, unsigned> places;
+  for (const auto& [fd, client] : connections_)
+    ++places[user_of(client.peer)];
+  const auto most = std::ranges::max_element(places, {}, [](const auto& one) { return one.second; });
+  if (most->second <= places[user_of(newcomer.peer)] + 1)
+    return false;
+  auto oldest = connections_.end();
+  for (auto it = connections_.begin(); it != connections_.end(); ++it)
+    if (user_of(it->second.peer) == most->first &&
+        (oldest == connections_.end() || it->second.last_request < oldest->second.last_request))
+      oldest = it;
+  refuse(oldest->first);
+  drop(oldest->first);
+  return true;
 }
 
 void server::drop(int fd)
@@ -107,20 +185,22 @@ void server::drop(int fd)
   close(fd);
 }
 
-void server::read_one(int fd, bool hung_up)
+void server::read_one(int fd)
 {
-  // With MSG_TRUNC the count is the packet's own size: one that does not fit shows.
-  const ssize_t size = recv(fd, packet_.data(), packet_.size(), MSG_TRUNC);
+  bool ended = false;
+  const ssize_t size = receive(fd, packet_, ended);
   if (size < 0 && (errno == EAGAIN || errno == EINTR))
     return;
-  // An empty packet reads like the end; only a peer that hung up has ended.
-  if (size < 0 || (size == 0 && hung_up))
+  if (size < 0 || ended)
     return drop(fd);
   const size_t taken = std::min(static_cast<size_t>(size), packet_.size());
   const bool cut = static_cast<size_t>(size) > packet_.size();
   // A packet cut by its size is malformed; what was read of it names id and sequence.
   const const_bytes packet(packet_.data(), cut ? request_header - 1 : taken);
-  reply_send(fd, connections_[fd], dispatch_.run(packet));
+  connection& client = connections_[fd];
+  client.last_request = ++requests_;
+  const caller_scope scope(client.peer ? &*client.peer : nullptr);
+  reply_send(fd, client, dispatch_.run(packet));
 }
 
 void server::reply_send(int fd, connection& client, const std::vector<unsigned char>& packet)

@@ -19,6 +19,7 @@ inline constexpr size_t arguments_max = 255;
 inline constexpr size_t request_header = 16;
 inline constexpr size_t reply_header = 24;
 inline constexpr int32_t status_malformed = -2;
+inline constexpr int32_t status_busy = -3;  // of a reply to no request: all places are taken, the connection is closed
 
 using const_bytes = std::span<const unsigned char>;
 

@@ -1,4 +1,5 @@
 // Named VLANs, the entries of ports and VLANs, the dump and the way back to defaults.
+#include "base/caller.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
@@ -208,6 +209,18 @@ TEST_F(PortVlan, TerminalThatCannotBeWrittenLosesTheReportOnly)
   EXPECT_EQ(pppoeia_dump("br0", 0, ""), 0);
   EXPECT_TRUE(syslog_take().empty());
   EXPECT_EQ(pppoeia_dump("br0", 0, std::string(5000, '/').c_str()), 0);
+}
+
+TEST_F(PortVlan, ReportIsWrittenWithTheRightsOfWhoeverAsked)
+{
+  syslog_take();
+  EXPECT_EQ(pppoeia_dump("br0", 0, "/dev/null"), 0);
+  EXPECT_TRUE(syslog_take().empty());
+  const caller_scope unknown(nullptr);
+  EXPECT_EQ(pppoeia_dump("br0", 0, "/dev/null"), 0);
+  const auto lines = syslog_take();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].text, "\t PPPoEIA: Error opening tty file for writing: /dev/null\n");
 }
 
 }  // namespace

@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <list>
+#include <optional>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -87,7 +89,16 @@ TEST_F(IppcServer, SocketOfALivingServerIsNotTakenAStaleOneIs)
   std::filesystem::remove(file);
 }
 
-TEST_F(IppcServer, ServesSixtyFourAndClosesOneMore)
+// With the given user as the one who connects.
+template <typename Action>
+void as_user(uid_t user, Action action)
+{
+  ASSERT_EQ(seteuid(user), 0);
+  action();
+  ASSERT_EQ(seteuid(0), 0);
+}
+
+TEST_F(IppcServer, ServesSixtyFourAndTellsOneMoreThatItIsBusy)
 {
   std::list<ippc::client> clients(64);
   std::vector<std::vector<unsigned char>> none;
@@ -95,13 +106,142 @@ TEST_F(IppcServer, ServesSixtyFourAndClosesOneMore)
     ASSERT_TRUE(client.open(path));
     EXPECT_EQ(client.call(7, none, 2s).result, 7);
   }
-  ippc::client more;
-  EXPECT_TRUE(more.open(path));
-  EXPECT_EQ(more.call(7, none, 2s).error, ippc::call_error::no_server);
+  for (int i = 0; i < 100; ++i) {
+    ippc::client more;
+    EXPECT_TRUE(more.open(path));
+    EXPECT_EQ(more.call(7, none, 2s).error, ippc::call_error::busy);
+    EXPECT_NE(more.call(7, none, 2s).error, ippc::call_error::none);
+  }
+  const int fd = raw_connection();
+  unsigned char packet[64];
+  ASSERT_EQ(recv(fd, packet, sizeof packet, 0), 24);
+  const auto refusal = ippc::reply_decode({packet, 24});
+  ASSERT_TRUE(refusal);
+  EXPECT_EQ(refusal->status, -3);
+  EXPECT_EQ(recv(fd, packet, sizeof packet, 0), 0) << "and closed";
+  close(fd);
   clients.pop_front();
   for (int tries = 0; tries < 100 && !serves(); ++tries)
     usleep(1000);
   EXPECT_TRUE(serves());
+}
+
+TEST_F(IppcServer, OneUserCannotKeepAllOthersOut)
+{
+  if (getuid() != 0)
+    GTEST_SKIP() << "needs root";
+  chmod(path.c_str(), 0666);
+  std::list<ippc::client> hoard(64);
+  std::vector<std::vector<unsigned char>> none;
+  as_user(54321, [&] {
+    for (ippc::client& client : hoard) {
+      ASSERT_TRUE(client.open(path));
+      ASSERT_EQ(client.call(7, none, 2s).result, 7);
+    }
+    hoard.front().call(7, none, 2s);  // now the second is the one that was silent longest
+    EXPECT_FALSE(serves()) << "the same user has no claim on more";
+  });
+  ippc::client other;
+  ASSERT_TRUE(other.open(path));
+  EXPECT_EQ(other.call(7, none, 2s).result, 7);
+  EXPECT_EQ(hoard.front().call(7, none, 2s).result, 7);
+  EXPECT_EQ(std::next(hoard.begin())->call(7, none, 2s).error, ippc::call_error::busy);
+  EXPECT_EQ(std::next(hoard.begin(), 2)->call(7, none, 2s).result, 7);
+}
+
+// What a request's execution found about its thread.
+std::optional<caller> served;
+sigset_t held_back;
+
+int32_t look_around(ippcFuncData* request)
+{
+  served = current_asker() == asker::known ? std::optional(*current_caller()) : std::nullopt;
+  pthread_sigmask(SIG_SETMASK, nullptr, &held_back);
+  return echo(request);
+}
+
+class IppcCallback : public IppcServer {
+protected:
+  IppcCallback() : observer(path + ".look", look_around) { EXPECT_EQ(observer.start(), 0); }
+
+  void ask()
+  {
+    served.reset();
+    ippc::client client;
+    std::vector<std::vector<unsigned char>> none;
+    EXPECT_TRUE(client.open(path + ".look"));
+    EXPECT_EQ(client.call(9, none, 2s).result, 9);
+  }
+
+  ippc::server observer;
+};
+
+TEST_F(IppcCallback, WorksInTheNameOfWhoeverConnected)
+{
+  ask();
+  ASSERT_TRUE(served);
+  EXPECT_EQ(served->user, geteuid());
+  EXPECT_EQ(served->group, getegid());
+  std::vector<gid_t> groups(static_cast<size_t>(getgroups(0, nullptr)));
+  groups.resize(static_cast<size_t>(getgroups(static_cast<int>(groups.size()), groups.data())));
+  EXPECT_EQ(served->groups, groups);
+  if (getuid() != 0)
+    return;
+  chmod((path + ".look").c_str(), 0666);
+  as_user(54321, [&] { ask(); });
+  ASSERT_TRUE(served);
+  EXPECT_EQ(served->user, 54321u);
+}
+
+TEST_F(IppcCallback, HoldsBackTheSignalsThatEndAndNoOther)
+{
+  ask();
+  for (int signal = 1; signal < SIGRTMIN; ++signal)
+    EXPECT_EQ(sigismember(&held_back, signal), signal == SIGINT || signal == SIGTERM) << signal;
+}
+
+TEST_F(IppcServer, EveryPacketIsAnsweredBeforeTheEndIsSeen)
+{
+  const int fd = raw_connection();
+  std::vector<unsigned char> request;
+  ippc::request_encode(42, 5, {}, request);
+  std::vector<int32_t> statuses;
+  for (const size_t size : {size_t{0}, size_t{0}, request.size(), size_t{0}})
+    ASSERT_GE(send(fd, request.data(), size, 0), 0);
+  ASSERT_EQ(shutdown(fd, SHUT_WR), 0);
+  unsigned char reply[64];
+  while (recv(fd, reply, sizeof reply, 0) == 24)
+    statuses.push_back(ippc::reply_decode({reply, 24})->status);
+  EXPECT_EQ(statuses, (std::vector{-2, -2, 0, -2}));
+  close(fd);
+}
+
+TEST_F(IppcServer, DescriptorsThatAreSentAlongAreNotKept)
+{
+  const auto open_now = [] {
+    const auto all = std::filesystem::directory_iterator("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  const int fd = raw_connection();
+  char byte = 0;
+  iovec data{&byte, 1};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof fd)] = {};
+  msghdr message{};
+  message.msg_iov = &data;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof fd), SOL_SOCKET, SCM_RIGHTS};
+  std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), &fd, sizeof fd);
+  EXPECT_TRUE(serves());
+  const auto before = open_now();
+  unsigned char reply[64];
+  for (int i = 0; i < 10; ++i) {
+    ASSERT_EQ(sendmsg(fd, &message, 0), 1);
+    ASSERT_EQ(recv(fd, reply, sizeof reply, 0), 24);
+  }
+  EXPECT_LE(open_now(), before);
+  close(fd);
 }
 
 TEST_F(IppcServer, MalformedPacketsKeepTheConnectionOpen)

@@ -51,7 +51,7 @@ exit_status send(const settings& given, const std::string& tty)
   return exit_no_service;
 }
 
-// The reply comes to a terminal made for it, so that it can be read where standard output is a file or a pipe.
+// The reply comes to a file made for it, so that it arrives whole wherever standard output goes.
 exit_status send_and_show(const settings& given)
 {
   report_terminal terminal;

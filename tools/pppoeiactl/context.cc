@@ -12,19 +12,26 @@ constexpr bool is_printable(unsigned char c)
 
 }  // namespace
 
-agent_client::answer context::ask(const api::operation& operation, const words& inputs) const
+void context::demand_arrival(const agent_client::answer& answer) const
 {
-  agent_client::answer answer = agent.call(operation, inputs);
   switch (answer.error) {
   case ippc::call_error::none:
-    break;
+    return;
   case ippc::call_error::no_server:
     throw command_error(exit_no_agent, "no agent answers on " + agent.socket());
   case ippc::call_error::time_out:
     throw command_error(exit_time_out, "the agent did not answer in time");
   case ippc::call_error::protocol:
     throw command_error(exit_refused, "the answer is not from an agent");
+  case ippc::call_error::busy:
+    throw command_error(exit_busy, "the agent on " + agent.socket() + " is busy: all its connections are taken");
   }
+}
+
+agent_client::answer context::ask(const api::operation& operation, const words& inputs) const
+{
+  agent_client::answer answer = agent.call(operation, inputs);
+  demand_arrival(answer);
   if (answer.status != 0)
     throw command_error(exit_refused, "the agent did not take the request");
   return answer;

@@ -28,6 +28,9 @@ struct context {
   agent_client::connection& agent;
   bool json = false;
 
+  // Throws, with what a user is to be told, unless an answer arrived.
+  void demand_arrival(const agent_client::answer& answer) const;
+
   // Calls an operation by its row's name; the name is checked while compiling where it is a literal (see row()).
   // Throws unless the agent answered; the result may be any.
   agent_client::answer ask(const api::operation& operation, const words& inputs) const;

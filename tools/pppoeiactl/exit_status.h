@@ -8,6 +8,7 @@ enum exit_status : int {
   exit_usage = 2,
   exit_no_agent = 3,
   exit_time_out = 4,
+  exit_busy = 5,  // the agent has no place for another connection
 };
 
 #endif

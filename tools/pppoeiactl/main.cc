@@ -67,7 +67,8 @@ exit_status run(const settings& given)
   }
 }
 
-constexpr char exit_statuses[] = "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out.";
+constexpr char exit_statuses[] =
+    "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 agent busy.";
 
 [[noreturn]] void print_and_end(const std::string& text)
 {

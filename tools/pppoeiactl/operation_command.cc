@@ -124,8 +124,7 @@ void raw_call(const context& context, uint16_t id, const words& texts)
     buffers.back().push_back(0);
   }
   const agent_client::answer answer = context.agent.call(id, std::move(buffers));
-  if (answer.error == ippc::call_error::no_server)
-    throw command_error(exit_no_agent, "no agent answers on " + context.agent.socket());
+  context.demand_arrival(answer);
   if (!answer.ok())
     throw command_error(exit_refused,
                         "the agent did not take the request (status " + std::to_string(answer.status) + ")");

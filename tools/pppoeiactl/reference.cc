@@ -114,7 +114,7 @@ In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
 .SH EXIT STATUS
-0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out.
+0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent.
 .SH SEE ALSO
 .BR kvbridged (8)
 )";

@@ -1,55 +1,36 @@
 #include "tools/report_terminal/report_terminal.h"
 
 #include <cerrno>
-#include <climits>
-#include <poll.h>
-#include <pty.h>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
 #include <system_error>
-#include <termios.h>
 #include <unistd.h>
 
 report_terminal::report_terminal()
 {
-  char name[PATH_MAX];
-  if (openpty(&master_, &slave_, name, nullptr, nullptr) != 0)
-    throw std::system_error(errno, std::generic_category(), "no pseudo terminal");
-  path_ = name;
-  termios settings{};
-  tcgetattr(slave_, &settings);
-  cfmakeraw(&settings);  // bytes as the daemon wrote them
-  tcsetattr(slave_, TCSANOW, &settings);
-  reader_ = std::thread([this] { read_all(); });
+  std::error_code none;
+  for (const std::filesystem::path& folder :
+       {std::filesystem::path("/dev/shm"), std::filesystem::temp_directory_path(none)}) {
+    path_ = folder / "report.XXXXXX";
+    fd_ = mkostemp(path_.data(), O_CLOEXEC);
+    if (fd_ >= 0)
+      return;
+  }
+  throw std::system_error(errno, std::generic_category(), "no room for a report");
 }
 
 report_terminal::~report_terminal()
 {
-  abandoned_ = true;  // a daemon that hangs may keep the terminal open for ever
-  take();
-  close(master_);
+  close(fd_);
+  unlink(path_.c_str());
 }
 
-void report_terminal::read_all()
+std::string report_terminal::take() const
 {
-  constexpr int look_up_ms = 50;
-  char block[4096];
-  while (!abandoned_) {
-    pollfd wait{master_, POLLIN, 0};
-    if (poll(&wait, 1, look_up_ms) == 0)
-      continue;
-    const ssize_t count = read(master_, block, sizeof block);
-    if (count > 0)
-      text_.append(block, static_cast<size_t>(count));
-    else if (count == 0 || errno != EINTR)
-      return;
-  }
-}
-
-std::string report_terminal::take()
-{
-  if (slave_ >= 0)
-    close(slave_);
-  slave_ = -1;
-  if (reader_.joinable())
-    reader_.join();
-  return std::move(text_);
+  std::string text;
+  char block[16384];
+  for (ssize_t count; (count = pread(fd_, block, sizeof block, static_cast<off_t>(text.size()))) > 0;)
+    text.append(block, static_cast<size_t>(count));
+  return text;
 }

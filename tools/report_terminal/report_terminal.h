@@ -1,35 +1,28 @@
-// A terminal for the reports that a daemon writes to a device of the caller's naming: a pseudo terminal whose content
-// is read while it is written, so that a report of any length fits.
+// Stands in for a terminal where a daemon is to write a report to a device of the caller's naming: a file, since a
+// terminal or a pipe takes no more at a time than it has room for, and the daemon does not wait for a reader.
 #ifndef TOOLS_REPORT_TERMINAL_REPORT_TERMINAL_H
 #define TOOLS_REPORT_TERMINAL_REPORT_TERMINAL_H
 
-#include <atomic>
 #include <string>
-#include <thread>
 
 class report_terminal {
 public:
-  // Throws std::system_error when there is no pseudo terminal to be had.
+  // In /dev/shm, which daemons see too that have a /tmp of their own, or else in the folder for temporary files.
+  // Throws std::system_error when neither takes a file.
   report_terminal();
-  ~report_terminal();
+  ~report_terminal();  // removes it
   report_terminal(const report_terminal&) = delete;
   report_terminal& operator=(const report_terminal&) = delete;
 
-  // What the daemon is to open.
+  // What the daemon is to open. Only this user may.
   const std::string& path() const { return path_; }
 
-  // All that was written; once, after the daemon has answered.
-  std::string take();
+  // All that was written, once the daemon has answered.
+  std::string take() const;
 
 private:
-  void read_all();
-
-  int master_ = -1;
-  int slave_ = -1;  // keeps the terminal alive until the report is taken
+  int fd_ = -1;
   std::string path_;
-  std::string text_;  // the reader's until it has ended
-  std::atomic<bool> abandoned_ = false;
-  std::thread reader_;  // ends when nobody has the slave open and all is read, or when the report is abandoned
 };
 
 #endif

@@ -3,9 +3,9 @@
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/manager_log.h"
 #include "rte/BLL/core/self_debugger.h"
-#include "rte/BLL/core/terminal.h"
 #include "rte/BLL/util/measure_time.h"
 
+#include "base/terminal.h"
 #include "platform/bridge_plugin/kvbridge.h"
 #include <boost/algorithm/string/trim.hpp>
 #include <cstdio>
@@ -96,10 +96,14 @@ bool BLLManager::postExternalMessage(const std::string& message, const std::stri
   const std::string text = reply.str();
   if (text.empty())
     return false;
-  if (!tty.empty())
-    return !writeToTerminal(tty, text);
-  std::cout << text << std::flush;
-  return false;
+  if (tty.empty()) {
+    std::cout << text << std::flush;
+    return false;
+  }
+  const char* const error = terminal_write(tty, text);
+  if (error)
+    logAt(LogImpl::critical) << error << tty << "\n";
+  return error != nullptr;
 }
 
 void BLLManager::onExternalMessage(const std::string& message, const std::string& value, std::ostringstream& out)
