@@ -7,8 +7,12 @@
 // deadline computed beforehand; "period" cases compute one at every take, which is what a scope class does.
 #include "rte/BLL/core/bll_manager.h"
 #include <algorithm>
+#include <atomic>
 #include <benchmark/benchmark.h>
 #include <boost/thread/shared_mutex.hpp>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
 #include <cstdio>
 #include <future>
 #include <map>
@@ -246,6 +250,130 @@ void mixed8_guard(benchmark::State& state)
 }
 BENCHMARK(mixed8_boost_period)->Threads(8)->UseRealTime();
 BENCHMARK(mixed8_guard)->Threads(8)->UseRealTime();
+
+// How long one writer waits while others do nothing but read: each holds for a millisecond, asleep, and comes back at
+// once. A lock under which the writer waits for more than the holds of those inside lets late readers pass it. No wait
+// is longer than `longestWait`, since some would have no end.
+constexpr std::chrono::milliseconds longestWait(500);
+
+boost::system_time soon()
+{
+  return boost::get_system_time() + boost::posix_time::milliseconds(longestWait.count());
+}
+
+class frameworkLock_t {
+public:
+  bool write()
+  {
+    try {
+      return mutex_.timedLock(soon());
+    } catch (const recursiveSharedMutex_t::lockError_t&) {
+      return false;
+    }
+  }
+  void unlock() { mutex_.unlock(); }
+  void lock_shared() { mutex_.timedLockShared(farDeadline()); }
+  void unlock_shared() { mutex_.unlockShared(); }
+
+private:
+  recursiveSharedMutex_t mutex_;
+};
+
+class boostLock_t : public boost::shared_mutex {
+public:
+  bool write() { return timed_lock(soon()); }
+};
+
+// A plain line: everyone in the order of coming, neighbouring readers together.
+class fairQueue_t {
+public:
+  bool write()
+  {
+    std::unique_lock guard(mutex_);
+    const uint64_t turn = last_++;
+    changed_.wait(guard, [&] { return turn == next_ && readers_ == 0; });
+    return true;
+  }
+  void unlock()
+  {
+    const std::lock_guard guard(mutex_);
+    ++next_;
+    changed_.notify_all();
+  }
+  void lock_shared()
+  {
+    std::unique_lock guard(mutex_);
+    const uint64_t turn = last_++;
+    changed_.wait(guard, [&] { return turn == next_; });
+    ++next_;
+    ++readers_;
+    changed_.notify_all();
+  }
+  void unlock_shared()
+  {
+    const std::lock_guard guard(mutex_);
+    if (--readers_ == 0)
+      changed_.notify_all();
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  uint64_t next_ = 0, last_ = 0;
+  int readers_ = 0;  // inside
+};
+
+template <typename Lock>
+class readersInALoop_t {
+public:
+  readersInALoop_t(int64_t count, Lock& lock)
+  {
+    for (int64_t i = 0; i < count; ++i)
+      threads_.emplace_back([this, &lock] {
+        while (!stop_) {
+          lock.lock_shared();
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          lock.unlock_shared();
+        }
+      });
+  }
+  ~readersInALoop_t()
+  {
+    stop_ = true;
+    for (auto& thread : threads_)
+      thread.join();
+  }
+
+private:
+  std::atomic<bool> stop_ = false;
+  std::vector<std::thread> threads_;
+};
+
+// One iteration is 200 takes, or as many as three seconds hold.
+template <typename Lock>
+void writer_waits(benchmark::State& state)
+{
+  using clock = std::chrono::steady_clock;
+  Lock lock;
+  const readersInALoop_t<Lock> readers(state.range(0), lock);
+  std::vector<double> waits;
+  const auto end = clock::now() + std::chrono::seconds(3);
+  for (auto _ : state)
+    while (waits.size() < 200 && clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(3));
+      const auto asked = clock::now();
+      if (lock.write())
+        lock.unlock();
+      waits.push_back(std::chrono::duration<double, std::milli>(clock::now() - asked).count());
+    }
+  std::ranges::sort(waits);
+  state.counters["median_ms"] = waits[waits.size() / 2];
+  state.counters["worst_ms"] = waits.back();
+  state.counters["takes"] = static_cast<double>(waits.size());
+}
+BENCHMARK(writer_waits<frameworkLock_t>)->Arg(1)->Arg(4)->Arg(64)->Iterations(1);
+BENCHMARK(writer_waits<boostLock_t>)->Arg(1)->Arg(4)->Arg(64)->Iterations(1);
+BENCHMARK(writer_waits<fairQueue_t>)->Arg(1)->Arg(4)->Arg(64)->Iterations(1);
 
 // Which case is held against which, and the most that its time may be of the other's.
 struct ratio_t {

@@ -1,5 +1,8 @@
 // Walks every interleaving of a few threads over the real rules of the framework lock.
 //
+// Looked for are two holders that exclude each other, a reader that is served before a writer which came before it and
+// still waits, a reader held back without reason, deadlocks, lost wake-ups.
+//
 //   ctest -R LockModel                      (or the program lock_model_test)
 //   LOCK_MODEL_LONG=1 lock_model_test       four threads on every program as well: a minute and more
 //
@@ -63,28 +66,37 @@ struct modelThread_t {
   size_t next = 0;  // the step to take, or that waits
   phase_t phase = phase_t::runs;
   answer_t queue = answer_t::granted;  // where it sleeps
+  size_t arrived = 0;                  // its place among those that had to wait, since this take did; 0: it has not
 };
 struct world_t {
   lockRules_t rules;
   std::vector<modelThread_t> threads;
 };
 
-// The conflict test written over the whole table, as the rules are told to people: the sums must agree with it.
-bool inConflict(const lockRules_t& rules, boost::thread::id self, access_t access)
+// The conflict test as the rules are told to people, over the whole table and with the model's own knowledge of who
+// waits and since when: the sums and the line must agree with it. `arrived` 0 asks for a thread that comes now.
+bool inConflict(const world_t& world, const std::vector<program_t>& programs, size_t self, size_t arrived,
+                access_t access)
 {
-  const auto& states = rules.states();
-  const auto mine = states.find(self);
-  if (mine != states.end() && mine->second.exclusiveCount > 0)
+  const auto stateOf = [&](size_t t) {
+    const auto row = world.rules.states().find(idOf(t));
+    return row == world.rules.states().end() ? stateData{} : row->second;
+  };
+  if (stateOf(self).exclusiveCount > 0)
     return false;
-  const bool holdsShared = mine != states.end() && mine->second.sharedCount > 0;
-  return std::any_of(states.begin(), states.end(), [&](const auto& row) {
-    const auto& [id, state] = row;
-    if (id == self)
-      return false;
-    if (state.exclusiveCount > 0)
+  for (size_t t = 0; t < programs.size(); ++t) {
+    if (t == self)
+      continue;
+    if (stateOf(t).exclusiveCount > 0 || (access == access_t::exclusive && stateOf(t).sharedCount > 0))
       return true;
-    return access == access_t::exclusive ? state.sharedCount > 0 : state.waiting && !holdsShared;
-  });
+    const modelThread_t& other = world.threads[t];
+    const bool waitsExclusive =
+        (other.phase == phase_t::sleeps || other.phase == phase_t::woken) && programs[t].steps[other.next] == 'E';
+    const bool cameBefore = arrived == 0 || other.arrived < arrived;
+    if (access == access_t::shared && stateOf(self).sharedCount <= 0 && waitsExclusive && cameBefore)
+      return true;  // no reader that came later is served before a waiting writer
+  }
+  return false;
 }
 
 class walk_t {
@@ -151,17 +163,20 @@ private:
   {
     modelThread_t& thread = world.threads[t];
     const access_t access = programs_[t].steps[thread.next] == 'E' ? access_t::exclusive : access_t::shared;
-    const bool conflict = inConflict(world.rules, idOf(t), access);
+    const bool conflict = inConflict(world, programs_, t, thread.arrived, access);
     lockRules_t::wakes_t wakes;
     const answer_t answer = world.rules.request(world.rules.row(idOf(t)), access, deadlinePassed, wakes);
     ASSERT_EQ(answer == answer_t::granted, !conflict) << describe(world);
     if (answer == answer_t::granted) {
-      thread = {thread.next + 1, phase_t::runs, answer};
+      thread = {thread.next + 1, phase_t::runs, answer, 0};
       visit(std::move(world));
     } else if (answer == answer_t::failed) {
       thread.phase = phase_t::givesBack;
+      thread.arrived = 0;
       visitWoken(world, wakes);
     } else {
+      if (thread.arrived == 0)
+        thread.arrived = lastInLine(world) + 1;
       thread.phase = phase_t::sleeps;
       thread.queue = answer;
       visit(std::move(world));
@@ -174,6 +189,18 @@ private:
       ++world.threads[t].next;
     const auto wakes = world.rules.release(world.rules.row(idOf(t)), access);
     visitWoken(world, wakes);
+  }
+
+  static size_t lastInLine(const world_t& world)
+  {
+    return std::ranges::max(world.threads, {}, &modelThread_t::arrived).arrived;
+  }
+
+  // How many are before it: two worlds whose lines have the same order go on alike.
+  static size_t place(const world_t& world, size_t arrived)
+  {
+    return static_cast<size_t>(
+        std::ranges::count_if(world.threads, [&](const modelThread_t& t) { return t.arrived < arrived; }));
   }
 
   std::vector<size_t> sleepers(const world_t& world, answer_t queue) const
@@ -238,7 +265,7 @@ private:
       lockRules_t copy = world.rules;
       lockRules_t::wakes_t wakes;
       const answer_t answer = copy.request(copy.row(idOf(outsider)), access, true, wakes);
-      ASSERT_EQ(answer == answer_t::granted, !inConflict(world.rules, idOf(outsider), access)) << describe(world);
+      ASSERT_EQ(answer == answer_t::granted, !inConflict(world, programs_, outsider, 0, access)) << describe(world);
     }
   }
 
@@ -257,7 +284,8 @@ private:
     for (size_t t = 0; t < programs_.size(); ++t)
       if (world.threads[t].phase == phase_t::sleeps) {
         const bool wantsExclusive = programs_[t].steps[world.threads[t].next] == 'E';
-        ASSERT_TRUE(inConflict(world.rules, idOf(t), wantsExclusive ? access_t::exclusive : access_t::shared))
+        ASSERT_TRUE(inConflict(world, programs_, t, world.threads[t].arrived,
+                               wantsExclusive ? access_t::exclusive : access_t::shared))
             << "thread " << t << " sleeps although nothing is in its way: " << describe(world);
       }
     if (asleep > 0 && canRun == 0) {
@@ -280,11 +308,12 @@ private:
     for (size_t t = 0; t < programs_.size(); ++t) {
       const stateData state = stateOf(world, t);
       const modelThread_t& thread = world.threads[t];
-      text += programs_[t].steps + (programs_[t].patient ? "!" : "") + "@" + std::to_string(thread.next) +
-              static_cast<char>(thread.phase) +
-              (thread.phase == phase_t::sleeps ? std::to_string(int(thread.queue)) : "") + "S" +
-              std::to_string(state.sharedCount) + "E" + std::to_string(state.exclusiveCount) +
-              (state.waiting ? "W" : "") + (world.rules.owner() == idOf(t) ? "O " : " ");
+      text +=
+          programs_[t].steps + (programs_[t].patient ? "!" : "") + "@" + std::to_string(thread.next) +
+          static_cast<char>(thread.phase) + (thread.phase == phase_t::sleeps ? std::to_string(int(thread.queue)) : "") +
+          "S" + std::to_string(state.sharedCount) + "E" + std::to_string(state.exclusiveCount) +
+          (state.waiting ? "W" : "") + (thread.arrived > 0 ? "L" + std::to_string(place(world, thread.arrived)) : "") +
+          (world.rules.owner() == idOf(t) ? "O " : " ");
     }
     return text;
   }

@@ -1,5 +1,6 @@
 // The framework lock with real threads: who waits for whom, what a failed take says, whose row lives how long.
 #include "tests/framework/lock_support.h"
+#include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -51,6 +52,33 @@ TEST(Lock, NewReaderYieldsToWaitingWriterOldReaderDoesNot)
   lock.unlockShared();
   lock.unlockShared();
   EXPECT_EQ(written.get(), outcome_t::taken);
+}
+
+// One reader queued behind a waiting writer, and the holder itself coming back at once: neither passes the writer. The
+// threads race for the free lock, so once is not enough.
+TEST(Lock, ReadersThatComeLaterDoNotPassAWaitingWriter)
+{
+  recursiveSharedMutex_t lock;
+  for (int round = 0; round < 100; ++round) {
+    actor_t writer, reader;
+    std::atomic<bool> written = false;
+    const auto readAfterIt = [&] {
+      lock.timedLockShared(farAway());
+      const bool after = written;
+      lock.unlockShared();
+      return after;
+    };
+    lock.timedLockShared(farAway());
+    auto wrote = writer.start([&] { lock.timedLock(farAway()), written = true, lock.unlock(); });
+    awaitWriter(lock, writer.id());
+    auto queued = reader.start(readAfterIt);
+    while (rowOf(lock, reader.id()).kernelThreadId == 0)
+      std::this_thread::yield();
+    lock.unlockShared();
+    ASSERT_TRUE(readAfterIt()) << "the holder, round " << round;
+    ASSERT_TRUE(queued.get()) << "the queued reader, round " << round;
+    wrote.get();
+  }
 }
 
 TEST(Lock, ReaderThatStoodBackEntersWhenTheWriterGivesUp)

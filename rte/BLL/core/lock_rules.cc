@@ -6,19 +6,30 @@
 lockRules_t::wakes_t lockRules_t::withdraw(row_t& self)
 {
   stateData& state = self.second;
-  const bool wasLastFlag = state.waiting && waiting_ == 1;
-  flagWaiting(state, false);
+  const bool wasFlagged = state.waiting;
+  leaveLine(state);
   if (state.sharedCount == 0 && state.exclusiveCount == 0)
     state.kernelThreadId = 0;
-  // A signal may have been spent on this request, so it is passed on. And readers that only stood back for this writer
+  // A signal may have been spent on this request, so it is passed on. And readers that stood back for this writer may
   // have nobody left to wait for: nothing else would wake them before the next release or their own deadlines.
-  return {true, true, wasLastFlag};
+  return {true, true, wasFlagged};
 }
 
-void lockRules_t::withdrawAllFlags()
+void lockRules_t::enterLine(stateData& state, access_t access)
 {
-  std::for_each(states_.begin(), states_.end(), recursiveSharedMutex_t::unlockWaitingThread);
-  waiting_ = 0;
+  if (access == access_t::exclusive) {
+    writersInLine_.push_back(lastTurn_ + 1);
+    state.waiting = true;
+  }
+  state.turn = ++lastTurn_;
+}
+
+void lockRules_t::leaveLine(stateData& state)
+{
+  if (state.waiting)
+    std::erase(writersInLine_, state.turn);
+  state.waiting = false;
+  state.turn = 0;
 }
 
 void lockRules_t::threadEnded(boost::thread::id id)
@@ -26,15 +37,14 @@ void lockRules_t::threadEnded(boost::thread::id id)
   const auto found = states_.find(id);
   if (found == states_.end() || holds(found->second))
     return;
-  flagWaiting(found->second, false);
+  leaveLine(found->second);
   states_.erase(found);
 }
 
 void lockRules_t::disown(row_t& dead)
 {
+  leaveLine(dead.second);
   const stateData left = std::exchange(dead.second, stateData{});
-  if (left.waiting)
-    --waiting_;
   if (!holds(left))
     return;
   row_t& nobody = row(boost::thread::id());

@@ -5,15 +5,21 @@
 // wake. The thread that waits asks again after each wake-up. Because nothing in here blocks, reads a clock that matters
 // or knows the calling thread, the model test walks through every interleaving of a few threads over the real code.
 //
-// The conditions of the rules are sums over the table: does another thread hold it exclusive, shared, does one wait.
-// The table has a row for every thread of the process that ever asked, so the sums are kept beside it and no take or
-// release walks the table, except the release that finds waiting flags to withdraw.
+// A thread that must wait draws a turn, a number higher than every one before, and keeps it until it is served or gives
+// up. Who wants it exclusive also keeps the waiting flag for as long. A reader stands back for every flagged thread of
+// a lower turn and for nobody else: no reader that comes later passes a writer, and a stream of writers that come later
+// does not make a reader stand back for ever.
+//
+// The conditions of the rules are sums over the table: does another thread hold it exclusive, shared, who waits. The
+// table has a row for every thread of the process that ever asked, so the sums are kept beside it and no take or
+// release walks the table.
 #pragma once
 
 #include "rte/BLL/core/recursive_shared_mutex.h"
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <vector>
 
 class lockRules_t {
 public:
@@ -37,8 +43,8 @@ public:
   std::optional<boost::thread::id> owner() const { return owner_; }
 
   // One attempt of `self` to take it: the first one, and again after each wake-up. With `deadlinePassed` the answer is
-  // granted or failed. A wait for exclusive ownership is flagged in the row until the take is granted or fails, or
-  // until a release withdraws all flags (then the next attempt sets it again). Wakes are asked for only by a failure.
+  // granted or failed. A wait for exclusive ownership is flagged in the row until the take is granted or fails. Wakes
+  // are asked for only by a failure. std::bad_alloc only where a wait would begin, and then nothing has changed.
   answer_t request(row_t& self, access_t access, bool deadlinePassed, wakes_t& wakes)
   {
     if (!inTheWay(self, access)) {
@@ -49,9 +55,10 @@ public:
       wakes = withdraw(self);
       return answer_t::failed;
     }
+    if (self.second.turn == 0)
+      enterLine(self.second, access);
     if (access == access_t::shared)
       return answer_t::waitForShared;
-    flagWaiting(self.second, true);
     return self.second.sharedCount > 0 ? answer_t::waitForUpgrade : answer_t::waitForExclusive;
   }
 
@@ -79,7 +86,7 @@ private:
     const bool holdsShared = self.second.sharedCount > 0;
     if (access == access_t::exclusive)
       return sharedHolders_ > (holdsShared ? 1 : 0);
-    return waiting_ > 0 && !holdsShared;
+    return !writersInLine_.empty() && !holdsShared && isBehindWriter(self.second);
   }
 
   void grant(row_t& self, access_t access)
@@ -87,7 +94,8 @@ private:
     stateData& state = self.second;
     if (state.sharedCount == 0 && state.exclusiveCount == 0)
       state.takenAt = std::time(nullptr);
-    flagWaiting(state, false);
+    if (state.turn != 0)
+      leaveLine(state);
     if (access == access_t::exclusive) {
       if (++state.exclusiveCount == 1)
         owner_ = self.first;
@@ -104,7 +112,7 @@ private:
     if (state.exclusiveCount != 0)
       return {};
     owner_.reset();
-    return released();
+    return released(true);
   }
 
   wakes_t releaseShared(row_t& self)
@@ -115,7 +123,7 @@ private:
     forgetTakenAt(state);
     if (state.sharedCount != 0 || owner_ == self.first)
       return {};
-    return released();
+    return released(false);
   }
 
   static void forgetTakenAt(stateData& state)
@@ -124,27 +132,20 @@ private:
       state.takenAt = 0;
   }
 
-  void flagWaiting(stateData& state, bool waiting)
-  {
-    if (state.waiting == waiting)
-      return;
-    state.waiting = waiting;
-    waiting_ += waiting ? 1 : -1;
-  }
+  // Whoever the release lets in. An upgrader holds it shared itself, so it is the last holder or none can go on. What
+  // readers wait for, an owner or the writers before them, is as it was when another reader leaves.
+  wakes_t released(bool wasExclusive) const { return {sharedHolders_ == 1, sharedHolders_ == 0, wasExclusive}; }
 
-  wakes_t released()
-  {
-    if (waiting_ > 0)
-      withdrawAllFlags();
-    return {true, true, true};
-  }
+  bool isBehindWriter(const stateData& state) const { return state.turn == 0 || writersInLine_.front() < state.turn; }
 
   wakes_t withdraw(row_t& self);
-  void withdrawAllFlags();
+  void enterLine(stateData& state, access_t access);
+  void leaveLine(stateData& state);
 
-  // The first three beside each other: with the mutex in front of them they share one cache line.
+  // The first two beside each other: with the mutex in front of them they share one cache line.
   std::optional<boost::thread::id> owner_;  // the row with an exclusive count above zero
   int32_t sharedHolders_ = 0;               // rows with a shared count above zero
-  int32_t waiting_ = 0;                     // rows with the waiting flag
+  std::vector<uint64_t> writersInLine_;     // the turns of the rows with the waiting flag, ascending
+  uint64_t lastTurn_ = 0;
   stateMap_t states_;
 };

@@ -5,7 +5,9 @@
 // thread that holds it exclusive is never made to wait. A thread that holds it shared may go on taking it shared even
 // while writers wait, and may ask for exclusive (an upgrade): it then waits until it is the only holder. Two threads
 // that upgrade at the same time wait for each other; both fail at their deadlines, which is how a plug-in's mistake
-// becomes a report instead of a hang. A thread that holds nothing yields to waiting writers before it reads.
+// becomes a report instead of a hang. A thread that holds nothing reads only after every thread that has asked for
+// exclusive before it and still waits, upgraders included; those that ask later do not hold it back. Who asks for
+// exclusive waits for holders only, never for its place.
 //
 // The state table has one row a thread, from its first request on. The row of a thread that ends while it holds nothing
 // goes with the thread. The row of a thread that ends while it still holds stays, because the hold stays: the lock
@@ -36,6 +38,7 @@ public:
     int32_t kernelThreadId = 0;  // from the first request on; 0 again after a failed request of a thread without holds
     uint64_t pthreadHandle = 0;  // filled together with the kernel thread id
     time_t takenAt = 0;          // wall-clock second of the step from no hold to the first one; 0 without holds
+    uint64_t turn = 0;           // while the thread waits, for either: its place in the line, lower came earlier
   };
   using stateMap_t = std::map<boost::thread::id, stateData>;
 
