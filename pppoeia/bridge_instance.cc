@@ -8,6 +8,7 @@
 #include "pppoeia/pppoeia.h"
 
 #include "platform/ncfm/ncfm.h"
+#include "pppoeia/bridge_control.h"
 #include "pppoeia/frame.h"
 #include "pppoeia/frame_buffers.h"
 #include "pppoeia/kernel.h"
@@ -19,7 +20,6 @@
 #include "pppoeia/text.h"
 #include "pppoeia/worker.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -33,16 +33,6 @@ void log_frame_adjust()
     pppoeia_log(log_error, "Frame adjust is %u bytes.", pppoeia_frame_adjust.load());
   }
   pppoeia_log(log_info, "Frame adjust is %u bytes.", pppoeia_frame_adjust.load());
-}
-
-// The descriptor of the kernel bridge's control file, or -1.
-int control_file_open(const char* name)
-{
-  if (std::strchr(name, '/'))
-    return -1;
-  char path[200];
-  std::snprintf(path, sizeof path, kvbridge_bridge_path, name, "bridge");
-  return kernel->open_control(path);
 }
 
 // One zero-filled block with room for a port more than asked for; null without memory.
@@ -67,10 +57,7 @@ void record_free(pppoeia_bridge* bridge)
 
 int filter_attach(const pppoeia_bridge& bridge)
 {
-  kvbridge_filter request{};
-  text_copy(request.filter, "pppoe");
-  text_copy(request.device, bridge.dev_name);
-  const int rc = kernel->control(bridge.ctl_fd, kvbridge_filter_attach, &request);
+  const int rc = bridge_filter_attach(bridge.ctl_fd, bridge.dev_name);
   if (rc < 0)
     pppoeia_log(log_critical, "<%s> Cannot attach filter to '%s' (rv=%d, errno=%d).", bridge.name, bridge.dev_name, rc,
                 errno);
@@ -242,7 +229,7 @@ int name_check(const char* name)
 // The kernel bridge's control file, open, and its S-Tag EtherType; or the refusal, logged.
 int kernel_bridge_open(const char* name, uint16_t& stag_ethertype)
 {
-  const int fd = control_file_open(name);
+  const int fd = bridge_control_open(name);
   if (fd < 0) {
     pppoeia_log(log_critical, "<%s> Cannot open bridge.", name);
     return -EMFILE;

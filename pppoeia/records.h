@@ -91,7 +91,7 @@ struct pppoeia_bridge {
   char dev_name[16];               // fixed for life
   int32_t sock;                    // fixed until the worker has ended
   receive_ring* ring;              // of `sock`, or null; worker only while it runs
-  int32_t ctl_fd;                  // management thread only
+  int32_t ctl_fd;                  // worker only while it runs
   int32_t mtu;                     // fixed for life
   uint32_t max_pdu;
   unsigned char* frame_buffer;  // slots of the receive buffer (frame_buffers.h); fixed for life

@@ -32,11 +32,19 @@ bridge::bridge(const bridge_settings& settings, loop& events) : settings_(settin
 void bridge::attach(int device)
 {
   device_ = device;
+  stopped_ = false;
 }
 
 void bridge::detach()
 {
   device_ = -1;
+  stopped_ = false;
+}
+
+void bridge::stop()
+{
+  device_ = -1;
+  stopped_ = true;
 }
 
 void bridge::learn(std::span<const unsigned char> frame, const port& at)
@@ -96,9 +104,9 @@ void bridge::read_discovery(port& from)
       continue;
     learn(frame, from);
     const port* to = way_of(frame, from);
-    if (device_ < 0) {
+    if (device_ < 0 && !stopped_) {
       forward(frame, from);
-    } else if (!to) {
+    } else if (stopped_ || !to) {
       ++dropped_;
     } else {
       const frame_bytes record = record_make(frame, settings_.stag_ethertype, from.settings.id, from.settings.interface,

@@ -26,9 +26,11 @@ public:
 
   const bridge_settings& settings() const { return settings_; }
 
-  // Diverts discovery frames to the pseudo device whose descriptor this is, until detach().
+  // Diverts discovery frames to the pseudo device whose descriptor this is, until detach() or stop().
   void attach(int device);
   void detach();
+  // Drops and counts discovery frames, until attach() or detach().
+  void stop();
 
   // Takes what the agent gave back.
   void from_agent(std::span<const unsigned char> record);
@@ -55,6 +57,7 @@ private:
   std::deque<port> ports_;
   std::map<mac_address, port*> learned_;
   int device_ = -1;
+  bool stopped_ = false;
   unsigned long to_agent_ = 0;
   unsigned long from_agent_ = 0;
   unsigned long forwarded_ = 0;

@@ -1,6 +1,7 @@
 #include "platform/kvbridged/caller_memory.h"
 
 #include <algorithm>
+#include <fstream>
 #include <sys/uio.h>
 
 namespace kvbridged {
@@ -34,6 +35,15 @@ std::string caller_bytes(pid_t pid, const void* address, size_t size)
     at += wanted;
   }
   return bytes;
+}
+
+pid_t process_of(pid_t tid)
+{
+  std::ifstream status("/proc/" + std::to_string(tid) + "/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with("Tgid:"))
+      return static_cast<pid_t>(std::stol(line.substr(5)));
+  return 0;
 }
 
 }  // namespace kvbridged

@@ -4,11 +4,10 @@
 #include "platform/kvbridged/caller_memory.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
+#include <exception>
 #include <fuse_lowlevel.h>
-#include <map>
 #include <optional>
 #include <vector>
 
@@ -32,9 +31,19 @@ struct node {
   bool directory;
 };
 
+control_tree::requests& state_of(fuse_req_t request)
+{
+  return *static_cast<control_tree::requests*>(fuse_req_userdata(request));
+}
+
 modules& of(fuse_req_t request)
 {
-  return *static_cast<modules*>(fuse_req_userdata(request));
+  return state_of(request).all;
+}
+
+bool is_root(fuse_req_t request)
+{
+  return fuse_req_ctx(request)->uid == 0;
 }
 
 fuse_ino_t bridge_dir(size_t bridge)
@@ -74,7 +83,7 @@ struct stat attributes_of(fuse_ino_t inode)
 {
   struct stat attributes {};
   attributes.st_ino = inode;
-  attributes.st_mode = is_directory(inode) ? S_IFDIR | 0555 : S_IFREG | 0444;
+  attributes.st_mode = is_directory(inode) ? S_IFDIR | 0500 : S_IFREG | 0400;
   attributes.st_nlink = 1;
   return attributes;
 }
@@ -123,22 +132,18 @@ void open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file)
     fuse_reply_err(request, EISDIR);
     return;
   }
-  static uint64_t opens = 0;
-  file->fh = ++opens;
+  if (!is_root(request)) {
+    fuse_reply_err(request, EACCES);
+    return;
+  }
+  file->fh = ++state_of(request).opens;
   fuse_reply_open(request, file);
-}
-
-// For each bridge, the open of its file that attached the filter: its release takes the filter off.
-std::map<size_t, uint64_t>& filter_owners()
-{
-  static std::map<size_t, uint64_t> owners;
-  return owners;
 }
 
 void release(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file)
 {
   const auto bridge = bridge_of_file(of(request), inode);
-  if (bridge && filter_owners()[*bridge] == file->fh)
+  if (bridge && state_of(request).filter_opens[*bridge] == file->fh)
     of(request).bridge_closed(*bridge);
   fuse_reply_err(request, 0);
 }
@@ -179,7 +184,8 @@ void mng_request(fuse_req_t request, unsigned code, const void* argument)
   else if (code == kvmng_device_create)
     reply_status(request, all.device_create(name_in(argument_bytes(request, argument, name_size), 0, name_size)));
   else if (code == kvmng_device_delete)
-    reply_status(request, all.device_delete(name_in(argument_bytes(request, argument, name_size), 0, name_size)));
+    reply_status(request, all.device_delete(name_in(argument_bytes(request, argument, name_size), 0, name_size),
+                                            process_of(fuse_req_ctx(request)->pid)));
   else
     fuse_reply_err(request, ENOTTY);
 }
@@ -189,9 +195,10 @@ void filter_request(fuse_req_t request, size_t bridge, const void* argument, uin
   constexpr size_t name_size = 17;
   const std::string record = argument_bytes(request, argument, 2 * name_size);
   const int error =
-      of(request).filter_attach(bridge, name_in(record, 0, name_size), name_in(record, name_size, name_size));
+      of(request).filter_attach(bridge, name_in(record, 0, name_size), name_in(record, name_size, name_size),
+                                process_of(fuse_req_ctx(request)->pid));
   if (error == 0)
-    filter_owners()[bridge] = owner;
+    state_of(request).filter_opens[bridge] = owner;
   reply_status(request, error);
 }
 
@@ -208,7 +215,9 @@ void bridge_request(fuse_req_t request, size_t bridge, unsigned code, const void
 void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned code, void* argument, fuse_file_info* file, unsigned flags,
            const void*, size_t, size_t)
 {
-  if (flags & FUSE_IOCTL_COMPAT)
+  if (!is_root(request))
+    fuse_reply_err(request, EACCES);
+  else if (flags & FUSE_IOCTL_COMPAT)
     fuse_reply_err(request, ENOSYS);
   else if (inode == mng_config)
     mng_request(request, code, argument);
@@ -220,31 +229,41 @@ void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned code, void* argument, 
     fuse_reply_err(request, ENOTTY);
 }
 
+// An exception must not cross the library, and no request may stay without an answer.
+template <auto Serve, typename... Arguments>
+void guarded(fuse_req_t request, Arguments... arguments)
+{
+  try {
+    Serve(request, arguments...);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "kvbridged: a request failed: %s\n", error.what());
+    fuse_reply_err(request, EIO);
+  }
+}
+
 fuse_lowlevel_ops operations()
 {
   fuse_lowlevel_ops ops{};
-  ops.lookup = lookup;
-  ops.getattr = getattr;
-  ops.readdir = readdir;
-  ops.open = open;
-  ops.release = release;
-  ops.ioctl = ioctl;
+  ops.lookup = guarded<lookup>;
+  ops.getattr = guarded<getattr>;
+  ops.readdir = guarded<readdir>;
+  ops.open = guarded<open>;
+  ops.release = guarded<release>;
+  ops.ioctl = guarded<ioctl>;
   return ops;
 }
 
 }  // namespace
 
 control_tree::control_tree(modules& modules, loop& events, const std::string& mount_point)
-    : events_(events), mount_point_(mount_point)
+    : events_(events), requests_{modules}
 {
-  std::error_code ignored;
-  std::filesystem::create_directories(mount_point, ignored);
   char program[] = "kvbridged";
-  char options[] = "-oallow_other,fsname=kvbridged";
+  char options[] = "-ofsname=kvbridged";
   char* argv[] = {program, options, nullptr};
   fuse_args args = FUSE_ARGS_INIT(2, argv);
   const fuse_lowlevel_ops ops = operations();
-  session_ = fuse_session_new(&args, &ops, sizeof ops, &modules);
+  session_ = fuse_session_new(&args, &ops, sizeof ops, &requests_);
   fuse_opt_free_args(&args);
   if (!session_ || fuse_session_mount(session_, mount_point.c_str()) != 0) {
     if (session_)
@@ -259,8 +278,6 @@ control_tree::~control_tree()
   events_.forget(fuse_session_fd(session_));
   fuse_session_unmount(session_);
   fuse_session_destroy(session_);
-  std::error_code ignored;
-  std::filesystem::remove(mount_point_, ignored);
 }
 
 void control_tree::serve()
@@ -269,9 +286,9 @@ void control_tree::serve()
   const int size = fuse_session_receive_buf(session_, &buffer);
   if (size > 0)
     fuse_session_process_buf(session_, &buffer);
-  else if (size != -EINTR && size != -EAGAIN)
-    events_.end();  // unmounted by somebody else
   std::free(buffer.mem);
+  if (fuse_session_exited(session_))
+    throw fatal("the control files were unmounted by somebody else");
 }
 
 }  // namespace kvbridged

@@ -2,6 +2,7 @@
 #include "platform/kvbridged/control_tree.h"
 #include "platform/kvbridged/modules.h"
 #include "platform/kvbridged/private_proc.h"
+#include "platform/kvbridged/tree_place.h"
 
 #include <CLI/CLI.hpp>
 
@@ -45,26 +46,41 @@ descriptor signals_watch(loop& events, const modules& modules)
   return fd;
 }
 
-void run(const std::vector<std::string>& bridge_texts, const std::vector<std::string>& port_texts,
-         const std::string& tree)
+std::vector<bridge_settings> settings_of(const std::vector<std::string>& bridges, const std::vector<std::string>& ports)
 {
   std::vector<bridge_settings> settings;
-  for (const std::string& text : bridge_texts)
+  for (const std::string& text : bridges)
     settings.push_back(bridge_parse(text));
-  for (const std::string& text : port_texts)
+  for (const std::string& text : ports)
     port_parse(text, settings);
+  return settings;
+}
+
+void run(const std::vector<bridge_settings>& settings, const std::string& tree)
+{
   machine_check();
   loop events;
-  modules modules(settings, events);
+  tree_place place(tree);
+  modules modules(settings, events, place.filters(),
+                  [&](const filter_owners& filters) { place.filters_keep(filters); });
   const descriptor signals = signals_watch(events, modules);
   {
-    const control_tree files(modules, events, tree);
-    std::printf("kvbridged: ready at %s\n", tree.c_str());
+    const control_tree files(modules, events, place.path());
+    std::printf("kvbridged: ready at %s\n", place.path().c_str());
     std::fflush(stdout);
     events.run();
   }
-  private_proc_clean();
   std::fputs(modules.statistics().c_str(), stdout);
+}
+
+// What could not be understood as it was written, against what could not be done.
+constexpr int failure = 1;
+constexpr int wrong_usage = 2;
+
+int say(const std::exception& error, int status)
+{
+  std::fprintf(stderr, "kvbridged: %s\n", error.what());
+  return status;
 }
 
 }  // namespace
@@ -83,14 +99,21 @@ int main(int argc, char** argv)
   serve->add_option("--port", ports, "BRIDGE,PORT,subscriber|network,INTERFACE: a port of a bridge");
   CLI::App* exec = app.add_subcommand("exec", "Run a command that sees the control files in /proc/net");
   exec->add_option("command", command, "The command and its arguments, behind --")->required();
-  CLI11_PARSE(app, argc, argv);
+  std::vector<bridge_settings> settings;
+  try {
+    app.parse(argc, argv);
+    settings = settings_of(bridges, ports);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : wrong_usage;
+  } catch (const fatal& error) {
+    return say(error, wrong_usage);
+  }
   try {
     if (*exec)
       private_proc_exec(tree, command);
-    run(bridges, ports, tree);
+    run(settings, tree);
     return 0;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "kvbridged: %s\n", error.what());
-    return 1;
+    return say(error, failure);
   }
 }

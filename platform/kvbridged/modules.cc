@@ -2,8 +2,8 @@
 
 #include "platform/kvbridged/tap.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 namespace kvbridged {
 namespace {
@@ -12,81 +12,120 @@ constexpr int header_size = 107;
 
 }  // namespace
 
-modules::modules(const std::vector<bridge_settings>& settings, loop& events) : events_(events)
+modules::modules(const std::vector<bridge_settings>& settings, loop& events, filter_owners filters,
+                 std::function<void(const filter_owners&)> keep)
+    : events_(events), filters_(std::move(filters)), keep_(std::move(keep))
 {
-  for (const bridge_settings& one : settings)
-    bridges_.emplace_back(one, events);
+  for (const bridge_settings& one : settings) {
+    bridge& added = bridges_.emplace_back(one, events);
+    if (filters_.contains(one.name))
+      added.stop();
+  }
 }
 
 modules::~modules()
 {
-  for (const auto& [name, device] : devices_)
-    events_.forget(device.get());
+  for (const auto& [bridge, device] : devices_)
+    events_.forget(device.tap.get());
 }
 
-// The device's MTU is its bridge's (devices are named after their bridge), with room for the header in front.
+std::optional<size_t> modules::bridge_of_device(const std::string& name) const
+{
+  for (size_t i = 0; i < bridges_.size(); ++i)
+    if (name == (bridges_[i].settings().name + "_pppoe").substr(0, 15))
+      return i;
+  return std::nullopt;
+}
+
+// Throws when the change cannot be kept; then it is not made either.
+void modules::filters_change(const std::string& bridge, std::optional<pid_t> owner)
+{
+  filter_owners changed = filters_;
+  if (owner)
+    changed[bridge] = *owner;
+  else
+    changed.erase(bridge);
+  if (keep_)
+    keep_(changed);
+  filters_ = std::move(changed);
+}
+
+// The device's MTU is its bridge's, with room for the header in front.
 int modules::device_create(const std::string& name)
 {
-  if (name.empty() || name.size() > 15)
+  const auto bridge = bridge_of_device(name);
+  if (!bridge)
     return EINVAL;
-  if (devices_.contains(name))
+  if (devices_.contains(*bridge))
     return EEXIST;
-  int mtu = 1500;
-  for (const bridge& one : bridges_)
-    if (name == (one.settings().name + "_pppoe").substr(0, 15))
-      mtu = one.settings().mtu;
-  descriptor device = tap_open(name, mtu + header_size);
+  descriptor device = tap_open(name, bridges_[*bridge].settings().mtu + header_size);
   if (device.get() < 0)
     return errno;
-  events_.watch(device.get(), [this, name] { device_read(name); });
-  devices_.emplace(name, std::move(device));
+  events_.watch(
+      device.get(), [this, at = *bridge] { device_read(at); }, [this, at = *bridge] { device_gone(at); });
+  devices_[*bridge].tap = std::move(device);
   return 0;
 }
 
-int modules::device_delete(const std::string& name)
+int modules::device_delete(const std::string& name, pid_t process)
 {
-  const auto at = devices_.find(name);
-  if (at == devices_.end())
+  const auto bridge = bridge_of_device(name);
+  if (!bridge)
     return ENODEV;
-  if (const auto diverted = diverted_.find(name); diverted != diverted_.end()) {
-    bridges_[diverted->second].detach();
-    diverted_.erase(diverted);
-  }
-  events_.forget(at->second.get());
-  devices_.erase(at);
+  const std::string& owned = settings(*bridge).name;
+  const auto filter = filters_.find(owned);
+  const bool orderly = filter != filters_.end() && filter->second == process;
+  if (orderly)
+    filters_change(owned, std::nullopt);
+  if (filters_.contains(owned))
+    bridges_[*bridge].stop();
+  else
+    bridges_[*bridge].detach();
+  const auto device = devices_.find(*bridge);
+  if (device == devices_.end())
+    return ENODEV;
+  events_.forget(device->second.tap.get());
+  devices_.erase(device);
   return 0;
 }
 
-int modules::filter_attach(size_t bridge, const std::string& filter, const std::string& device)
+int modules::filter_attach(size_t bridge, const std::string& filter, const std::string& device, pid_t process)
 {
-  const auto at = devices_.find(device);
-  if (filter != "pppoe")
+  if (filter != "pppoe" || bridge_of_device(device) != bridge)
     return EINVAL;
+  const auto at = devices_.find(bridge);
   if (at == devices_.end())
     return ENODEV;
-  bridge_closed(bridge);
-  diverted_[device] = bridge;
-  bridges_[bridge].attach(at->second.get());
+  filters_change(settings(bridge).name, process);
+  bridges_[bridge].attach(at->second.tap.get());
+  at->second.filtered = true;
   return 0;
 }
 
 void modules::bridge_closed(size_t bridge)
 {
-  std::erase_if(diverted_, [&](const auto& entry) { return entry.second == bridge; });
-  bridges_[bridge].detach();
+  if (const auto device = devices_.find(bridge); device != devices_.end())
+    device->second.filtered = false;
+  if (filters_.contains(settings(bridge).name))
+    bridges_[bridge].stop();
 }
 
-void modules::device_read(const std::string& name)
+void modules::device_read(size_t bridge)
 {
-  const auto device = devices_.find(name);
+  const pseudo_device& device = devices_.at(bridge);
   unsigned char record[65536];
-  while (true) {
-    const ssize_t size = read(device->second.get(), record, sizeof record);
-    if (size <= 0)
-      return;
-    if (const auto at = diverted_.find(name); at != diverted_.end())
-      bridges_[at->second].from_agent({record, static_cast<size_t>(size)});
-  }
+  for (ssize_t size; (size = read(device.tap.get(), record, sizeof record)) > 0;)
+    if (device.filtered)
+      bridges_[bridge].from_agent({record, static_cast<size_t>(size)});
+}
+
+// Somebody deleted the network device. The agent has it made anew.
+void modules::device_gone(size_t bridge)
+{
+  std::fprintf(stderr, "kvbridged: the pseudo device of %s was deleted by somebody else\n",
+               settings(bridge).name.c_str());
+  bridge_closed(bridge);
+  devices_.erase(bridge);
 }
 
 std::string modules::statistics() const

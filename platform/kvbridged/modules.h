@@ -1,18 +1,35 @@
 // What the control files do: the modules kvmng (pseudo devices) and kvbridge (bridges and their filters).
+//
+// A bridge has at most one pseudo device, which is named after it, and at most one filter, which leads there:
+//
+//   no filter -> attached -> stopped (the filter's control file was closed, or the device went) -> attached again
+//       ^                       |
+//       +--- device deleted by the process that attached the filter
+//
+// A process that deletes a bridge closes its control file and then deletes the device; one that dies does the first
+// alone. So the discovery of a bridge whose agent died is stopped, and does not pass untagged.
 #ifndef PLATFORM_KVBRIDGED_MODULES_H
 #define PLATFORM_KVBRIDGED_MODULES_H
 
 #include "platform/kvbridged/bridge.h"
 
 #include <deque>
+#include <functional>
 #include <map>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 
 namespace kvbridged {
 
+// For each bridge whose filter is in force, by name: the process that attached it last.
+using filter_owners = std::map<std::string, pid_t>;
+
 class modules {
 public:
-  modules(const std::vector<bridge_settings>& settings, loop& events);
+  // `filters` are in force from before: their bridges begin stopped. `keep` is told of each change of them.
+  modules(const std::vector<bridge_settings>& settings, loop& events, filter_owners filters = {},
+          std::function<void(const filter_owners&)> keep = {});
   ~modules();
   modules(const modules&) = delete;
   modules& operator=(const modules&) = delete;
@@ -20,11 +37,11 @@ public:
   static constexpr int32_t kvmng_version = 3;
   static constexpr int32_t kvbridge_version = 56;
 
-  // Each 0 or an errno value.
+  // Each 0 or an errno value. `process` is who asks.
   int device_create(const std::string& name);
-  int device_delete(const std::string& name);
-  int filter_attach(size_t bridge, const std::string& filter, const std::string& device);
-  // The bridge's control file was closed for the last time: its filter goes.
+  int device_delete(const std::string& name, pid_t process);
+  int filter_attach(size_t bridge, const std::string& filter, const std::string& device, pid_t process);
+  // The control file that the bridge's filter was attached by was closed.
   void bridge_closed(size_t bridge);
 
   size_t bridge_count() const { return bridges_.size(); }
@@ -33,12 +50,21 @@ public:
   std::string statistics() const;
 
 private:
-  void device_read(const std::string& name);
+  struct pseudo_device {
+    descriptor tap;
+    bool filtered = false;  // what comes from it is the agent's
+  };
+
+  std::optional<size_t> bridge_of_device(const std::string& name) const;
+  void device_read(size_t bridge);
+  void device_gone(size_t bridge);
+  void filters_change(const std::string& bridge, std::optional<pid_t> owner);
 
   loop& events_;
   std::deque<bridge> bridges_;
-  std::map<std::string, descriptor> devices_;
-  std::map<std::string, size_t> diverted_;  // device -> bridge whose filter leads there
+  std::map<size_t, pseudo_device> devices_;  // by bridge
+  filter_owners filters_;
+  std::function<void(const filter_owners&)> keep_;
 };
 
 }  // namespace kvbridged

@@ -1,14 +1,16 @@
 #include "platform/kvbridged/private_proc.h"
 
+#include "platform/kvbridged/descriptor.h"
 #include "platform/kvbridged/settings.h"
+#include "platform/kvbridged/tree_place.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 namespace kvbridged {
 namespace {
@@ -16,7 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Where the real procfs is in the command's namespace.
-constexpr char real_proc[] = "/run/kvbridged/proc";
+constexpr char real_proc[] = "/proc/.real";
 
 void check(bool done, const std::string& what)
 {
@@ -24,20 +26,35 @@ void check(bool done, const std::string& what)
     throw fatal(what + ": " + std::strerror(errno));
 }
 
-void mount_or_throw(const char* from, const std::string& to, const char* type, unsigned long flags)
+bool propagation_set(const char* mount_point)
 {
-  check(mount(from, to.c_str(), type, flags, nullptr) == 0, "cannot mount " + to);
+  return mount(nullptr, mount_point, nullptr, MS_REC | MS_SLAVE, nullptr) == 0;
 }
 
-// Keeps what is mounted from now on out of the namespace that the process came from.
-void propagation_end()
+// Keeps what is mounted from now on out of the namespace that the process came from, but not the other way round: the
+// tree of another kvbridged has to appear here.
+void propagation_one_way(const std::string& tree)
 {
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
+  if (propagation_set("/"))
     return;
   // In a chroot the root is no mount point of its own, but what is mounted over is.
-  check(errno == EINVAL, "cannot make the mounts private");
-  mount_or_throw("none", "/proc", nullptr, MS_REC | MS_PRIVATE);
-  mount("none", "/run", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  check(errno == EINVAL && propagation_set("/proc") && propagation_set(tree.c_str()),
+        "cannot keep the mounts to this command");
+}
+
+void folder_make(const char* folder)
+{
+  check(mkdir(folder, 0755) == 0, std::string("cannot make ") + folder);
+}
+
+// Puts an empty /proc over the real one, which goes inside.
+void proc_make()
+{
+  const descriptor real(open_tree(AT_FDCWD, "/proc", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
+  check(real.get() >= 0, "cannot take /proc along");
+  check(mount("kvbridged", "/proc", "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=0755") == 0, "cannot mount /proc");
+  folder_make(real_proc);
+  check(move_mount(real.get(), "", AT_FDCWD, real_proc, MOVE_MOUNT_F_EMPTY_PATH) == 0, "cannot move /proc");
 }
 
 // Links every entry of `from` into the directory `to`, except those that are there already.
@@ -50,29 +67,23 @@ void link_all(const fs::path& from, const fs::path& to)
   }
 }
 
-// The tree's folders, mounted where the real /proc/net's entries are linked.
-void net_make(const std::string& tree)
+void net_make(const fs::path& tree)
 {
   const fs::path net = "/proc/net";
-  fs::create_directory(net);
-  for (const char* folder : {"mng", "kvbridge"}) {
-    fs::create_directory(net / folder);
-    mount_or_throw((tree + "/" + folder).c_str(), net / folder, nullptr, MS_BIND);
-  }
-  link_all(fs::path(real_proc) / "self" / "net", net);
+  folder_make(net.c_str());
+  for (const char* folder : {"mng", "kvbridge"})
+    fs::create_symlink(tree / folder, net / folder);
+  link_all(fs::path(real_proc) / "self/net", net);
 }
 
 }  // namespace
 
-void private_proc_exec(const std::string& tree, const std::vector<std::string>& command)
+void private_proc_exec(const std::string& directory, const std::vector<std::string>& command)
 {
-  if (!fs::exists(tree + "/mng/config"))
-    throw fatal("no control tree at " + tree + ": is kvbridged running?");
+  const std::string tree = tree_served(directory);
   check(unshare(CLONE_NEWNS) == 0, "no mount namespace");
-  propagation_end();
-  fs::create_directories(real_proc);
-  mount_or_throw("/proc", real_proc, nullptr, MS_BIND | MS_REC);
-  mount_or_throw("kvbridged", "/proc", "tmpfs", MS_NOSUID | MS_NODEV);
+  propagation_one_way(tree);
+  proc_make();
   net_make(tree);
   link_all(real_proc, "/proc");
   std::vector<char*> arguments;
@@ -81,19 +92,6 @@ void private_proc_exec(const std::string& tree, const std::vector<std::string>& 
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
   throw fatal("cannot run " + command[0] + ": " + std::strerror(errno));
-}
-
-void private_proc_clean()
-{
-  const fs::path folder = fs::path(real_proc).parent_path();
-  std::error_code ignored;
-  const auto entries = fs::directory_iterator(folder, ignored);
-  const bool others =
-      std::any_of(begin(entries), end(entries), [](const auto& entry) { return entry.path() != real_proc; });
-  if (others)
-    return;
-  fs::remove(real_proc, ignored);
-  fs::remove(folder, ignored);
 }
 
 }  // namespace kvbridged

@@ -7,12 +7,10 @@
 
 namespace kvbridged {
 
-// Runs a command in place of this process, in a mount namespace of its own whose /proc links to the real one, with the
-// control tree's folders in /proc/net. Returns only by throwing fatal.
+// Runs a command in place of this process, in a mount namespace of its own whose /proc links to the real one (there as
+// /proc/.real) and, in /proc/net, to the control tree's folders: to those of whichever kvbridged serves the tree, now
+// or later. Nothing of it is seen outside, and it ends with the command. Returns only by throwing fatal.
 [[noreturn]] void private_proc_exec(const std::string& tree, const std::vector<std::string>& command);
-
-// Removes the folders that commands needed, when no other kvbridged has its tree there.
-void private_proc_clean();
 
 }  // namespace kvbridged
 

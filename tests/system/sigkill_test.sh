@@ -1,0 +1,149 @@
+#!/bin/bash
+# kvbridged and the agent are killed at random under traffic and started again as their units would. Nobody does a hand's
+# turn, no PADI reaches the server without the line's tag, and nothing is left behind.
+# Usage: sigkill_test.sh BIN_DIR. KILLS=50 for more than the few of a common test run. Exit status 77: skipped.
+set -euo pipefail
+
+kills=${KILLS:-6}
+skip() { echo "skipped: $*"; exit 77; }
+[ "$(id -u)" = 0 ] || skip "needs root"
+[ -w /dev/fuse ] && [ -w /dev/net/tun ] || skip "needs FUSE and TAP devices"
+if [ -z "${IN_NAMESPACES:-}" ]; then
+  unshare --mount --net true 2>/dev/null || skip "needs namespaces"
+  IN_NAMESPACES=1 exec unshare --mount --net --propagation private "$0" "$@"
+fi
+
+bin=$1
+work=$(mktemp -d)
+mount -t tmpfs tmpfs /run
+declare -A pid=()
+cleanup() {
+  local status=$?
+  trap - EXIT
+  for name in flood agent kvbridged check; do
+    [ -z "${pid[$name]:-}" ] || kill -KILL "${pid[$name]}" 2>/dev/null || true
+  done
+  rm -rf "$work"
+  exit "$status"
+}
+trap cleanup EXIT
+
+fail() { echo "FAILED: $*"; tail -n 5 "$work"/*.log; cat "$work/arrived"; exit 1; }
+start() { local name=$1; shift; "$@" >>"$work/$name.log" 2>&1 & pid[$name]=$!; }
+ctl() { "$bin/pppoeiactl" -t 20 "$@"; }
+wait_for() { for _ in $(seq 500); do "$@" >/dev/null 2>&1 && return 0; sleep 0.02; done; return 1; }
+arrived() { local _ tagged other; read -r _ tagged _ other <"$work/arrived"; case $1 in tagged) echo $((10#$tagged));; *) echo $((10#$other));; esac; }
+count_of() { ls "/proc/${pid[$1]}/fd" | wc -l; }
+mounts_of() { wc -l <"/proc/${pid[$1]}/mountinfo"; }
+padi_count() { ctl --json bridge stats get br0 | grep -o '"padi":[0-9]*' | cut -d: -f2; }
+no_more_descriptors() { [ "$(count_of kvbridged)" -le "$fds" ] && [ "$(count_of agent)" -le "$agent_fds" ]; }
+more_than() { [ "$(arrived tagged)" -gt "$1" ]; }
+nap() { sleep "0.$(printf %03d $((RANDOM % $1)))"; }
+
+ip link set lo up
+ip link add sub type veth peer name line
+ip link add uplink type veth peer name peer
+for link in sub line uplink peer; do ip link set "$link" up; done
+mounts=$(wc -l </proc/self/mountinfo)
+tree=/run/kvbridged/tree
+
+kvbridged_start() {
+  start kvbridged "$bin/kvbridged" run --bridge br0 --port br0,1,subscriber,line --port br0,9,network,uplink
+  wait_for test -e "$tree/mng/config" || fail "kvbridged does not start"
+}
+agent_start() {
+  start agent "$bin/kvbridged" exec -- "$bin/pppoeia"
+  wait_for ctl log level get || fail "the agent does not answer"
+  ctl -batch - <<BATCH || fail "the agent cannot be configured"
+init
+bridge add br0 16
+bridge vlan set-all br0 on
+format remote-id set br0 "\$PORT_REM_ID"
+BATCH
+  # A port passes everything from its adding until its state is set: the line is down meanwhile.
+  ip link set line down
+  ctl -batch - <<BATCH || fail "the agent's ports cannot be configured"
+port add br0 1 line line --type eth
+port state set br0 1 subscriber
+port trust set br0 1 untrusted
+port remote-id set br0 1 customer-0001
+port add br0 9 uplink uplink --kind 1
+port state set br0 9 network
+BATCH
+  ip link set line up
+}
+killed() { kill -KILL "${pid[$1]}"; wait "${pid[$1]}" 2>/dev/null || true; pid[$1]=; }
+flows() {
+  wait_for more_than "$(arrived tagged)" || fail "no traffic $*"
+  [ "$(arrived other)" = 0 ] || fail "PADIs without the line's tag arrived $*"
+}
+nothing_passes() {
+  sleep 0.1  # what was on its way
+  local before
+  before=$(arrived tagged)
+  sleep 0.1
+  [ "$(arrived tagged) $(arrived other)" = "$before 0" ] || fail "PADIs arrive while the agent is away"
+}
+
+start check "$bin/padi_check" peer customer-0001 "$work/arrived"
+wait_for test -s "$work/arrived" || fail "padi_check does not start"
+kvbridged_start
+agent_start
+start flood "$bin/padi_flood" sub 1000
+flows "at first"
+fds=$(count_of kvbridged) agent_fds="$(count_of agent)" agent_mounts=$(mounts_of agent)
+
+echo "seed ${RANDOM_SEED:=$$}"
+RANDOM=$RANDOM_SEED
+longest=0
+for ((i = 1; i <= kills; i++)); do
+  nap 150
+  case $((RANDOM % 5)) in
+    0 | 1)
+      who=kvbridged
+      before=$(padi_count)
+      killed kvbridged
+      nap 300
+      begin=$(date +%s%N)
+      kvbridged_start
+      flows "after kvbridged was killed"
+      took=$((($(date +%s%N) - begin) / 1000000))
+      [ "$took" -le "$longest" ] || longest=$took
+      [ "$(padi_count)" -gt "$before" ] || fail "the agent lost its counters"
+      ;;
+    2 | 3)
+      who=agent
+      killed agent
+      nothing_passes
+      agent_start
+      flows "after the agent was killed"
+      ;;
+    *)
+      who=both
+      killed agent
+      killed kvbridged
+      kvbridged_start
+      nothing_passes
+      agent_start
+      flows "after both were killed"
+      ;;
+  esac
+  wait_for no_more_descriptors || fail "descriptors: kvbridged $fds -> $(count_of kvbridged), agent $agent_fds -> $(count_of agent)"
+  [ "$(mounts_of agent)" -le "$agent_mounts" ] || fail "the agent's mounts have grown to $(mounts_of agent)"
+  [ "$(ip -o link show type tun | wc -l)" = 1 ] || fail "there is more than one device"
+  [ "$(grep -c kvbridged /proc/self/mountinfo)" -le 2 ] || fail "dead mounts pile up"
+  echo "$i: killed $who, $(arrived tagged) PADIs tagged, $(arrived other) not"
+done
+
+kill -TERM "${pid[agent]}"
+wait "${pid[agent]}" || fail "the agent did not end in order"
+before=$(arrived other)
+given_back() { [ "$(arrived other)" -gt "$before" ]; }
+wait_for given_back || fail "discovery does not pass after the bridge was deleted in order"
+kill -TERM "${pid[kvbridged]}"
+wait "${pid[kvbridged]}" || fail "kvbridged did not end in order"
+[ ! -e /run/kvbridged ] || fail "left behind: $(ls -R /run/kvbridged)"
+[ "$(wc -l </proc/self/mountinfo)" = "$mounts" ] || fail "mounts are left behind: $(grep kvbridged /proc/self/mountinfo)"
+ip link show br0_pppoe >/dev/null 2>&1 && fail "the device is left behind"
+grep -qE 'Sanitizer|runtime error' "$work"/*.log && fail "a sanitizer complains"
+echo "passed: $kills kills, traffic back at most $longest ms after kvbridged was started again"
