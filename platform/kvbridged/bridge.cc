@@ -7,13 +7,7 @@
 namespace kvbridged {
 namespace {
 
-constexpr size_t ethernet_header = 14;
 constexpr size_t learned_max = 65536;
-
-bool is_group(const mac_address& address)
-{
-  return (address[0] & 1) != 0;
-}
 
 }  // namespace
 
