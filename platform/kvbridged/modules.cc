@@ -6,12 +6,6 @@
 #include <cerrno>
 
 namespace kvbridged {
-namespace {
-
-constexpr int header_size = 107;
-
-}  // namespace
-
 modules::modules(const std::vector<bridge_settings>& settings, loop& events) : events_(events)
 {
   for (const bridge_settings& one : settings)
@@ -24,18 +18,21 @@ modules::~modules()
     events_.forget(device.get());
 }
 
-// The device's MTU is its bridge's (devices are named after their bridge), with room for the header in front.
+// The device's MTU is its bridge's (devices are named after their bridge): the agent takes it for the largest frame
+// that leaves it, and raises it itself when a record needs more. So an agent that starts finds it as it was.
 int modules::device_create(const std::string& name)
 {
   if (name.empty() || name.size() > 15)
     return EINVAL;
-  if (devices_.contains(name))
-    return EEXIST;
   int mtu = 1500;
   for (const bridge& one : bridges_)
     if (name == (one.settings().name + "_pppoe").substr(0, 15))
       mtu = one.settings().mtu;
-  descriptor device = tap_open(name, mtu + header_size);
+  if (devices_.contains(name)) {
+    tap_mtu_set(name, mtu);
+    return EEXIST;
+  }
+  descriptor device = tap_open(name, mtu);
   if (device.get() < 0)
     return errno;
   events_.watch(device.get(), [this, name] { device_read(name); });
