@@ -96,7 +96,7 @@ int main(int argc, char** argv)
   app.add_option("--tree", tree, "Where the control files are mounted")->capture_default_str();
   CLI::App* serve = app.add_subcommand("run", "Serve bridges until SIGINT or SIGTERM; SIGUSR1 prints statistics");
   serve->add_option("--bridge", bridges, "NAME[,stag=0x88a8][,mtu=1500]: a bridge")->required();
-  serve->add_option("--port", ports, "BRIDGE,PORT,subscriber|network,INTERFACE: a port of a bridge");
+  serve->add_option("--port", ports, "BRIDGE,PORT,subscriber|network,INTERFACE[,addresses=1024]: a port of a bridge");
   CLI::App* exec = app.add_subcommand("exec", "Run a command that sees the control files in /proc/net");
   exec->add_option("command", command, "The command and its arguments, behind --")->required();
   std::vector<bridge_settings> settings;

@@ -6,11 +6,6 @@
 #include <cstdio>
 
 namespace kvbridged {
-namespace {
-
-constexpr int header_size = 107;
-
-}  // namespace
 
 modules::modules(const std::vector<bridge_settings>& settings, loop& events, filter_owners filters,
                  std::function<void(const filter_owners&)> keep)
@@ -50,15 +45,19 @@ void modules::filters_change(const std::string& bridge, std::optional<pid_t> own
   filters_ = std::move(changed);
 }
 
-// The device's MTU is its bridge's, with room for the header in front.
+// The device's MTU is its bridge's: the agent takes it for the largest frame that leaves it, and raises it itself when
+// a record needs more. So an agent that starts finds it as it was.
 int modules::device_create(const std::string& name)
 {
   const auto bridge = bridge_of_device(name);
   if (!bridge)
     return EINVAL;
-  if (devices_.contains(*bridge))
+  const int mtu = bridges_[*bridge].settings().mtu;
+  if (devices_.contains(*bridge)) {
+    tap_mtu_set(name, mtu);
     return EEXIST;
-  descriptor device = tap_open(name, bridges_[*bridge].settings().mtu + header_size);
+  }
+  descriptor device = tap_open(name, mtu);
   if (device.get() < 0)
     return errno;
   events_.watch(

@@ -2,48 +2,19 @@
 
 #include "platform/kvbridged/settings.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <linux/filter.h>
+#include <iterator>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace kvbridged {
 namespace {
-
-constexpr uint16_t discovery_ethertype = 0x8863;
-constexpr size_t tag_size = 4;
-constexpr size_t ethertype_offset = 12;
-
-// Classic BPF: look for the discovery EtherType at 12, 16, 20 and 24, going on only behind a VLAN tag.
-std::vector<sock_filter> discovery_filter(port_frames which, uint16_t stag_ethertype)
-{
-  constexpr int depths = 4;
-  constexpr int per_depth = 5;
-  const uint32_t match = which == port_frames::discovery ? UINT32_MAX : 0;
-  std::vector<sock_filter> program;
-  for (int depth = 0; depth < depths; ++depth) {
-    // Jumps count from the next instruction; the two verdicts stand at the end, behind one jump.
-    const auto to_match = [&](int at) { return static_cast<uint8_t>((depths - depth) * per_depth - at); };
-    const uint8_t to_next = 1;
-    const bool last = depth == depths - 1;
-    const uint32_t offset = static_cast<uint32_t>(ethertype_offset + tag_size * static_cast<size_t>(depth));
-    program.push_back(BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offset));
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, discovery_ethertype, to_match(1), 0));
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x8100, static_cast<uint8_t>(to_next + 1), 0));
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x88a8, to_next, 0));
-    // Neither: the verdict for others, one behind the match; a tag falls through to the next depth.
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, stag_ethertype, 0, static_cast<uint8_t>(to_match(4) + 1)));
-    if (last)  // a fourth tag deep is no discovery frame any more
-      program.push_back(BPF_JUMP(BPF_JMP | BPF_JA, 1, 0, 0));
-  }
-  program.push_back(BPF_STMT(BPF_RET | BPF_K, match));
-  program.push_back(BPF_STMT(BPF_RET | BPF_K, ~match));
-  return program;
-}
 
 [[noreturn]] void give_up(const std::string& what, const std::string& interface)
 {
@@ -65,19 +36,26 @@ void socket_bind(int fd, const std::string& interface)
   if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       setsockopt(fd, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &promiscuous, sizeof promiscuous) != 0 ||
       setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0 ||
-      setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0)
+      setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0 ||
+      setsockopt(fd, SOL_PACKET, PACKET_VNET_HDR, &on, sizeof on) != 0)
     give_up("cannot listen on", interface);
 }
 
-void tag_put_back(std::vector<unsigned char>& frame, const tpacket_auxdata& aux)
+// The tag that the kernel took off the frame, if it did.
+std::optional<tpacket_auxdata> tag_taken_off(msghdr& message)
 {
-  if (!(aux.tp_status & TP_STATUS_VLAN_VALID) || frame.size() < ethertype_offset)
-    return;
-  const uint16_t tpid = aux.tp_status & TP_STATUS_VLAN_TPID_VALID ? aux.tp_vlan_tpid : 0x8100;
-  const unsigned char tag[tag_size] = {static_cast<unsigned char>(tpid >> 8), static_cast<unsigned char>(tpid),
-                                       static_cast<unsigned char>(aux.tp_vlan_tci >> 8),
-                                       static_cast<unsigned char>(aux.tp_vlan_tci)};
-  frame.insert(frame.begin() + ethertype_offset, std::begin(tag), std::end(tag));
+  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
+    if (header->cmsg_level != SOL_PACKET || header->cmsg_type != PACKET_AUXDATA)
+      continue;
+    tpacket_auxdata aux;
+    std::memcpy(&aux, CMSG_DATA(header), sizeof aux);
+    if (!(aux.tp_status & TP_STATUS_VLAN_VALID))
+      return std::nullopt;
+    if (!(aux.tp_status & TP_STATUS_VLAN_TPID_VALID))
+      aux.tp_vlan_tpid = ctag_ethertype;
+    return aux;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -96,29 +74,63 @@ descriptor port_socket_open(const std::string& interface, port_frames which, uin
   return sock;
 }
 
-bool port_socket_read(int fd, std::vector<unsigned char>& frame)
+int port_socket_send(int fd, const port_frame& frame)
 {
-  constexpr size_t largest = 65536;
-  frame.resize(largest);
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
-  iovec part{frame.data(), frame.size()};
+  iovec parts[] = {{const_cast<offload*>(&frame.left_to_do), sizeof frame.left_to_do},
+                   {const_cast<unsigned char*>(frame.bytes.data()), frame.bytes.size()}};
   msghdr message{};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
+  message.msg_iov = parts;
+  message.msg_iovlen = std::size(parts);
+  return sendmsg(fd, &message, 0) < 0 ? errno : 0;
+}
+
+std::optional<mac_address> interface_address(const std::string& interface)
+{
+  const descriptor sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request{};
+  std::memcpy(request.ifr_name, interface.data(), std::min(interface.size(), sizeof request.ifr_name - 1));
+  if (sock.get() < 0 || ioctl(sock.get(), SIOCGIFHWADDR, &request) != 0)
+    return std::nullopt;
+  mac_address address;
+  std::memcpy(address.data(), request.ifr_hwaddr.sa_data, address.size());
+  return address;
+}
+
+void port_reader::tag_put_back(port_frame& frame, uint16_t type, uint16_t control)
+{
+  std::memmove(buffer_.data(), buffer_.data() + tag_size, ethertype_offset);
+  const unsigned char tag[tag_size] = {static_cast<unsigned char>(type >> 8), static_cast<unsigned char>(type),
+                                       static_cast<unsigned char>(control >> 8), static_cast<unsigned char>(control)};
+  std::copy(std::begin(tag), std::end(tag), buffer_.begin() + ethertype_offset);
+  frame.bytes = {buffer_.data(), frame.bytes.size() + tag_size};
+  // These two count from the frame's start.
+  offload& left = frame.left_to_do;
+  if (left.flags & offload::needs_checksum)
+    left.checksum_start = static_cast<uint16_t>(left.checksum_start + tag_size);
+  if (left.segments != 0)
+    left.header_length = static_cast<uint16_t>(left.header_length + tag_size);
+}
+
+std::optional<port_frame> port_reader::read(int fd)
+{
+  port_frame frame;
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
+  iovec parts[] = {{&frame.left_to_do, sizeof frame.left_to_do}, {buffer_.data() + tag_size, largest}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = std::size(parts);
   message.msg_control = control;
   message.msg_controllen = sizeof control;
   const ssize_t size = recvmsg(fd, &message, 0);
-  if (size <= 0)
-    return false;
-  frame.resize(static_cast<size_t>(size));
-  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
-    if (header->cmsg_level != SOL_PACKET || header->cmsg_type != PACKET_AUXDATA)
-      continue;
-    tpacket_auxdata aux;
-    std::memcpy(&aux, CMSG_DATA(header), sizeof aux);
-    tag_put_back(frame, aux);
-  }
-  return true;
+  // A frame whose segments the header has no word for is gone with this error; the next one may be waiting.
+  if (size < 0)
+    return errno == EINVAL ? std::optional(port_frame{}) : std::nullopt;
+  if (static_cast<size_t>(size) < sizeof frame.left_to_do + ethernet_header || message.msg_flags & MSG_TRUNC)
+    return port_frame{};
+  frame.bytes = {buffer_.data() + tag_size, static_cast<size_t>(size) - sizeof frame.left_to_do};
+  if (const auto tag = tag_taken_off(message))
+    tag_put_back(frame, tag->tp_vlan_tpid, tag->tp_vlan_tci);
+  return frame;
 }
 
 }  // namespace kvbridged

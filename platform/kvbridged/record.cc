@@ -14,12 +14,6 @@ constexpr size_t port_number = 52;
 constexpr size_t input_name = 74;
 constexpr size_t output_name = 90;
 constexpr size_t name_size = 16;
-constexpr size_t ethernet_header = 14;
-
-uint16_t word_at(std::span<const unsigned char> frame, size_t offset)
-{
-  return offset + 2 <= frame.size() ? static_cast<uint16_t>(frame[offset] << 8 | frame[offset + 1]) : uint16_t{0};
-}
 
 void word_put(frame_bytes& record, size_t offset, uint16_t word)
 {
@@ -33,38 +27,20 @@ void name_put(frame_bytes& record, size_t offset, const std::string& name)
 }
 
 // Tag control words of the outer tag (0 without one) and of the customer's behind it (4095 without one).
-void tags_put(frame_bytes& record, std::span<const unsigned char> frame, uint16_t stag_ethertype)
+void tags_put(frame_bytes& record, frame_view frame, uint16_t stag_ethertype)
 {
   constexpr uint16_t none = 4095;
-  constexpr uint16_t ctag = 0x8100;
-  const uint16_t outer = word_at(frame, 12);
-  const bool tagged = outer == ctag || outer == stag_ethertype;
-  const bool twice = tagged && word_at(frame, 16) == ctag;
+  const uint16_t outer = word_at(frame, ethertype_offset);
+  const bool tagged = outer == ctag_ethertype || outer == stag_ethertype;
+  const bool twice = tagged && word_at(frame, ethertype_offset + tag_size) == ctag_ethertype;
   word_put(record, vlan_word, tagged ? word_at(frame, 14) : uint16_t{0});
   word_put(record, vlan_word + 2, twice ? word_at(frame, 18) : none);
 }
 
-mac_address address_at(std::span<const unsigned char> frame, size_t offset)
-{
-  mac_address address;
-  std::copy_n(frame.begin() + static_cast<std::ptrdiff_t>(offset), address.size(), address.begin());
-  return address;
-}
-
 }  // namespace
 
-mac_address destination_of(std::span<const unsigned char> frame)
-{
-  return address_at(frame, 0);
-}
-
-mac_address source_of(std::span<const unsigned char> frame)
-{
-  return address_at(frame, 6);
-}
-
-frame_bytes record_make(std::span<const unsigned char> frame, uint16_t stag_ethertype, uint16_t input_port,
-                        const std::string& input_device, const std::string& output_device)
+frame_bytes record_make(frame_view frame, uint16_t stag_ethertype, uint16_t input_port, const std::string& input_device,
+                        const std::string& output_device)
 {
   frame_bytes record(header_size + frame.size());
   const auto length = static_cast<uint32_t>(record.size());
@@ -77,7 +53,7 @@ frame_bytes record_make(std::span<const unsigned char> frame, uint16_t stag_ethe
   return record;
 }
 
-std::optional<returned_record> record_parse(std::span<const unsigned char> record)
+std::optional<returned_record> record_parse(frame_view record)
 {
   uint32_t length = 0;
   if (record.size() < header_size + ethernet_header)

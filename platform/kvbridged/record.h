@@ -2,34 +2,32 @@
 #ifndef PLATFORM_KVBRIDGED_RECORD_H
 #define PLATFORM_KVBRIDGED_RECORD_H
 
-#include <array>
+#include "platform/kvbridged/frame.h"
+
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
-#include <vector>
 
 namespace kvbridged {
 
-using frame_bytes = std::vector<unsigned char>;
-using mac_address = std::array<unsigned char, 6>;
-
-// Addresses of a frame, which must have its 14 bytes of header.
-mac_address destination_of(std::span<const unsigned char> frame);
-mac_address source_of(std::span<const unsigned char> frame);
+// The largest frame whose record the agent has room for on a device of that MTU: its buffer is 106 bytes larger.
+constexpr size_t record_frame_max(int mtu)
+{
+  return static_cast<size_t>(mtu) - 1;
+}
 
 // A frame on its way to the agent.
-frame_bytes record_make(std::span<const unsigned char> frame, uint16_t stag_ethertype, uint16_t input_port,
-                        const std::string& input_device, const std::string& output_device);
+frame_bytes record_make(frame_view frame, uint16_t stag_ethertype, uint16_t input_port, const std::string& input_device,
+                        const std::string& output_device);
 
 // What came back from the agent.
 struct returned_record {
   std::string output_device;  // empty: where the frame's destination is
-  std::span<const unsigned char> frame;
+  frame_view frame;
 };
 
 // Nothing when the record is none: shorter than its own length, or without an Ethernet header.
-std::optional<returned_record> record_parse(std::span<const unsigned char> record);
+std::optional<returned_record> record_parse(frame_view record);
 
 }  // namespace kvbridged
 

@@ -1,6 +1,8 @@
 #include "platform/kvbridged/settings.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <sstream>
 
 namespace kvbridged {
@@ -48,16 +50,18 @@ bridge_settings bridge_parse(const std::string& text)
 
 void port_parse(const std::string& text, std::vector<bridge_settings>& bridges)
 {
+  constexpr unsigned addresses_default = 1024;
+  constexpr char addresses_key[] = "addresses=";
   const std::vector<std::string> parts = parts_of(text);
-  if (parts.size() != 4 || (parts[2] != "subscriber" && parts[2] != "network"))
-    throw fatal("a port is BRIDGE,PORT,subscriber|network,INTERFACE, not '" + text + "'");
-  for (bridge_settings& bridge : bridges) {
-    if (bridge.name != parts[0])
-      continue;
-    bridge.ports.push_back({static_cast<uint16_t>(number(parts[1], 1, 65535)), parts[2] == "network", parts[3]});
-    return;
-  }
-  throw fatal("no such bridge: '" + parts[0] + "'");
+  const bool more = parts.size() == 5 && parts[4].starts_with(addresses_key);
+  if ((parts.size() != 4 && !more) || (parts[2] != "subscriber" && parts[2] != "network"))
+    throw fatal("a port is BRIDGE,PORT,subscriber|network,INTERFACE[,addresses=COUNT], not '" + text + "'");
+  const unsigned addresses =
+      more ? number(parts[4].substr(std::strlen(addresses_key)), 1, 1'000'000) : addresses_default;
+  const auto at = std::ranges::find(bridges, parts[0], &bridge_settings::name);
+  if (at == bridges.end())
+    throw fatal("no such bridge: '" + parts[0] + "'");
+  at->ports.push_back({static_cast<uint16_t>(number(parts[1], 1, 65535)), parts[2] == "network", parts[3], addresses});
 }
 
 }  // namespace kvbridged

@@ -15,6 +15,7 @@ struct port_settings {
   uint16_t id;
   bool network;           // else a subscriber's
   std::string interface;  // Linux interface behind the port
+  unsigned addresses;     // how many may be known behind it
 };
 
 struct bridge_settings {
@@ -32,7 +33,7 @@ class fatal : public std::runtime_error {
 // "br0", "br0,stag=0x9100,mtu=1600". Throws fatal.
 bridge_settings bridge_parse(const std::string& text);
 
-// "br0,1,subscriber,veth1" or "br0,9,network,uplink": added to the bridge named. Throws fatal.
+// "br0,1,subscriber,veth1" or "br0,9,network,uplink,addresses=16384": added to the bridge named. Throws fatal.
 void port_parse(const std::string& text, std::vector<bridge_settings>& bridges);
 
 }  // namespace kvbridged

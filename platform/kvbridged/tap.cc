@@ -20,14 +20,6 @@ ifreq request_for(const std::string& name)
   return request;
 }
 
-bool mtu_set(const std::string& name, int mtu)
-{
-  const descriptor sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ifreq request = request_for(name);
-  request.ifr_mtu = mtu;
-  return sock.get() >= 0 && ioctl(sock.get(), SIOCSIFMTU, &request) == 0;
-}
-
 // Room for what the agent gives back in a burst while this process reads something else; best effort.
 void queue_set(const std::string& name)
 {
@@ -46,6 +38,14 @@ void ipv6_off(const std::string& name)
 
 }  // namespace
 
+bool tap_mtu_set(const std::string& name, int mtu)
+{
+  const descriptor sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request = request_for(name);
+  request.ifr_mtu = mtu;
+  return sock.get() >= 0 && ioctl(sock.get(), SIOCSIFMTU, &request) == 0;
+}
+
 descriptor tap_open(const std::string& name, int mtu)
 {
   if (if_nametoindex(name.c_str()) != 0) {
@@ -55,7 +55,7 @@ descriptor tap_open(const std::string& name, int mtu)
   descriptor tap(open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
   ifreq request = request_for(name);
   request.ifr_flags = IFF_TAP | IFF_NO_PI;
-  if (tap.get() < 0 || ioctl(tap.get(), TUNSETIFF, &request) != 0 || !mtu_set(name, mtu))
+  if (tap.get() < 0 || ioctl(tap.get(), TUNSETIFF, &request) != 0 || !tap_mtu_set(name, mtu))
     return descriptor();
   queue_set(name);
   ipv6_off(name);

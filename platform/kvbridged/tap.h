@@ -12,6 +12,9 @@ namespace kvbridged {
 // writes whole frames and does not block. -1 with errno set on failure (EEXIST: the name is taken).
 descriptor tap_open(const std::string& name, int mtu);
 
+// Sets the MTU of a device. False with errno set on failure.
+bool tap_mtu_set(const std::string& name, int mtu);
+
 }  // namespace kvbridged
 
 #endif

@@ -1,0 +1,60 @@
+// A bridge with a cable from each of its ports to a host, in a network of the test's own, and an agent that gives back
+// what it gets.
+#ifndef TESTS_KVBRIDGED_CABLES_H
+#define TESTS_KVBRIDGED_CABLES_H
+
+#include "platform/kvbridged/bridge.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+// Moves the calling thread into a new network without IPv6. Empty, or why that cannot be had.
+std::string network_enter();
+
+// Runs a command; whether it ended with 0.
+bool run(const std::string& command);
+
+// A host's end of a cable, as bytes.
+class host {
+public:
+  // With `offload`, frames go and come behind what is left to do on them.
+  explicit host(const std::string& interface, bool offload = false);
+
+  void send(kvbridged::frame_view frame) const;
+  // The next frame; empty when none comes for some seconds, or with `waiting` false when none is there.
+  kvbridged::frame_bytes receive(bool waiting = true) const;
+
+private:
+  kvbridged::descriptor socket_;
+};
+
+class cabled_bridge {
+public:
+  // Makes the cables from the ports' interfaces, each called as the port and with "h" in front at the host's end.
+  cabled_bridge(const std::string& bridge, const std::vector<std::string>& ports, int cable_mtu = 1500);
+  ~cabled_bridge() { stop(); }
+
+  // What the agent does with a record before it gives it back; false to drop it. Set before start().
+  std::function<bool(kvbridged::frame_bytes&)> agent = [](kvbridged::frame_bytes&) { return true; };
+
+  void start();
+  // Ends the traffic; counts are to be read from then on.
+  void stop();
+  // A count of the line of statistics.
+  long count(const std::string& name) const;
+
+private:
+  void agent_read();
+
+  kvbridged::loop events_;
+  std::unique_ptr<kvbridged::bridge> bridge_;
+  kvbridged::descriptor bridge_end_;
+  kvbridged::descriptor agent_end_;
+  kvbridged::descriptor stop_;
+  std::thread thread_;
+};
+
+#endif

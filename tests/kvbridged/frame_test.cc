@@ -1,0 +1,152 @@
+#include "platform/kvbridged/frame.h"
+
+#include "platform/kvbridged/discovery_filter.h"
+#include "tests/kvbridged/frames.h"
+
+#include <algorithm>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace kvbridged;
+
+constexpr uint16_t stag = 0x9988;
+constexpr uint16_t padded = 60;
+
+// The kernel runs the filter on what is written to one end of a socket pair.
+class filter_in_kernel {
+public:
+  explicit filter_in_kernel(port_frames which)
+  {
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends_), 0);
+    std::vector<sock_filter> program = discovery_filter(which, stag);
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    EXPECT_EQ(setsockopt(ends_[0], SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
+  }
+  ~filter_in_kernel()
+  {
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+  bool passes(frame_view frame) const
+  {
+    unsigned char byte;
+    EXPECT_EQ(send(ends_[1], frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
+    return recv(ends_[0], &byte, 1, 0) > 0;
+  }
+
+private:
+  int ends_[2];
+};
+
+// Calls with every stack of up to six tags.
+template <typename F>
+void each_stack(const F& call)
+{
+  constexpr uint16_t types[] = {0x8100, 0x88a8, stag, 0x9100, 0x9300};
+  std::vector<uint16_t> tags;
+  const std::function<void()> deeper = [&] {
+    call(tags);
+    for (const uint16_t type : types) {
+      if (tags.size() == 6)
+        return;
+      tags.push_back(type);
+      deeper();
+      tags.pop_back();
+    }
+  };
+  deeper();
+  for (size_t depth = 1; depth <= 6; ++depth)
+    call(std::vector<uint16_t>(depth, 0x9200));
+}
+
+frame_kind kind_expected(const std::vector<uint16_t>& tags, uint16_t ethertype)
+{
+  const bool own =
+      std::ranges::all_of(tags, [](uint16_t type) { return type == 0x8100 || type == 0x88a8 || type == stag; });
+  if (tags.size() > 4)
+    return frame_kind::hidden;
+  if (ethertype != discovery_ethertype)
+    return frame_kind::other;
+  return own ? frame_kind::discovery : frame_kind::hidden;
+}
+
+TEST(Classify, EveryStackOfTags)
+{
+  each_stack([](const std::vector<uint16_t>& tags) {
+    for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x8864}, uint16_t{0x9400}}) {
+      frame_bytes frame = frame_head(everybody, host_address(1), tags, ethertype);
+      const size_t at = frame.size() - 2;
+      frame.resize(padded);
+      const frame_class found = classify(frame, stag);
+      ASSERT_EQ(found.kind, kind_expected(tags, ethertype));
+      ASSERT_TRUE(found.kind == frame_kind::hidden || found.ethertype == at);
+    }
+  });
+}
+
+TEST(Classify, AFrameThatEndsInItsTagsIsHidden)
+{
+  frame_bytes frame = frame_head(everybody, host_address(1), {0x8100, 0x8100}, discovery_ethertype);
+  EXPECT_EQ(classify(frame, stag).kind, frame_kind::discovery);
+  for (frame.pop_back(); frame.size() >= ethernet_header; frame.pop_back())
+    EXPECT_EQ(classify(frame, stag).kind, frame_kind::hidden);
+}
+
+// Whether the outer tag is in the frame or was taken off: what is for the agent comes by the discovery socket, and each
+// frame comes by exactly one.
+TEST(DiscoveryFilter, AgreesWithClassify)
+{
+  const filter_in_kernel discovery(port_frames::discovery);
+  const filter_in_kernel others(port_frames::others);
+  each_stack([&](const std::vector<uint16_t>& tags) {
+    for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
+      const frame_bytes whole = frame_head(everybody, host_address(1), tags, ethertype);
+      const std::vector<uint16_t> rest(tags.begin() + (tags.empty() ? 0 : 1), tags.end());
+      const frame_kind kind = classify(whole, stag).kind;
+      for (const frame_bytes& seen : {whole, frame_head(everybody, host_address(1), rest, ethertype)}) {
+        const bool passes = discovery.passes(seen);
+        ASSERT_NE(passes, others.passes(seen));
+        ASSERT_TRUE(kind != frame_kind::discovery || passes);
+        ASSERT_TRUE(kind != frame_kind::other || !passes);
+      }
+    }
+  });
+  frame_bytes cut = frame_head(everybody, host_address(1), {0x8100}, discovery_ethertype);
+  cut.pop_back();
+  EXPECT_FALSE(discovery.passes(cut));
+  EXPECT_TRUE(others.passes(cut));
+}
+
+TEST(ErrorAnswer, GoesBackBehindTheSameTags)
+{
+  for (const auto& [request, reply] : {std::pair(0x09, 0x07), std::pair(0x19, 0x65)}) {
+    frame_bytes frame =
+        discovery_frame(static_cast<unsigned char>(request), everybody, host_address(1), 1600, {stag, 0x8100});
+    frame[24] = 0xab;  // the session id stays
+    frame_bytes expected = frame_head(host_address(1), host_address(9), {stag, 0x8100}, discovery_ethertype);
+    for (const unsigned word : {0x1100 | reply, 0xab00, 4, 0x0203, 0})
+      word_add(expected, word);
+    expected.resize(60, 0xff);
+    EXPECT_EQ(error_answer(frame, 20, host_address(9)), expected);
+  }
+}
+
+TEST(ErrorAnswer, OnlyForAWholeRequestOfAClient)
+{
+  const auto answered = [](const frame_bytes& frame) { return error_answer(frame, 12, host_address(9)).has_value(); };
+  EXPECT_TRUE(answered(discovery_frame(0x09, everybody, host_address(1))));
+  for (const int code : {0x07, 0x65, 0xa7, 0x00})
+    EXPECT_FALSE(answered(discovery_frame(static_cast<unsigned char>(code), everybody, host_address(1))));
+  EXPECT_FALSE(answered(discovery_frame(0x09, host_address(9), everybody)));
+  frame_bytes cut = discovery_frame(0x09, everybody, host_address(1));
+  while (cut.size() > ethernet_header) {
+    cut.pop_back();
+    EXPECT_FALSE(answered(cut));
+  }
+}
+
+}  // namespace

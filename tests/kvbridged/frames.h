@@ -1,0 +1,48 @@
+// Ethernet frames put together field by field.
+#ifndef TESTS_KVBRIDGED_FRAMES_H
+#define TESTS_KVBRIDGED_FRAMES_H
+
+#include "platform/kvbridged/frame.h"
+
+inline void word_add(kvbridged::frame_bytes& frame, unsigned word)
+{
+  frame.push_back(static_cast<unsigned char>(word >> 8));
+  frame.push_back(static_cast<unsigned char>(word));
+}
+
+inline const kvbridged::mac_address everybody{0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+
+// The address of a host with that number.
+inline kvbridged::mac_address host_address(unsigned char number)
+{
+  return {0x02, 0, 0, 0, 0, number};
+}
+
+// Header and tags (each with a control word of its own) up to and with the EtherType.
+inline kvbridged::frame_bytes frame_head(const kvbridged::mac_address& to, const kvbridged::mac_address& from,
+                                         const std::vector<uint16_t>& tags, uint16_t ethertype)
+{
+  kvbridged::frame_bytes frame(to.begin(), to.end());
+  frame.insert(frame.end(), from.begin(), from.end());
+  for (const uint16_t type : tags) {
+    word_add(frame, type);
+    word_add(frame, static_cast<unsigned>(5 + frame.size()));
+  }
+  word_add(frame, ethertype);
+  return frame;
+}
+
+// A discovery frame of `size` bytes whose payload fills it.
+inline kvbridged::frame_bytes discovery_frame(unsigned char code, const kvbridged::mac_address& to,
+                                              const kvbridged::mac_address& from, size_t size = 60,
+                                              const std::vector<uint16_t>& tags = {})
+{
+  kvbridged::frame_bytes frame = frame_head(to, from, tags, kvbridged::discovery_ethertype);
+  word_add(frame, 0x1100u | code);
+  word_add(frame, 0);
+  word_add(frame, static_cast<unsigned>(size - frame.size() - 2));
+  frame.resize(size);
+  return frame;
+}
+
+#endif
