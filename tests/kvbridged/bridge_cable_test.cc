@@ -261,7 +261,8 @@ public:
     setns(former.get(), CLONE_NEWNET);
     EXPECT_TRUE(run("ip link set " + interface + " netns /proc/self/fd/" + std::to_string(network_.get())));
     at_home([&] {
-      EXPECT_TRUE(run("ip addr add " + address + "/24 dev " + interface + " && ip link set " + interface + " up"));
+      EXPECT_TRUE(run("ip addr add " + address + "/24 dev " + interface));
+      link_up(interface);
     });
   }
   template <typename F>
