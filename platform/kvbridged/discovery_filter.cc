@@ -1,7 +1,5 @@
 #include "platform/kvbridged/discovery_filter.h"
 
-#include "platform/kvbridged/frame.h"
-
 namespace kvbridged {
 namespace {
 

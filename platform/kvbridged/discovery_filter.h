@@ -3,13 +3,13 @@
 #ifndef PLATFORM_KVBRIDGED_DISCOVERY_FILTER_H
 #define PLATFORM_KVBRIDGED_DISCOVERY_FILTER_H
 
+#include "platform/kvbridged/frame.h"
+
 #include <cstdint>
 #include <linux/filter.h>
 #include <vector>
 
 namespace kvbridged {
-
-enum class port_frames { discovery, others };
 
 // Classic BPF. Discovery frames have EtherType 0x8863 behind at most four tags of any type, the bridge's own or not;
 // others are all the rest. Every frame passes exactly one of the two, those that end inside their tags as others.

@@ -45,6 +45,9 @@ enum class frame_kind {
   other,
 };
 
+// Which frames a port's socket is for.
+enum class port_frames { discovery, others };
+
 struct frame_class {
   frame_kind kind;
   size_t ethertype;  // offset of the EtherType behind the tags

@@ -1,5 +1,6 @@
 #include "platform/kvbridged/port_socket.h"
 
+#include "platform/kvbridged/discovery_filter.h"
 #include "platform/kvbridged/settings.h"
 
 #include <algorithm>

@@ -7,7 +7,6 @@
 #define PLATFORM_KVBRIDGED_PORT_SOCKET_H
 
 #include "platform/kvbridged/descriptor.h"
-#include "platform/kvbridged/discovery_filter.h"
 #include "platform/kvbridged/frame.h"
 
 #include <cstdint>

@@ -221,33 +221,37 @@ TEST_F(BridgeOnCables, APseudoDeviceHasItsBridgesMtu)
   EXPECT_EQ(mtu_of("br1_pppoe"), 1600);
 }
 
-// A checksum is left to do behind a tag, which the kernel takes off at each end of a cable.
-TEST_F(BridgeOnCables, AChecksumIsLeftToDoAtTheRightPlace)
+// Behind a tag, which the kernel takes off at each end of a cable: places count from the frame's start.
+TEST_F(BridgeOnCables, ChecksumAndSegmentsAreLeftToDoAtTheRightPlaces)
 {
-  struct {
-    uint8_t flags, segments;
-    uint16_t header_length, segment_size, checksum_start, checksum_offset;
-  } left{};
+  constexpr size_t payload = 5000;
   cabled_bridge node("br0", {"1,subscriber,line1", "9,network,up1"});
   const host line("hline1", true), uplink("hup1", true);
   node.start();
-  frame_bytes udp = frame_head(server, client, {0x8100}, 0x0800);
-  for (const unsigned word : {0x4500, 36, 0, 0, 0x4011, 0x669d, 0x0a00, 0x0001, 0x0a00, 0x0002, 7, 7, 16, 0x1424})
-    word_add(udp, word);
-  udp.resize(udp.size() + 8);
-  left.flags = 1;
-  left.checksum_start = 18 + 20;
-  left.checksum_offset = 6;
-  frame_bytes sent(sizeof left);
-  std::memcpy(sent.data(), &left, sizeof left);
-  sent.insert(sent.end(), udp.begin(), udp.end());
+  offload left{.flags = offload::needs_checksum,
+               .segments = 1,  // TCP over IPv4
+               .header_length = 18 + 20 + 20,
+               .segment_size = 1000,
+               .checksum_start = 18 + 20,
+               .checksum_offset = 16};
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&left);
+  frame_bytes sent(bytes, bytes + sizeof left);
+  const frame_bytes head = frame_head(server, client, {0x8100}, 0x0800);
+  sent.insert(sent.end(), head.begin(), head.end());
+  for (const unsigned word : {0x4500u, unsigned{40 + payload}, 0u, 0u, 0x4006u, 0u, 0x0a00u, 1u, 0x0a00u, 2u})
+    word_add(sent, word);
+  for (const unsigned word : {7u, 7u, 0u, 0u, 0u, 0u, 0x5010u, 0xffffu, 0u, 0u})
+    word_add(sent, word);
+  sent.resize(sent.size() + payload, 'x');
   line.send(sent);
   const frame_bytes came = uplink.receive();
-  ASSERT_EQ(came.size(), sent.size() - 4);
+  ASSERT_EQ(came.size(), sent.size() - tag_size);
   std::memcpy(&left, came.data(), sizeof left);
-  EXPECT_EQ(left.flags, 1);
+  EXPECT_EQ(left.flags, offload::needs_checksum);
+  EXPECT_EQ(left.segments, 1);
+  EXPECT_EQ(left.segment_size, 1000);
   EXPECT_EQ(left.checksum_start, 14 + 20);
-  EXPECT_EQ(left.checksum_offset, 6);
+  EXPECT_EQ(left.checksum_offset, 16);
 }
 
 // Runs a call in a network of its own that gets one end of a cable with an address.
@@ -261,7 +265,8 @@ public:
     setns(former.get(), CLONE_NEWNET);
     EXPECT_TRUE(run("ip link set " + interface + " netns /proc/self/fd/" + std::to_string(network_.get())));
     at_home([&] {
-      EXPECT_TRUE(run("ip addr add " + address + "/24 dev " + interface + " && ip link set " + interface + " up"));
+      EXPECT_TRUE(run("ip addr add " + address + "/24 dev " + interface));
+      link_up(interface);
     });
   }
   template <typename F>

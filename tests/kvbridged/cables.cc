@@ -1,7 +1,9 @@
 #include "tests/kvbridged/cables.h"
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
@@ -10,6 +12,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 using namespace kvbridged;
@@ -26,6 +29,20 @@ std::string network_enter()
 bool run(const std::string& command)
 {
   return std::system(command.c_str()) == 0;
+}
+
+void link_up(const std::string& interface)
+{
+  const std::string command = "ip link set " + interface + " up";
+  EXPECT_TRUE(run(command));
+  const descriptor sock(socket(AF_INET, SOCK_DGRAM, 0));
+  ifreq request{};
+  std::strcpy(request.ifr_name, interface.c_str());
+  for (int tries = 0; tries < 3000 && !(request.ifr_flags & IFF_RUNNING); ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ioctl(sock.get(), SIOCGIFFLAGS, &request);
+  }
+  EXPECT_TRUE(run(command));  // waits until the kernel has done with the first
 }
 
 host::host(const std::string& interface, bool offload) : socket_(::socket(AF_PACKET, SOCK_RAW, 0))
@@ -64,8 +81,10 @@ cabled_bridge::cabled_bridge(const std::string& bridge, const std::vector<std::s
     port_parse(settings[0].name + "," + port, settings);
     const std::string& name = settings[0].ports.back().interface;
     const std::string mtu = " mtu " + std::to_string(cable_mtu);
-    EXPECT_TRUE(run("ip link add " + name + mtu + " type veth peer name h" + name + mtu + " && ip link set " + name +
-                    " up && ip link set h" + name + " up"));
+    EXPECT_TRUE(
+        run("ip link add " + name + mtu + " type veth peer name h" + name + mtu + " && ip link set h" + name + " up"));
+    link_up(name);
+    link_up("h" + name);
   }
   bridge_ = std::make_unique<kvbridged::bridge>(settings[0], events_);
   int ends[2];

@@ -17,6 +17,9 @@ std::string network_enter();
 // Runs a command; whether it ended with 0.
 bool run(const std::string& command);
 
+// Brings an interface up and waits until both ends of its cable carry frames: the kernel loses them in silence before.
+void link_up(const std::string& interface);
+
 // A host's end of a cable, as bytes.
 class host {
 public:
