@@ -25,6 +25,9 @@ constexpr unsigned kvbridge_filter_attach = 0x40047ac8;
 // Fixed inodes, then two a bridge: its directory and its file.
 constexpr fuse_ino_t mng_dir = 2, kvbridge_dir = 3, mng_config = 4, kvbridge_config = 5, first_bridge = 16;
 
+// The kernel keeps no answers, so that a tree whose kvbridged is gone is seen to be dead at once.
+constexpr double keep_seconds = 0;
+
 struct node {
   fuse_ino_t inode;
   std::string name;
@@ -94,9 +97,9 @@ void lookup(fuse_req_t request, fuse_ino_t parent, const char* name)
     if (child.name != name)
       continue;
     fuse_entry_param entry{};
+    entry.attr_timeout = entry.entry_timeout = keep_seconds;
     entry.ino = child.inode;
     entry.attr = attributes_of(child.inode);
-    entry.attr_timeout = entry.entry_timeout = 1.0;
     fuse_reply_entry(request, &entry);
     return;
   }
@@ -106,7 +109,7 @@ void lookup(fuse_req_t request, fuse_ino_t parent, const char* name)
 void getattr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*)
 {
   const struct stat attributes = attributes_of(inode);
-  fuse_reply_attr(request, &attributes, 1.0);
+  fuse_reply_attr(request, &attributes, keep_seconds);
 }
 
 void readdir(fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*)

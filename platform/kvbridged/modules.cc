@@ -2,6 +2,7 @@
 
 #include "platform/kvbridged/tap.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -16,6 +17,11 @@ modules::modules(const std::vector<bridge_settings>& settings, loop& events, fil
     if (filters_.contains(one.name))
       added.stop();
   }
+  const auto unknown = [&](const auto& filter) {
+    return std::ranges::none_of(settings, [&](const auto& one) { return one.name == filter.first; });
+  };
+  if (std::erase_if(filters_, unknown) > 0 && keep_)
+    keep_(filters_);
 }
 
 modules::~modules()
@@ -130,8 +136,11 @@ void modules::device_gone(size_t bridge)
 std::string modules::statistics() const
 {
   std::string lines;
-  for (const bridge& one : bridges_)
-    lines += one.statistics() + "\n";
+  for (size_t i = 0; i < bridges_.size(); ++i) {
+    const auto device = devices_.find(i);
+    const bool stopped = filters_.contains(settings(i).name) && (device == devices_.end() || !device->second.filtered);
+    lines += bridges_[i].statistics() + (stopped ? ", discovery stopped\n" : "\n");
+  }
   return lines;
 }
 

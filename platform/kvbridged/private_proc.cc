@@ -1,12 +1,10 @@
 #include "platform/kvbridged/private_proc.h"
 
-#include "platform/kvbridged/descriptor.h"
 #include "platform/kvbridged/settings.h"
 #include "platform/kvbridged/tree_place.h"
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <sched.h>
 #include <sys/mount.h>
@@ -17,8 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where the real procfs is in the command's namespace.
-constexpr char real_proc[] = "/proc/.real";
+// Where the real procfs is in the command's /proc.
+constexpr char real_folder[] = ".real";
 
 void check(bool done, const std::string& what)
 {
@@ -42,19 +40,25 @@ void propagation_one_way(const std::string& tree)
         "cannot keep the mounts to this command");
 }
 
-void folder_make(const char* folder)
+void folder_make(const std::string& folder)
 {
-  check(mkdir(folder, 0755) == 0, std::string("cannot make ") + folder);
+  check(mkdir(folder.c_str(), 0755) == 0, "cannot make " + folder);
 }
 
-// Puts an empty /proc over the real one, which goes inside.
-void proc_make()
+void mount_or_throw(const char* from, const std::string& to, const char* type, unsigned long flags,
+                    const char* options = nullptr)
 {
-  const descriptor real(open_tree(AT_FDCWD, "/proc", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
-  check(real.get() >= 0, "cannot take /proc along");
-  check(mount("kvbridged", "/proc", "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=0755") == 0, "cannot mount /proc");
-  folder_make(real_proc);
-  check(move_mount(real.get(), "", AT_FDCWD, real_proc, MOVE_MOUNT_F_EMPTY_PATH) == 0, "cannot move /proc");
+  check(mount(from, to.c_str(), type, flags, options) == 0, "cannot mount " + to);
+}
+
+// Puts an empty /proc over the real one, which goes inside. It is made elsewhere and moved, since the real one would be
+// out of reach behind it: over the tree, which is seen again then.
+void proc_make(const std::string& tree)
+{
+  mount_or_throw("kvbridged", tree, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=0755");
+  folder_make(tree + "/" + real_folder);
+  mount_or_throw("/proc", tree + "/" + real_folder, nullptr, MS_BIND | MS_REC);
+  mount_or_throw(tree.c_str(), "/proc", nullptr, MS_MOVE);
 }
 
 // Links every entry of `from` into the directory `to`, except those that are there already.
@@ -67,13 +71,13 @@ void link_all(const fs::path& from, const fs::path& to)
   }
 }
 
-void net_make(const fs::path& tree)
+void net_make(const fs::path& tree, const fs::path& real)
 {
   const fs::path net = "/proc/net";
-  folder_make(net.c_str());
+  folder_make(net);
   for (const char* folder : {"mng", "kvbridge"})
     fs::create_symlink(tree / folder, net / folder);
-  link_all(fs::path(real_proc) / "self/net", net);
+  link_all(real / "self/net", net);
 }
 
 }  // namespace
@@ -83,9 +87,10 @@ void private_proc_exec(const std::string& directory, const std::vector<std::stri
   const std::string tree = tree_served(directory);
   check(unshare(CLONE_NEWNS) == 0, "no mount namespace");
   propagation_one_way(tree);
-  proc_make();
-  net_make(tree);
-  link_all(real_proc, "/proc");
+  proc_make(tree);
+  const fs::path real = fs::path("/proc") / real_folder;
+  net_make(tree, real);
+  link_all(real, "/proc");
   std::vector<char*> arguments;
   for (const std::string& word : command)
     arguments.push_back(const_cast<char*>(word.c_str()));

@@ -9,8 +9,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <iterator>
+#include <thread>
 
 namespace {
 
@@ -209,6 +213,77 @@ TEST_F(BridgeInstance, TracesOfCreationAndDeletion)
                                  "pppoeia_bridge_add()=0", "pppoeia_bridge_del(br0)",
                                  "<br0> Pseudo device 'br0_pppoe' deleted.", "<br0> Bridge deleted.",
                                  "pppoeia_bridge_del()=0"));
+}
+
+// Whether that line comes within some seconds. Gathers the lines so far in `lines`.
+bool logged(const std::string& line, std::vector<std::string>& lines)
+{
+  for (int tries = 0; tries < 2000 && std::ranges::count(lines, line) == 0; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::ranges::copy(messages(), std::back_inserter(lines));
+  }
+  return std::ranges::count(lines, line) == 1;
+}
+
+// As when the process that plays the kernel modules is killed, and another one is started after a while.
+TEST_F(BridgeInstance, DeviceThatVanishesIsMadeAnewAndServedAsBefore)
+{
+  const auto serves = [&] {
+    const byte_string record = test_frame{}.build();
+    wire_send(kernel.wire("br0_pppoe"), record);
+    return wire_receive(kernel.wire("br0_pppoe")).size() > record.size();
+  };
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  const pppoeia_port_info info{.parent_id = 0, .type = "eth", .kind = 1, .location = {}};
+  ASSERT_EQ(pppoeia_port_add("br0", 1, "dev1", "port1", &info), 0);
+  ASSERT_EQ(pppoeia_port_state_set("br0", 1, 1), 0);
+  EXPECT_TRUE(serves());
+  const size_t descriptors = kernel.open_descriptors();
+  messages();
+
+  kernel.fail_from_now({{"open:/proc/net/kvbridge/br0/bridge", ENOTCONN}, {"open:/proc/net/mng/config", ENOTCONN}});
+  kernel.vanish("br0_pppoe");
+  std::vector<std::string> lines;
+  EXPECT_TRUE(logged("<br0> Pseudo device 'br0_pppoe' is gone.", lines));
+  // The modules come back one step at a time.
+  for (const char* step : {"control:0x40046d00", "link_flags_set", "control:0x40047ac8", "bind_packet"}) {
+    const int before = kernel.tried(step);
+    kernel.fail_from_now({{step, EIO}});
+    for (int tries = 0; tries < 2000 && kernel.tried(step) == before; ++tries)
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_GT(kernel.tried(step), before) << step;
+  }
+  kernel.fail_from_now({});
+  EXPECT_TRUE(logged("<br0> Pseudo device 'br0_pppoe' is back.", lines));
+  EXPECT_EQ(lines.size(), 2u) << testing::PrintToString(lines);
+  EXPECT_TRUE(serves());
+  EXPECT_EQ(kernel.open_descriptors(), descriptors);
+  pppoeia_stats stats{};
+  EXPECT_EQ(pppoeia_bridge_stats_get("br0", &stats), 0);
+  EXPECT_EQ(stats.padi, 2u);
+}
+
+TEST_F(BridgeInstance, WhileItsDeviceIsAwayABridgeIsDeletedAsEver)
+{
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  messages();
+  kernel.fail_from_now({{"open:/proc/net/kvbridge/br0/bridge", ENOTCONN}, {"open:/proc/net/mng/config", ENOTCONN}});
+  kernel.vanish("br0_pppoe");
+  std::vector<std::string> lines;
+  EXPECT_TRUE(logged("<br0> Pseudo device 'br0_pppoe' is gone.", lines));
+  EXPECT_EQ(pppoeia_bridge_del("br0"), 0);
+  EXPECT_THAT(messages(), ElementsAre("<br0> Unable to open '/proc/net/mng/config'."));
+  EXPECT_EQ(kernel.open_descriptors(), 0u);
+}
+
+// What a bridge took from the kernel is fixed for its life.
+TEST_F(BridgeInstance, DeviceThatComesBackAnotherIsTold)
+{
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  kernel.stag_ethertype = 0x9100;
+  kernel.vanish("br0_pppoe");
+  std::vector<std::string> lines;
+  EXPECT_TRUE(logged("<br0> MTU or S-Tag EtherType have changed: delete the bridge and add it again.", lines));
 }
 
 TEST(AgentInit, ChecksTheModules)

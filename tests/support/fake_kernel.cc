@@ -2,6 +2,7 @@
 
 #include "pppoeia/kernel_control.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -26,6 +27,7 @@ std::map<int, opened> table;
 std::map<std::string, int> wires;  // device -> peer
 std::map<std::string, int> calls;
 std::map<int, std::string> indices;
+int last_index = 0;
 
 // Whether the step of that name is to fail now; sets errno.
 bool fails(const std::string& step)
@@ -83,6 +85,12 @@ int device_create(const char* name)
   return 0;
 }
 
+void device_forget(const std::string& name)
+{
+  fake->devices.erase(name);
+  std::erase_if(indices, [&](const auto& index) { return index.second == name; });
+}
+
 int control(int, unsigned long request, void* argument)
 {
   const std::lock_guard lock(guard);
@@ -100,7 +108,7 @@ int control(int, unsigned long request, void* argument)
   case kvmng_device_create:
     return device_create(static_cast<const char*>(argument));
   case kvmng_device_delete:
-    fake->devices.erase(static_cast<const char*>(argument));
+    device_forget(static_cast<const char*>(argument));
     return 0;
   case kvbridge_filter_attach:
     return 0;
@@ -162,7 +170,8 @@ int link_index(int, const char* device, int* index)
   const std::lock_guard lock(guard);
   if (fails("link_index") || !device_known(device))
     return -1;
-  *index = static_cast<int>(indices.size()) + 1;
+  const auto at = std::ranges::find_if(indices, [&](const auto& known) { return known.second == device; });
+  *index = at == indices.end() ? ++last_index : at->first;
   indices[*index] = device;
   return 0;
 }
@@ -264,6 +273,24 @@ size_t fake_kernel::open_descriptors() const
 {
   const std::lock_guard lock(guard);
   return table.size();
+}
+
+void fake_kernel::vanish(const std::string& device)
+{
+  const std::lock_guard lock(guard);
+  device_forget(device);
+}
+
+void fake_kernel::fail_from_now(const std::map<std::string, int>& steps)
+{
+  const std::lock_guard lock(guard);
+  failing = steps;
+}
+
+int fake_kernel::tried(const std::string& step) const
+{
+  const std::lock_guard lock(guard);
+  return calls[step];
 }
 
 void wire_send(int wire, const std::vector<unsigned char>& record)

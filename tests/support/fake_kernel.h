@@ -37,6 +37,11 @@ public:
   // The test's end of the packet socket that was bound last for `device`, or -1.
   int wire(const std::string& device) const;
 
+  // While workers run: a device goes away by itself, other steps fail, how often a step was tried.
+  void vanish(const std::string& device);
+  void fail_from_now(const std::map<std::string, int>& steps);
+  int tried(const std::string& step) const;
+
   // Descriptors that the agent opened and did not close.
   size_t open_descriptors() const;
 

@@ -74,7 +74,11 @@ int main(int argc, char** argv)
     if (kernel_linux.wait_readable({fd, nullptr}, 1000) != 1 || kernel_linux.receive({fd, nullptr}, &record, 1) != 1)
       continue;
     const bytes got(frame, record.length);
-    if (got.size() >= 16 && be16(got, 12) == 0x8863 && got[15] == 0x09)
-      ++(is_tagged(got, argv[2]) ? tagged : other);
+    if (got.size() < 16 || be16(got, 12) != 0x8863 || got[15] != 0x09)
+      continue;
+    const bool whole = is_tagged(got, argv[2]);
+    ++(whole ? tagged : other);
+    for (size_t i = 0; !whole && i < got.size(); ++i)
+      std::fprintf(stderr, "%02x%c", got[i], i + 1 < got.size() ? ' ' : '\n');
   }
 }

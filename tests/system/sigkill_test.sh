@@ -1,6 +1,9 @@
 #!/bin/bash
-# kvbridged and the agent are killed at random under traffic and started again as their units would. Nobody does a hand's
-# turn, no PADI reaches the server without the line's tag, and nothing is left behind.
+# kvbridged and the agent are killed at random under traffic and started again as their units would; the pseudo device is
+# deleted under them, and kvbridged is started again in order. Nobody does anything else about it, no PADI reaches the
+# server without the line's tag, and nothing is left behind.
+#
+# RANDOM_SEED=N repeats the order of a run.
 # Usage: sigkill_test.sh BIN_DIR. KILLS=50 for more than the few of a common test run. Exit status 77: skipped.
 set -euo pipefail
 
@@ -32,7 +35,11 @@ fail() { echo "FAILED: $*"; tail -n 5 "$work"/*.log; cat "$work/arrived"; exit 1
 start() { local name=$1; shift; "$@" >>"$work/$name.log" 2>&1 & pid[$name]=$!; }
 ctl() { "$bin/pppoeiactl" -t 20 "$@"; }
 wait_for() { for _ in $(seq 500); do "$@" >/dev/null 2>&1 && return 0; sleep 0.02; done; return 1; }
-arrived() { local _ tagged other; read -r _ tagged _ other <"$work/arrived"; case $1 in tagged) echo $((10#$tagged));; *) echo $((10#$other));; esac; }
+arrived() {  # tagged|other
+  local _ tagged other
+  read -r _ tagged _ other <"$work/arrived"
+  echo $((10#${!1}))
+}
 count_of() { ls "/proc/${pid[$1]}/fd" | wc -l; }
 mounts_of() { wc -l <"/proc/${pid[$1]}/mountinfo"; }
 padi_count() { ctl --json bridge stats get br0 | grep -o '"padi":[0-9]*' | cut -d: -f2; }
@@ -54,15 +61,14 @@ kvbridged_start() {
 agent_start() {
   start agent "$bin/kvbridged" exec -- "$bin/pppoeia"
   wait_for ctl log level get || fail "the agent does not answer"
+  # A port passes everything from its adding until its state is set: the line is down meanwhile. What was on its way
+  # before is dropped by kvbridged while it serves the first requests, still without the filter.
+  ip link set line down
   ctl -batch - <<BATCH || fail "the agent cannot be configured"
 init
 bridge add br0 16
 bridge vlan set-all br0 on
 format remote-id set br0 "\$PORT_REM_ID"
-BATCH
-  # A port passes everything from its adding until its state is set: the line is down meanwhile.
-  ip link set line down
-  ctl -batch - <<BATCH || fail "the agent's ports cannot be configured"
 port add br0 1 line line --type eth
 port state set br0 1 subscriber
 port trust set br0 1 untrusted
@@ -72,7 +78,7 @@ port state set br0 9 network
 BATCH
   ip link set line up
 }
-killed() { kill -KILL "${pid[$1]}"; wait "${pid[$1]}" 2>/dev/null || true; pid[$1]=; }
+killed() { killings=$((killings + 1)); kill -KILL "${pid[$1]}"; wait "${pid[$1]}" 2>/dev/null || true; pid[$1]=; }
 flows() {
   wait_for more_than "$(arrived tagged)" || fail "no traffic $*"
   [ "$(arrived other)" = 0 ] || fail "PADIs without the line's tag arrived $*"
@@ -96,43 +102,53 @@ fds=$(count_of kvbridged) agent_fds="$(count_of agent)" agent_mounts=$(mounts_of
 echo "seed ${RANDOM_SEED:=$$}"
 RANDOM=$RANDOM_SEED
 longest=0
-for ((i = 1; i <= kills; i++)); do
+killings=0
+for ((round = 0; killings < kills; round++)); do
   nap 150
-  case $((RANDOM % 5)) in
-    0 | 1)
-      who=kvbridged
+  # Each kind once, then at random.
+  kinds=(kvbridged agent both device end kvbridged agent)
+  kind=${kinds[$((round < 5 ? round : RANDOM % 7))]}
+  case $kind in
+    kvbridged | end)
       before=$(padi_count)
-      killed kvbridged
-      nap 300
+      if [ "$kind" = end ]; then
+        kill -TERM "${pid[kvbridged]}"
+        wait "${pid[kvbridged]}" || fail "kvbridged did not end in order"
+      else
+        killed kvbridged
+        nap 300
+      fi
       begin=$(date +%s%N)
       kvbridged_start
-      flows "after kvbridged was killed"
+      flows "after kvbridged was started again"
       took=$((($(date +%s%N) - begin) / 1000000))
       [ "$took" -le "$longest" ] || longest=$took
       [ "$(padi_count)" -gt "$before" ] || fail "the agent lost its counters"
       ;;
-    2 | 3)
-      who=agent
+    agent)
       killed agent
       nothing_passes
       agent_start
-      flows "after the agent was killed"
       ;;
-    *)
-      who=both
+    both)
       killed agent
       killed kvbridged
       kvbridged_start
       nothing_passes
       agent_start
-      flows "after both were killed"
+      ;;
+    device)
+      ip link del br0_pppoe
+      wait_for ip link show br0_pppoe || fail "the device is not made anew"
       ;;
   esac
-  wait_for no_more_descriptors || fail "descriptors: kvbridged $fds -> $(count_of kvbridged), agent $agent_fds -> $(count_of agent)"
+  flows "after the loss of $kind"
+  wait_for no_more_descriptors ||
+    fail "descriptors: kvbridged $fds -> $(count_of kvbridged), agent $agent_fds -> $(count_of agent)"
   [ "$(mounts_of agent)" -le "$agent_mounts" ] || fail "the agent's mounts have grown to $(mounts_of agent)"
   [ "$(ip -o link show type tun | wc -l)" = 1 ] || fail "there is more than one device"
   [ "$(grep -c kvbridged /proc/self/mountinfo)" -le 2 ] || fail "dead mounts pile up"
-  echo "$i: killed $who, $(arrived tagged) PADIs tagged, $(arrived other) not"
+  echo "$round: lost $kind, $(arrived tagged) PADIs tagged, $(arrived other) not"
 done
 
 kill -TERM "${pid[agent]}"
@@ -146,4 +162,4 @@ wait "${pid[kvbridged]}" || fail "kvbridged did not end in order"
 [ "$(wc -l </proc/self/mountinfo)" = "$mounts" ] || fail "mounts are left behind: $(grep kvbridged /proc/self/mountinfo)"
 ip link show br0_pppoe >/dev/null 2>&1 && fail "the device is left behind"
 grep -qE 'Sanitizer|runtime error' "$work"/*.log && fail "a sanitizer complains"
-echo "passed: $kills kills, traffic back at most $longest ms after kvbridged was started again"
+echo "passed: $killings kills in $round rounds, traffic back at most $longest ms after kvbridged was started again"
