@@ -171,7 +171,8 @@ TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
   std::filesystem::permissions(work, std::filesystem::perms{0755});
   std::filesystem::copy(HOST_PROGRAMS "/bllmsg", work);
   const auto sendAs = [](const char* user) {
-    return run(std::string("setpriv --clear-groups --regid nogroup --reuid ") + user + " " + work + "/bllmsg depends");
+    return run(std::string("setpriv --clear-groups --regid nogroup --reuid ") + user + " " + work +
+               "/bllmsg --tty /dev/null depends");
   };
   startMapper();
   startHost({"--allow-user", "nogroup", "--allow-user", "bin"});

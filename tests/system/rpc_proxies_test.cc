@@ -315,4 +315,40 @@ TEST_F(RpcProxies, ServeSideBySide)
   }
 }
 
+void* startByLibrary(void*)
+{
+  neighbour = std::this_thread::get_id();
+  sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  const int fds[] = {socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+  for (const int fd : fds)
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(fds[1], 5), 0);
+  EXPECT_TRUE(svc_register(svcudp_create(fds[0]), slowProgram, bllRpcVersion, dispatchNeighbour, IPPROTO_UDP));
+  EXPECT_TRUE(svc_register(svctcp_create(fds[1], 0, 0), slowProgram, bllRpcVersion, dispatchNeighbour, IPPROTO_TCP));
+  return nullptr;
+}
+
+void* startAndServe(void* interruptCheck)
+{
+  startNeighbour(nullptr);
+  for (timeval wait = {0, 1000};; wait = {0, 1000}, (*static_cast<void (**)()>(interruptCheck))())
+    if (fd_set ready = svc_fdset; select(FD_SETSIZE, &ready, nullptr, nullptr, &wait) > 0)
+      svc_getreqset(&ready);
+}
+
+// A start function that knows the RPC library, or has a loop of its own over it, is served as ever.
+TEST_F(RpcProxies, ServeTheLibrarysTransportsToo)
+{
+  const std::pair<RPCProxy::startFunction_t, const char*> kindsOfProxy[] = {{startAndServe, "other"},
+                                                                            {startByLibrary, "dhcpra_fun"}};
+  for (const auto& [function, name] : kindsOfProxy) {
+    RPCProxy other(function, name);
+    start(other, slowProgram);
+    askOften(slowProgram, portsOf(slowProgram), 10);
+    askOften(bllRpcProgram, portsOf(bllRpcProgram), 10);
+    EXPECT_TRUE(other.stop(true));
+    svc_unregister(slowProgram, bllRpcVersion);
+  }
+}
+
 }  // namespace

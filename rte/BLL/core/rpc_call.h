@@ -7,14 +7,12 @@
 #pragma once
 
 #include "base/caller.h"
+#include "rte/BLL/core/rpc_register.h"
 #include <functional>
 #include <netinet/in.h>
 #include <optional>
-#include <rpc/rpc.h>
 #include <span>
 #include <string>
-
-using rpcDispatch_t = void (*)(svc_req*, SVCXPRT*);
 
 struct rpcService_t {
   rpcprog_t program;

@@ -1,7 +1,9 @@
 // Registering an ONC RPC service on the loopback interface, over UDP and TCP.
 #pragma once
 
-#include "rte/BLL/core/rpc_call.h"
+#include <rpc/rpc.h>
+
+using rpcDispatch_t = void (*)(svc_req*, SVCXPRT*);
 
 // Makes a socket on 127.0.0.1 for UDP and one for TCP, on ports that the system chooses, and enters both into the port
 // mapper (RFC 1833), in place of what stood there and of the sockets of an earlier call for the same program. A step
