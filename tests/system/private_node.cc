@@ -47,7 +47,10 @@ void private_dev()
   char name[] = "/tmp/private-dev.XXXXXX";
   const std::filesystem::path dev = mkdtemp(name);
   check(mount("tmpfs", dev.c_str(), "tmpfs", 0, nullptr), "tmpfs");
-  for (const char* device : {"null", "zero", "full", "random", "urandom"}) {
+  std::filesystem::create_directory(dev / "net");
+  for (const char* device : {"null", "zero", "full", "random", "urandom", "fuse", "net/tun"}) {
+    if (!std::filesystem::exists(std::filesystem::path("/dev") / device))
+      continue;
     std::ofstream(dev / device).close();
     check(mount((std::filesystem::path("/dev") / device).c_str(), (dev / device).c_str(), nullptr, MS_BIND, nullptr),
           device);
@@ -91,10 +94,18 @@ void private_node::read_log(int socket)
   for (ssize_t size; (size = recv(socket, packet, sizeof packet, 0)) > 0;) {
     const std::string line(packet, static_cast<size_t>(size));
     const size_t text = line.find(": ");
-    const std::lock_guard guard(mutex_);
+    std::unique_lock guard(mutex_);
+    more_.wait(guard, [this] { return !held_; });
     lines_.push_back(text == std::string::npos ? line : line.substr(text + 2));
     more_.notify_all();
   }
+}
+
+void private_node::hold_log(bool hold)
+{
+  const std::lock_guard guard(mutex_);
+  held_ = hold;
+  more_.notify_all();
 }
 
 std::vector<std::string> private_node::logged()

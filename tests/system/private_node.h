@@ -16,6 +16,8 @@ public:
 
   // What has been sent to the log socket since the last time, a line each, without priority and time.
   std::vector<std::string> logged();
+  // From now on the log socket is not read, or is again. It holds ten lines; one more may be taken at once.
+  void hold_log(bool hold);
   // Waits until a line with `text` in it has been logged, some seconds at most. The lines so far are kept for logged().
   bool wait_for_log(const std::string& text);
 
@@ -26,6 +28,7 @@ private:
   std::mutex mutex_;
   std::condition_variable more_;
   std::vector<std::string> lines_;  // under mutex_
+  bool held_ = false;               // under mutex_
 };
 
 // A program in the background, with its output in a file.
