@@ -1,4 +1,5 @@
 // The server on a real socket: many clients, dead ones, rude ones.
+#include "base/caller.h"
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
 

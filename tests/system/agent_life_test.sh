@@ -50,7 +50,7 @@ agent_end() {  # STATE
   wait "$agent" || status=$?
   end=$(date +%s%N)
   [ "$status" = 0 ] || fail "the agent ended with $status when $1"
-  [ $(((end - begin) / 1000000)) -lt 5000 ] || fail "the agent took $(((end - begin) / 1000000)) ms to end when $1"
+  [ $(((end - begin) / 1000000)) -lt 3000 ] || fail "the agent took $(((end - begin) / 1000000)) ms to end when $1"
   in_ns ip link show br0_pppoe >/dev/null 2>&1 && fail "the device is still there after the end when $1"
   echo "ended in $(((end - begin) / 1000000)) ms when $1"
 }

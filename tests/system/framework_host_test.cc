@@ -66,7 +66,7 @@ protected:
   }
   void startHost(const std::vector<std::string>& options = {})
   {
-    std::vector<std::string> command{HOST_PROGRAMS "/bllhost", "--save", work + "/saved.xml"};
+    std::vector<std::string> command{PROGRAMS "/bllhost", "--save", work + "/saved.xml"};
     command.insert(command.end(), options.begin(), options.end());
     host = std::make_unique<background>(command, work + "/host");
   }
@@ -89,7 +89,7 @@ protected:
   }
   static std::pair<int, std::string> send(const std::string& arguments)
   {
-    return run(HOST_PROGRAMS "/bllmsg " + arguments);
+    return run(PROGRAMS "/bllmsg " + arguments);
   }
   // The lines without thread stamps; without blank ones, and what the service's thread says at any time.
   static std::string log()
@@ -167,9 +167,9 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
 
 TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
 {
-  EXPECT_EQ(run(HOST_PROGRAMS "/bllhost --allow-user no-such-user").first, 2);
+  EXPECT_EQ(run(PROGRAMS "/bllhost --allow-user no-such-user").first, 2);
   std::filesystem::permissions(work, std::filesystem::perms{0755});
-  std::filesystem::copy(HOST_PROGRAMS "/bllmsg", work);
+  std::filesystem::copy(PROGRAMS "/bllmsg", work);
   const auto sendAs = [](const char* user) {
     return run(std::string("setpriv --clear-groups --regid nogroup --reuid ") + user + " " + work +
                "/bllmsg --tty /dev/null depends");

@@ -1,4 +1,5 @@
 // pppoeiactl from the outside: how it ends, what it says, which operation a command reaches.
+#include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
 #include "pppoeia/api_table.h"
 #include "tests/tools/running_agent.h"
@@ -7,6 +8,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <list>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -105,6 +107,20 @@ TEST_F(Command, EndsWithFourWhenNoAnswerComes)
   EXPECT_EQ(run({PPPOEIACTL, "--socket", path, "-t", "0.1", "bridge", "dump", "br0", "0"}).status, 4);
   close(silent);
   unlink(path.c_str());
+}
+
+TEST_F(Command, EndsWithFiveWhenTheAgentHasNoPlace)
+{
+  running_agent full;
+  std::list<ippc::client> taken(64);
+  std::vector<std::vector<unsigned char>> level{std::vector<unsigned char>(4)};
+  for (ippc::client& client : taken) {
+    ASSERT_TRUE(client.open(full.socket()));
+    ASSERT_EQ(client.call(3, level, std::chrono::seconds(20)).error, ippc::call_error::none);
+  }
+  const outcome busy = full.ctl({"log", "level", "get"});
+  EXPECT_EQ(busy.status, 5);
+  EXPECT_THAT(busy.err, HasSubstr("is busy: all its connections are taken"));
 }
 
 TEST_F(Command, TakesItsOptionsBehindTheWordsToo)
