@@ -74,4 +74,5 @@ for side in subscriber any; do
   expected="$(awk '/^in the sample/ { print $NF }' "$work/report") the line's own"$'\t'customer-0001
   [ "$(decoded "$work/sample")" = "$expected" ] || { decoded "$work/sample"; fail "tshark reads another"; }
 done
+grep -qE 'Sanitizer|runtime error' "$work"/*.log && fail "a sanitizer complains"
 echo "passed"
