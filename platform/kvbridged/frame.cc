@@ -29,6 +29,18 @@ bool is_request(frame_view frame, size_t ethertype)
   return (code == padi || code == padr) && end <= frame.size() && !is_group(source_of(frame));
 }
 
+// What stands between the length of an 802.3 frame and the EtherType of what it carries: LLC, and SNAP of RFC 1042 or
+// of a bridge tunnel. Wireless and other equipment puts it there and takes it off.
+constexpr size_t snap_size = 6;
+bool snap_at(frame_view frame, size_t at)
+{
+  constexpr unsigned char header[snap_size - 1] = {0xaa, 0xaa, 0x03, 0, 0};
+  if (at + snap_size > frame.size() || !std::equal(std::begin(header), std::end(header), &frame[at]))
+    return false;
+  const unsigned char last = frame[at + snap_size - 1];
+  return last == 0 || last == 0xf8;
+}
+
 }  // namespace
 
 mac_address destination_of(frame_view frame)
@@ -54,8 +66,14 @@ uint16_t word_at(frame_view frame, size_t offset)
 frame_class classify(frame_view frame, uint16_t stag_ethertype)
 {
   const tag_type_list types = tag_types(stag_ethertype);
+  constexpr uint16_t length_most = 1500;
   bool own = true;
-  for (size_t at = ethertype_offset; at <= ethertype_offset + tags_most * tag_size; at += tag_size) {
+  size_t at = ethertype_offset;
+  for (size_t tags = 0; tags <= tags_most; ++tags, at += tag_size) {
+    if (word_at(frame, at) <= length_most && snap_at(frame, at + 2)) {
+      at += 2 + snap_size;
+      own = false;
+    }
     if (at + 2 > frame.size())
       break;
     const uint16_t type = word_at(frame, at);

@@ -41,7 +41,8 @@ constexpr tag_type_list tag_types(uint16_t stag_ethertype)
 
 enum class frame_kind {
   discovery,  // PPPoE discovery behind at most four tags of the bridge's own
-  hidden,  // tags that do not end within four or within the frame, or discovery behind a tag that is not the bridge's
+  hidden,  // tags that do not end within four or within the frame, or discovery behind a tag that is not the bridge's,
+           // an LLC and SNAP header among them
   other,
 };
 

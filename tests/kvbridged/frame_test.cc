@@ -96,6 +96,22 @@ TEST(Classify, AFrameThatEndsInItsTagsIsHidden)
     EXPECT_EQ(classify(frame, stag).kind, frame_kind::hidden);
 }
 
+TEST(Classify, DiscoveryBehindSnapIsHidden)
+{
+  for (const std::vector<uint16_t>& outside : {std::vector<uint16_t>{}, {0x8100}, {stag, 0x8100}})
+    for (const std::vector<uint16_t>& inside : {std::vector<uint16_t>{}, {0x8100}})
+      for (const unsigned char kind : std::initializer_list<unsigned char>{0x00, 0xf8, 0x80})
+        for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
+          frame_bytes frame = frame_head(everybody, host_address(1), outside, 40);
+          for (const unsigned char byte : std::initializer_list<unsigned char>{0xaa, 0xaa, 0x03, 0x00, 0x00, kind})
+            frame.push_back(byte);
+          const frame_bytes rest = frame_head(everybody, host_address(1), inside, ethertype);
+          frame.insert(frame.end(), rest.begin() + ethertype_offset, rest.end());
+          const bool hides = ethertype == discovery_ethertype && kind != 0x80;
+          EXPECT_EQ(classify(frame, stag).kind, hides ? frame_kind::hidden : frame_kind::other);
+        }
+}
+
 // Whether the outer tag is in the frame or was taken off: what is for the agent comes by the discovery socket, and each
 // frame comes by exactly one.
 TEST(DiscoveryFilter, AgreesWithClassify)
