@@ -16,6 +16,13 @@ struct kernel_record {
   uint32_t length;  // in: room; after a receive: bytes received; out: bytes to send
 };
 
+// Records that a send could not pass on and that are lost.
+struct send_refusals {
+  uint32_t count;   // 0: all went out
+  int error;        // of the last one, an errno value
+  uint32_t length;  // of the last one, bytes
+};
+
 class receive_ring;
 
 // Where a worker's records come from.
@@ -54,8 +61,10 @@ struct kernel_ops {
   int (*wait_readable)(const packet_source& source, int milliseconds);
   // Takes as many waiting records as there are, up to `count`, without waiting; their number, or -1.
   int (*receive)(const packet_source& source, kernel_record* records, unsigned count);
-  // Sends the records in order. A record that cannot be sent is lost, the others still go out.
-  void (*send)(int fd, const kernel_record* records, unsigned count);
+  // Sends the records in order, at most kernel_batch_max. A record that cannot be sent is lost, the others still go
+  // out. For one that is longer than the device's MTU lets out, the MTU is raised first: a record may be as long as the
+  // largest frame that a bridge forwards and the kernel bridge's header in front of it.
+  send_refusals (*send)(int fd, const kernel_record* records, unsigned count);
 };
 
 // The functions in use. Points to kernel_linux unless a test replaced it before any bridge existed.

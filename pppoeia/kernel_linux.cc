@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/if_packet.h>
@@ -170,18 +171,58 @@ int receive(const packet_source& source, kernel_record* records, unsigned count)
   return received;
 }
 
-void send(int fd, const kernel_record* records, unsigned count)
+// Has the device that the packet socket is bound to let records of that length out. False when it does already, or
+// cannot be had to.
+bool mtu_raise(int fd, uint32_t length)
 {
+  sockaddr_ll address{};
+  socklen_t size = sizeof address;
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) < 0 || address.sll_family != AF_PACKET)
+    return false;
+  ifreq request{};
+  request.ifr_ifindex = address.sll_ifindex;
+  if (ioctl(fd, SIOCGIFNAME, &request) < 0 || ioctl(fd, SIOCGIFMTU, &request) < 0)
+    return false;
+  const int needed = static_cast<int>(length) - ETH_HLEN;  // the MTU does not count the Ethernet header
+  if (request.ifr_mtu >= needed)
+    return false;
+  request.ifr_mtu = needed;
+  return ioctl(fd, SIOCSIFMTU, &request) == 0;
+}
+
+// 0, or the error for which the record is lost.
+int send_one(int fd, const kernel_record& record)
+{
+  if (::send(fd, record.data, record.length, 0) >= 0)
+    return 0;
+  if (errno != EMSGSIZE)
+    return errno;
+  if (!mtu_raise(fd, record.length))
+    return EMSGSIZE;
+  return ::send(fd, record.data, record.length, 0) >= 0 ? 0 : errno;
+}
+
+send_refusals send(int fd, const kernel_record* records, unsigned count)
+{
+  send_refusals refused{};
+  const auto send_alone = [&](const kernel_record& record) {
+    if (const int error = send_one(fd, record))
+      refused = {refused.count + 1, error, record.length};
+  };
   if (count == 1) {
-    ::send(fd, records[0].data, records[0].length, 0);
-    return;
+    send_alone(records[0]);
+    return refused;
   }
   message_batch batch(records, count);
-  // A call stops at the first record that fails: that one is lost, the next call goes on behind it.
+  // A call stops at the first record that fails: that one gets a try of its own, and the next call goes on behind it.
   for (unsigned done = 0; done < batch.count;) {
     const int sent = sendmmsg(fd, batch.messages + done, batch.count - done, 0);
-    done += sent > 0 ? static_cast<unsigned>(sent) : 1;
+    if (sent > 0)
+      done += static_cast<unsigned>(sent);
+    else
+      send_alone(records[done++]);
   }
+  return refused;
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include "pppoeia/local_mac.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
+#include "pppoeia/refusal_log.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -56,7 +57,8 @@ void priority_raise(const pppoeia_bridge& bridge)
 class batch {
 public:
   explicit batch(pppoeia_bridge& bridge)
-      : bridge_(bridge), slots_(frame_slot_count(bridge.buffer_size)), stride_(frame_slot_size(bridge.buffer_size))
+      : bridge_(bridge), refusals_(bridge), slots_(frame_slot_count(bridge.buffer_size)),
+        stride_(frame_slot_size(bridge.buffer_size))
   {}
 
   // Takes what is waiting, at most `most` records. Their number, 0 or less for none.
@@ -77,7 +79,7 @@ public:
         send_[out++] = {slot(i), length};
     }
     if (out > 0)
-      kernel->send(bridge_.sock, send_, out);
+      refusals_.sent(kernel->send(bridge_.sock, send_, out));
   }
 
   // Makes the first `count` slots zero again, as far as they were written.
@@ -93,6 +95,7 @@ private:
   unsigned char* slot(unsigned i) { return bridge_.frame_buffer + i * stride_; }
 
   pppoeia_bridge& bridge_;
+  refusal_log refusals_;
   unsigned slots_;
   size_t stride_;
   kernel_record received_[kernel_batch_max];

@@ -3,6 +3,8 @@
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
+#include "pppoeia/refusal_log.h"
+#include "pppoeia/text.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/records_fixture.h"
 #include "tests/support/syslog_capture.h"
@@ -183,6 +185,42 @@ TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
   }
   EXPECT_EQ(threads_of_this_process(), threads);
   EXPECT_EQ(pppoeia_bridge_del("br0"), -ENOENT);
+}
+
+TEST_F(BridgeInstance, RecordsThatTheDeviceRefusesAreToldOnce)
+{
+  kernel.failing = {{"send@1", ENOBUFS}, {"send@2", EMSGSIZE}, {"send@4", EMSGSIZE}};
+  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  ASSERT_EQ(pppoeia_bridge_state_set("br0", 0), 0);  // all go back as they came
+  messages();
+  const int wire = kernel.wire("br0_pppoe");
+  for (uint16_t number = 1; number <= 5; ++number)
+    wire_send(wire, test_frame{.session_id = number}.build());
+  EXPECT_EQ(wire_receive(wire), test_frame{.session_id = 3}.build());
+  EXPECT_EQ(wire_receive(wire), test_frame{.session_id = 5}.build());
+  std::vector<std::string> told = messages();
+  std::erase_if(told, [](const std::string& line) { return line.find("riority") != std::string::npos; });
+  // When they come as a batch, the last one's reason is told.
+  EXPECT_THAT(told, ElementsAre(testing::StartsWith("<br0> Pseudo device 'br0_pppoe' refuses records: ")));
+}
+
+TEST(RefusalLog, TellsHowManyWereRefusedWhenRecordsGoAgain)
+{
+  test_bridge bridge;
+  text_copy(bridge->dev_name, "br0_pppoe");
+  refusal_log eager(*bridge, std::chrono::seconds(0)), patient(*bridge, std::chrono::hours(1));
+  syslog_take();
+  for (const send_refusals& batch : {send_refusals{}, {2, EMSGSIZE, 1600}, {1, ENOBUFS, 200}, {}, {}, {1, ENOBUFS, 60}})
+    eager.sent(batch);
+  EXPECT_THAT(syslog_take_texts(),
+              ElementsAre("<br0> Pseudo device 'br0_pppoe' refuses records: Message too long (1600 bytes).",
+                          "<br0> Pseudo device 'br0_pppoe' takes records again, 3 were refused.",
+                          "<br0> Pseudo device 'br0_pppoe' refuses records: No buffer space available (60 bytes)."));
+  for (int flap = 0; flap < 100; ++flap) {
+    patient.sent({1, ENOBUFS, 60});
+    patient.sent({});
+  }
+  EXPECT_EQ(syslog_take().size(), 1u);
 }
 
 TEST_F(BridgeInstance, FiniDeletesAllAndASecondOneIsRefused)

@@ -39,6 +39,16 @@ void up(const char* name, bool wanted)
   close(fd);
 }
 
+void mtu_set(const char* name, int mtu)
+{
+  ifreq request{};
+  std::strcpy(request.ifr_name, name);
+  request.ifr_mtu = mtu;
+  const int fd = kernel_linux.datagram_socket();
+  EXPECT_EQ(ioctl(fd, SIOCSIFMTU, &request), 0);
+  close(fd);
+}
+
 // Makes the device again under the index that it had.
 kvbridged::descriptor tap_again(int index)
 {
@@ -177,6 +187,44 @@ TEST_P(WorkerOnTap, RecordsOfAllSizesComeBackAsTheyWereAndInOrder)
     ASSERT_EQ(back, numbered(who, came[who], came[who] * 7 % 1476));
     ++came[who];
   }
+}
+
+// A grown record may be longer than the device's MTU lets out: the MTU follows the longest one. Alone, and in a batch.
+TEST_P(WorkerOnTap, TheMtuIsRaisedForARecordThatIsLonger)
+{
+  EXPECT_TRUE(serves());
+  const int fd = bridge->sock;
+  const auto mtu = [&] {
+    int now = 0;
+    kernel_linux.link_mtu(fd, device, &now);
+    return now;
+  };
+  mtu_set(device, 200);
+  byte_string back;
+  const auto passes = [&](unsigned trailer) {
+    const byte_string record = numbered(7, trailer, trailer);
+    (void)!write(tap.get(), record.data(), record.size());
+    do
+      back = wire_receive_file(2000);
+    while (!back.empty() && (back.size() < header + 12 || back[header + 8] != 7));
+    return back.size() == record.size() + 35;
+  };
+  EXPECT_TRUE(passes(10));
+  EXPECT_EQ(mtu(), 200);
+  EXPECT_TRUE(passes(300));
+  EXPECT_EQ(mtu(), static_cast<int>(back.size()) - 14);
+  bridge->disabled = 1;
+  {
+    const bridge_lock lock(*bridge);
+    for (unsigned i = 0; i < 8; ++i) {
+      const byte_string record = numbered(8, i, 400 + 100 * i % 300);
+      (void)!write(tap.get(), record.data(), record.size());
+    }
+  }
+  for (unsigned i = 0; i < 8; ++i)
+    EXPECT_EQ(wire_receive_file(2000), numbered(8, i, 400 + 100 * i % 300));
+  EXPECT_EQ(bridge->mtu, 1500);
+  EXPECT_EQ(losses(), 0);
 }
 
 // While the worker cannot take its lock, more arrives than ring and socket hold.

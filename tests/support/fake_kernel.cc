@@ -226,6 +226,20 @@ receive_ring* ring_open(int)
   return nullptr;
 }
 
+// Each record is a step of its own.
+send_refusals send_records(int fd, const kernel_record* records, unsigned count)
+{
+  send_refusals refused{};
+  for (unsigned i = 0; i < count; ++i) {
+    const std::lock_guard lock(guard);
+    if (fails("send"))
+      refused = {refused.count + 1, errno, records[i].length};
+    else
+      kernel_linux.send(fd, &records[i], 1);
+  }
+  return refused;
+}
+
 const kernel_ops functions = {
     .open_control = open_control,
     .control = control,
@@ -244,7 +258,7 @@ const kernel_ops functions = {
     .ring_close = kernel_linux.ring_close,
     .wait_readable = kernel_linux.wait_readable,
     .receive = kernel_linux.receive,
-    .send = kernel_linux.send,
+    .send = send_records,
 };
 
 }  // namespace
