@@ -132,7 +132,12 @@ TEST_F(StoppedLog, TheAgentServesOnAndEnds)
 TEST_F(StoppedLog, TheFrameworksHostStartsAndEnds)
 {
   std::ofstream(work + "/board") << "BOARD_BT5\n";
-  std::ofstream(work + "/config.xml") << "<a><BLL/></a>";
+  std::ofstream config(work + "/config.xml");
+  config << "<a><BLL><BOARD Id='all_boards'>";
+  for (int i = 0; i < 50; ++i)  // a line of the log each
+    config << "<BLE Name='e" << i << "' Load='dynamic' Library='none.so' Start='false'/>";
+  config << "</BOARD></BLL></a>";
+  config.close();
   setenv("BLL_BOARD_ID", (work + "/board").c_str(), 1);
   setenv("BLL_CONFIG", (work + "/config.xml").c_str(), 1);
   node.hold_log(true);
