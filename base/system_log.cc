@@ -1,11 +1,11 @@
 #include "base/system_log.h"
 
+#include "base/ending_signals.h"
 #include "base/line_ring.h"
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +24,7 @@ using steady = std::chrono::steady_clock;
 constexpr size_t queue_bytes = 256 * 1024;
 constexpr std::chrono::milliseconds stopped_after(100);
 constexpr std::chrono::milliseconds room_check(1);
+constexpr std::chrono::microseconds shortest_sleep(500);
 constexpr std::chrono::seconds longest_end(1);
 
 class log_queue {
@@ -47,6 +48,8 @@ private:
   void keep_when_room(guard& lock, int priority, std::string_view text);
   void lose(guard& lock);
   void wake_writer(guard& lock);
+  bool has_work() const { return holding_ == 0 && (!lines_.empty() || lost_ > 0); }
+  void nap(guard& lock);
   void write_next(guard& lock);
   void tell_lost(uint32_t lost);
   bool all_written() const { return lines_.empty() && untold_ == 0 && !writing_; }
@@ -124,12 +127,23 @@ void log_queue::keep_when_room(guard& lock, int priority, std::string_view text)
 
 void log_queue::write_for_ever()
 {
-  for (guard lock(mutex_);; write_next(lock))
-    while (holding_ > 0 || (lines_.empty() && lost_ == 0)) {
+  for (guard lock(mutex_);; write_next(lock)) {
+    if (!has_work())
+      nap(lock);
+    while (!has_work()) {
       sleeping_ = true;
       work_.wait(lock);
       sleeping_ = false;
     }
+  }
+}
+
+// Lines come in swarms. Who logs one shortly after another does not have to wake anybody for it.
+void log_queue::nap(guard& lock)
+{
+  lock.unlock();
+  std::this_thread::sleep_for(shortest_sleep);
+  lock.lock();
 }
 
 // The line stays in the queue while it is written, where nobody touches it.
@@ -220,14 +234,9 @@ void* write_lines(void*)
 // 0 or an error number.
 int start_writer()
 {
-  sigset_t ending, before;
-  sigemptyset(&ending);
-  sigaddset(&ending, SIGINT);
-  sigaddset(&ending, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &ending, &before);
+  const ending_signals_held held;
   pthread_t writer;
   const int error = pthread_create(&writer, nullptr, write_lines, nullptr);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
   if (error == 0) {
     pthread_setname_np(writer, "log-writer");
     pthread_detach(writer);
