@@ -1,12 +1,12 @@
 // One record through the frame path, on a bridge that the input sets up too. The input is read from the front: settings
 // of bridge and port, then the record. Beside the sanitizers it is checked that what goes back has the length that its
 // header says, that bridge and port count alike, and that no vendor tag of the client's passes for the line's.
+#include "fuzz/frames/spoofing.h"
 #include "pppoeia/identifiers.h"
 #include "pppoeia/list.h"
 #include "pppoeia/log.h"
 #include "pppoeia/text.h"
 #include "tests/support/records_fixture.h"
-#include "tests/support/spoofing.h"
 #include "tests/support/syslog_capture.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // Properties that hold for every frame, tried on random ones of every tag layout. The seed is printed on failure.
+#include "fuzz/frames/spoofing.h"
 #include "tests/support/records_fixture.h"
-#include "tests/support/spoofing.h"
 
 #include <gtest/gtest.h>
 

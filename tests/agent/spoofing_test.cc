@@ -1,6 +1,6 @@
 // No vendor tag of a subscriber's own making reaches the server in the place of the line's.
+#include "fuzz/frames/spoofing.h"
 #include "tests/support/records_fixture.h"
-#include "tests/support/spoofing.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -87,10 +87,7 @@ protected:
     const int status = process.wait();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, process.output()};
   }
-  static std::pair<int, std::string> send(const std::string& arguments)
-  {
-    return run(PROGRAMS "/bllmsg " + arguments);
-  }
+  static std::pair<int, std::string> send(const std::string& arguments) { return run(PROGRAMS "/bllmsg " + arguments); }
   // The lines without thread stamps; without blank ones, and what the service's thread says at any time.
   static std::string log()
   {

@@ -1,4 +1,4 @@
-#include "tests/support/spoofing.h"
+#include "fuzz/frames/spoofing.h"
 
 #include <algorithm>
 

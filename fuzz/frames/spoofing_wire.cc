@@ -2,7 +2,7 @@
 // Usage: spoofing_wire LINE SERVER CIRCUIT_ID REMOTE_ID COUNT SAMPLE
 // A sample of what came out is written to the file SAMPLE (pcap), its number of PADI and PADR to standard output.
 // Exit status 1: a frame came out that shows a server another vendor tag than the line's, or none.
-#include "tests/support/spoofing.h"
+#include "fuzz/frames/spoofing.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -1,8 +1,8 @@
 // Discovery frames by which a subscriber tries to pass a vendor tag of their own off as the line's, and two readers of
 // what leaves the node, as servers read it. Written from RFC 2516 alone and sharing nothing with the agent, so that
 // they judge it; Ethernet frames without any header of the node, so that they serve on a wire as well.
-#ifndef TESTS_SUPPORT_SPOOFING_H
-#define TESTS_SUPPORT_SPOOFING_H
+#ifndef FUZZ_FRAMES_SPOOFING_H
+#define FUZZ_FRAMES_SPOOFING_H
 
 #include <cstddef>
 #include <cstdint>

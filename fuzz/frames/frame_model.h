@@ -1,0 +1,64 @@
+// A second, plain reading of what becomes of one discovery frame: written from the protocol and the manuals, slow, and
+// sharing no line, header or number with the agent, so that a mistake would have to be made twice.
+#ifndef FUZZ_FRAMES_FRAME_MODEL_H
+#define FUZZ_FRAMES_FRAME_MODEL_H
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace model {
+
+using bytes = std::vector<unsigned char>;
+
+struct line_port {
+  bool present = false;
+  int side = 0;   // 0 off, 1 subscribers, 2 network, others both
+  int trust = 0;  // 1: may send no vendor tag
+  unsigned kind = 0;
+};
+
+struct identifier {
+  std::string text;
+  bytes binary;  // wins when not empty
+};
+
+// What is configured, and what the world answers, while one record passes.
+struct world {
+  std::string bridge = "br0";
+  bool off = false;
+  unsigned stag = 0x88a8;
+  std::set<unsigned> vlans{0};
+  unsigned vendor_tag_mode = 1;  // 1 removes
+  bool circuit_wanted = true;
+  bool remote_wanted = true;
+  unsigned largest = 1500;
+  size_t longest_record = 1606;
+  std::vector<line_port> ports;  // of ids 1, 2, ...; the last one's id is out of range
+  identifier circuit;
+  identifier remote;
+  std::optional<std::array<unsigned char, 6>> own_address;
+};
+
+struct log_line {
+  int level;
+  std::string text;
+  bool operator==(const log_line&) const = default;
+};
+
+struct outcome {
+  bytes sent;           // empty: dropped
+  std::string counted;  // of bridge and port alike; empty: nothing
+  std::vector<log_line> log;
+  std::string branch;  // the last decision, for whoever looks for a difference
+};
+
+// `where` is the address that the record stands at, which some log lines show.
+outcome frame(const world& given, const bytes& record, uintptr_t where);
+
+}  // namespace model
+
+#endif
