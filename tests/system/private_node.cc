@@ -5,12 +5,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -78,6 +78,7 @@ std::string private_node::enter()
     check(unshare(CLONE_NEWNET | CLONE_NEWNS), "namespaces");
     check(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
     loopback_up();
+    std::ofstream("/proc/sys/net/ipv6/conf/default/disable_ipv6") << "1\n";  // cables carry what the test sends
     check(mount("tmpfs", "/run", "tmpfs", 0, nullptr), "/run");
     private_dev();
     std::thread([this, socket = log_socket()] { read_log(socket); }).detach();
@@ -122,7 +123,17 @@ bool private_node::wait_for_log(const std::string& text)
   });
 }
 
-background::background(std::vector<std::string> command, std::string output) : output_(std::move(output))
+bool wait_until(const std::function<bool()>& condition)
+{
+  for (const auto deadline = std::chrono::steady_clock::now() + patience; !condition();) {
+    if (std::chrono::steady_clock::now() > deadline)
+      return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+background::background(std::vector<std::string> command) : output_(memfd_create("output", MFD_CLOEXEC))
 {
   std::vector<char*> words;
   for (std::string& word : command)
@@ -131,42 +142,44 @@ background::background(std::vector<std::string> command, std::string output) : o
   pid_ = fork();
   if (pid_ != 0)
     return;
-  const int fd = open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  dup2(fd, STDOUT_FILENO);
-  dup2(fd, STDERR_FILENO);
+  dup2(output_, STDOUT_FILENO);
+  dup2(output_, STDERR_FILENO);
   execvp(words[0], words.data());
   _exit(127);
 }
 
 background::~background()
 {
-  if (pid_ <= 0)
-    return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
+  if (pid_ > 0) {
+    signal(SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  close(output_);
+}
+
+void background::signal(int number) const
+{
+  kill(pid_, number);
 }
 
 int background::end()
 {
-  kill(pid_, SIGTERM);
+  signal(SIGTERM);
   return wait();
 }
 
 int background::wait()
 {
   int status = -1;
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (waitpid(pid_, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline)
-      return -1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  if (!wait_until([&] { return waitpid(pid_, &status, WNOHANG) != 0; }))
+    return -1;
   pid_ = -1;
-  return status;
+  ended_by_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string background::output() const
 {
-  std::ifstream file(output_);
+  std::ifstream file("/proc/self/fd/" + std::to_string(output_));
   return {std::istreambuf_iterator<char>(file), {}};
 }
