@@ -20,14 +20,6 @@
 #include <thread>
 #include <unistd.h>
 
-#ifdef __SANITIZE_ADDRESS__
-// The RPC library forgets some of what its clients, here the test, find out about the service.
-extern "C" const char* __lsan_default_suppressions()
-{
-  return "leak:libtirpc.so";
-}
-#endif
-
 namespace {
 
 using testing::HasSubstr;
