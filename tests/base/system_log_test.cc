@@ -15,6 +15,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -54,6 +55,7 @@ namespace {
 using steady = std::chrono::steady_clock;
 constexpr char prefix[] = "=";
 constexpr char no_line[] = "";
+constexpr char too_busy[] = "the machine is too busy";
 
 class logging_process {
 public:
@@ -172,14 +174,18 @@ struct follower {
 
 constexpr std::chrono::milliseconds still(50);
 
-// Repeats `attempt` while the machine was too busy to tell: no line came for half of the time after which the daemon
-// counts as stopped. What the attempt returns is the longest time without a line.
-void when_undisturbed(const std::function<steady::duration()>& attempt)
+// What a scenario logs while the daemon reads on and on. It is repeated when the machine was too busy to tell: no line
+// came for half of the time after which the daemon counts as stopped. Nothing if it always was.
+std::optional<std::vector<std::string>> lines_undisturbed(const std::function<void(logging_process&)>& scenario)
 {
-  for (int tries = 0; tries < 20; ++tries)
-    if (attempt() < still || testing::Test::HasFailure())
-      return;
-  GTEST_SKIP() << "the machine is too busy";
+  for (int tries = 0; tries < 20; ++tries) {
+    logging_process process(scenario);
+    auto lines = process.read_all();
+    EXPECT_EQ(process.wait(), 0);
+    if (process.longest_pause() < still)
+      return lines;
+  }
+  return std::nullopt;
 }
 
 TEST(SystemLog, AStoppedDaemonHoldsNobodyAndEachLostLineIsCounted)
@@ -209,78 +215,56 @@ TEST(SystemLog, AStoppedDaemonHoldsNobodyAndEachLostLineIsCounted)
   EXPECT_EQ(process.error_output(), "");
 }
 
+// And an orderly end writes what waits.
 TEST(SystemLog, LosesNothingWhileTheDaemonReadsAndKeepsOrderAcrossThreads)
 {
   constexpr unsigned count = 20'000;
-  when_undisturbed([&] {
-    logging_process process([](const logging_process&) {
-      std::mutex order;
-      unsigned next = 0;
-      const auto log_one = [&] {
-        const std::lock_guard lock(order);
-        if (next < count)
-          log_number(next++);
-        return next < count;
-      };
-      std::vector<std::jthread> threads;
-      for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-          while (log_one()) {
-          }
-        });
-    });
-    follower daemon;
-    daemon.take_all(process.read_all());
-    EXPECT_EQ(process.wait(), 0);
-    EXPECT_EQ(daemon.next, count);
-    if (process.longest_pause() < still) {
-      EXPECT_EQ(daemon.gaps, 0u);
-    }
-    return process.longest_pause();
+  const auto lines = lines_undisturbed([](const logging_process&) {
+    std::mutex order;
+    unsigned next = 0;
+    const auto log_one = [&] {
+      const std::lock_guard lock(order);
+      if (next < count)
+        log_number(next++);
+      return next < count;
+    };
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i)
+      threads.emplace_back([&] {
+        while (log_one()) {
+        }
+      });
   });
+  if (!lines)
+    GTEST_SKIP() << too_busy;
+  follower daemon;
+  daemon.take_all(*lines);
+  EXPECT_EQ(daemon.next, count);
+  EXPECT_EQ(daemon.gaps, 0u);
 }
 
 TEST(SystemLog, ManyThreadsThatWaitForRoomLoseNothing)
 {
   constexpr unsigned threads = 8, count = 3'000;
-  when_undisturbed([&] {
-    logging_process process([](const logging_process&) {
-      std::vector<std::jthread> all;
-      for (unsigned thread = 0; thread < threads; ++thread)
-        all.emplace_back([thread] {
-          for (unsigned number = 0; number < count; ++number) {
-            const std::string fill(thread % 2 == 0 ? 10 : 1'500, '.');  // small ones do not starve long ones
-            system_log(LOG_INFO, (std::to_string(thread) + " " + std::to_string(number) + fill).c_str());
-          }
-        });
-    });
-    const auto lines = process.read_all();
-    EXPECT_EQ(process.wait(), 0);
-    if (process.longest_pause() >= still)
-      return process.longest_pause();
-    std::array<unsigned, threads> next{};
-    for (const std::string& line : lines) {
-      unsigned thread = 0, number = 0;
-      if (sscanf(line.c_str(), "%u %u", &thread, &number) != 2 || number != next.at(thread)++)
-        ADD_FAILURE() << "unexpected: " << line.substr(0, 40);
-    }
-    EXPECT_EQ(lines.size(), threads * count);
-    return process.longest_pause();
+  const auto lines = lines_undisturbed([](const logging_process&) {
+    std::vector<std::jthread> all;
+    for (unsigned thread = 0; thread < threads; ++thread)
+      all.emplace_back([thread] {
+        for (unsigned number = 0; number < count; ++number) {
+          const std::string fill(thread % 2 == 0 ? 10 : 1'500, '.');  // small ones do not starve long ones
+          system_log(LOG_INFO, (std::to_string(thread) + " " + std::to_string(number) + fill).c_str());
+        }
+      });
   });
-}
-
-TEST(SystemLog, AnOrderlyEndWritesWhatWaits)
-{
-  constexpr unsigned count = 1'000;
-  logging_process process([](const logging_process& self) {
-    log_numbers(0, count);
-    self.tell();
-  });
-  ASSERT_EQ(process.told(), 0);
-  follower daemon;
-  daemon.take_all(process.read_all());
-  EXPECT_EQ(daemon.lines, count);
-  EXPECT_EQ(process.wait(), 0);
+  if (!lines)
+    GTEST_SKIP() << too_busy;
+  std::array<unsigned, threads> next{};
+  for (const std::string& line : *lines) {
+    unsigned thread = 0, number = 0;
+    if (sscanf(line.c_str(), "%u %u", &thread, &number) != 2 || number != next.at(thread)++)
+      ADD_FAILURE() << "unexpected: " << line.substr(0, 40);
+  }
+  EXPECT_EQ(lines->size(), threads * count);
 }
 
 TEST(SystemLog, AStoppedDaemonDoesNotHoldTheEndWhichTellsHowManyAreLost)
@@ -315,33 +299,26 @@ TEST(SystemLog, AChildForkedWhileTheDaemonIsStoppedIsNotHeld)
 TEST(SystemLog, ChildrenForkedWhileOthersLogWriteTheirLinesAndHarmNone)
 {
   constexpr int children = 30;
-  when_undisturbed([&] {
-    logging_process process([](const logging_process&) {
-      std::atomic<bool> forked = false;
-      unsigned number = 0;
-      std::jthread logger([&] {
-        while (!forked)
-          log_number(number++);
-      });
-      for (int i = 0; i < children; ++i)
-        if (const pid_t child = fork(); child == 0) {
-          system_log(LOG_INFO, "child");
-          _exit(0);
-        } else {
-          waitpid(child, nullptr, 0);
-        }
-      forked = true;
+  auto lines = lines_undisturbed([](const logging_process&) {
+    unsigned number = 0;
+    std::jthread logger([&](const std::stop_token& stop) {
+      while (!stop.stop_requested())
+        log_number(number++);
     });
-    auto lines = process.read_all();
-    EXPECT_EQ(process.wait(), 0);
-    if (process.longest_pause() < still) {
-      EXPECT_EQ(std::erase(lines, "child"), static_cast<size_t>(children));
-      follower daemon;
-      daemon.take_all(lines);
-      EXPECT_EQ(daemon.gaps, 0u);
-    }
-    return process.longest_pause();
+    for (int i = 0; i < children; ++i)
+      if (const pid_t child = fork(); child == 0) {
+        system_log(LOG_INFO, "child");
+        _exit(0);
+      } else {
+        waitpid(child, nullptr, 0);
+      }
   });
+  if (!lines)
+    GTEST_SKIP() << too_busy;
+  EXPECT_EQ(std::erase(*lines, "child"), static_cast<size_t>(children));
+  follower daemon;
+  daemon.take_all(*lines);
+  EXPECT_EQ(daemon.gaps, 0u);
 }
 
 TEST(SystemLog, ItsThreadLeavesOnlyTheSignalsOfTheEndToOthers)

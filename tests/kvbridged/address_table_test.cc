@@ -11,12 +11,8 @@ using namespace std::chrono_literals;
 
 mac_address numbered(unsigned number)
 {
-  return {0x02,
-          1,
-          0,
-          static_cast<unsigned char>(number >> 16),
-          static_cast<unsigned char>(number >> 8),
-          static_cast<unsigned char>(number)};
+  const auto byte = [number](int shift) { return static_cast<unsigned char>(number >> shift); };
+  return {0x02, 1, byte(24), byte(16), byte(8), byte(0)};
 }
 
 class Addresses : public testing::Test {

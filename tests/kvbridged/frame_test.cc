@@ -1,5 +1,6 @@
 #include "platform/kvbridged/frame.h"
 
+#include "platform/kvbridged/descriptor.h"
 #include "platform/kvbridged/discovery_filter.h"
 #include "tests/kvbridged/frames.h"
 
@@ -7,7 +8,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -21,25 +21,23 @@ class filter_in_kernel {
 public:
   explicit filter_in_kernel(port_frames which)
   {
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends_), 0);
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends), 0);
+    from_ = descriptor(ends[0]);
+    to_ = descriptor(ends[1]);
     std::vector<sock_filter> program = discovery_filter(which, stag);
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    EXPECT_EQ(setsockopt(ends_[0], SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
-  }
-  ~filter_in_kernel()
-  {
-    close(ends_[0]);
-    close(ends_[1]);
+    EXPECT_EQ(setsockopt(to_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
   }
   bool passes(frame_view frame) const
   {
     unsigned char byte;
-    EXPECT_EQ(send(ends_[1], frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
-    return recv(ends_[0], &byte, 1, 0) > 0;
+    EXPECT_EQ(send(from_.get(), frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
+    return recv(to_.get(), &byte, 1, 0) > 0;
   }
 
 private:
-  int ends_[2];
+  descriptor from_, to_;
 };
 
 // Calls with every stack of up to six tags.

@@ -60,10 +60,4 @@ TEST(Record, ThatSaysItIsLongerOrTooShortIsNone)
   EXPECT_FALSE(record_parse(frame_view(record).first(header + 13)));
 }
 
-// The agent's buffer is 106 bytes larger than the MTU.
-TEST(Record, OfTheLargestFrameFillsTheAgentsBuffer)
-{
-  EXPECT_EQ(record_make(frame_bytes(record_frame_max(1500)), stag, 1, "a", "b").size(), 1606u);
-}
-
 }  // namespace

@@ -6,28 +6,6 @@ namespace {
 
 using namespace kvbridged;
 
-TEST(Settings, OfABridgeAndItsPorts)
-{
-  std::vector<bridge_settings> bridges{bridge_parse("br0"), bridge_parse("br1,stag=0x9100,mtu=1600")};
-  EXPECT_EQ(bridges[0].stag_ethertype, 0x88a8);
-  EXPECT_EQ(bridges[0].mtu, 1500);
-  EXPECT_EQ(bridges[1].stag_ethertype, 0x9100);
-  EXPECT_EQ(bridges[1].mtu, 1600);
-  port_parse("br1,1,subscriber,eth1", bridges);
-  port_parse("br1,65535,network,eth0,addresses=16384", bridges);
-  EXPECT_TRUE(bridges[0].ports.empty());
-  ASSERT_EQ(bridges[1].ports.size(), 2u);
-  const port_settings& line = bridges[1].ports[0];
-  const port_settings& uplink = bridges[1].ports[1];
-  EXPECT_EQ(line.id, 1);
-  EXPECT_FALSE(line.network);
-  EXPECT_EQ(line.interface, "eth1");
-  EXPECT_EQ(line.addresses, 1024u);
-  EXPECT_EQ(uplink.id, 65535);
-  EXPECT_TRUE(uplink.network);
-  EXPECT_EQ(uplink.addresses, 16384u);
-}
-
 TEST(Settings, WhatIsNoneIsSaid)
 {
   for (const char* text : {"", ",mtu=1500", "elevenchars", "a/b", "br0,mtu=67", "br0,mtu=9001",

@@ -1,7 +1,7 @@
 // The framework as a whole: bllhost with the example plug-ins, a real port mapper, real RPC clients, and what the
 // system log received.
 #include "rte/BLL/core/rpc_bll_service.h"
-#include "tests/system/private_node.h"
+#include "tests/system/node_test.h"
 
 #include <arpa/inet.h>
 #include <csignal>
@@ -9,21 +9,11 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <rpc/pmap_clnt.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#ifdef __SANITIZE_ADDRESS__
-// The RPC library forgets some of what its clients, here the test, find out about the service.
-extern "C" const char* __lsan_default_suppressions()
-{
-  return "leak:libtirpc.so";
-}
-#endif
 
 namespace {
 
@@ -32,62 +22,35 @@ using testing::HasSubstr;
 
 constexpr char started[] = "Starting procedure has been completed.";
 
-class FrameworkHost : public testing::Test {
+class FrameworkHost : public node_test {
 protected:
-  static void SetUpTestSuite()
+  void SetUp() override
   {
+    node_test::SetUp();
     std::signal(SIGPIPE, SIG_IGN);  // connections that the service closes
     rlimit descriptors;
     getrlimit(RLIMIT_NOFILE, &descriptors);
     descriptors.rlim_cur = std::min<rlim_t>(descriptors.rlim_max, 4096);  // for a crowd, here and in the host
     setrlimit(RLIMIT_NOFILE, &descriptors);
-    reason = geteuid() == 0 ? node.enter() : "needs root";
-    char name[] = "/tmp/bll-host.XXXXXX";
-    work = mkdtemp(name);
     std::ofstream(work + "/board") << "BOARD_BT5\n";
     setenv("BLL_BOARD_ID", (work + "/board").c_str(), 1);
     setenv("BLL_CONFIG", PLUGIN_EXAMPLES "/plugin-hello/bll_config.xml", 1);
     setenv("BLL_LIB_DIR", PLUGIN_OUTPUT "/lib", 1);
   }
-  static void TearDownTestSuite() { std::filesystem::remove_all(work); }
-  void SetUp() override
-  {
-    if (!reason.empty())
-      GTEST_SKIP() << reason;
-    node.logged();
-  }
 
-  void startMapper()
-  {
-    std::filesystem::create_directories("/run/rpcbind");
-    mapper = std::make_unique<background>(std::vector<std::string>{"rpcbind", "-f"}, work + "/rpcbind");
-    for (int tries = 0; tries < 200 && system("rpcinfo >/dev/null 2>&1") != 0; ++tries)
-      usleep(50'000);
-  }
   void startHost(const std::vector<std::string>& options = {})
   {
     std::vector<std::string> command{PROGRAMS "/bllhost", "--save", work + "/saved.xml"};
     command.insert(command.end(), options.begin(), options.end());
-    host = std::make_unique<background>(command, work + "/host");
+    host = std::make_unique<background>(command);
+  }
+  bool servesMessages() const
+  {
+    return wait_until([this] { return host->output().find("main RPC loop") != std::string::npos; });
   }
   // Entities are up, and messages are served.
-  bool isUp()
-  {
-    if (!node.wait_for_log(started))
-      return false;
-    for (int tries = 0; tries < 200; ++tries, usleep(50'000))
-      if (host->output().find("main RPC loop") != std::string::npos)
-        return true;
-    return false;
-  }
-  // Exit status and output of a command.
-  static std::pair<int, std::string> run(const std::string& command)
-  {
-    background process({"bash", "-c", command}, work + "/output");
-    const int status = process.wait();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, process.output()};
-  }
-  static std::pair<int, std::string> send(const std::string& arguments) { return run(PROGRAMS "/bllmsg " + arguments); }
+  bool isUp() const { return node.wait_for_log(started) && servesMessages(); }
+  static std::pair<int, std::string> send(const std::string& arguments) { return run("bllmsg " + arguments); }
   // The lines without thread stamps; without blank ones, and what the service's thread says at any time.
   static std::string log()
   {
@@ -129,16 +92,12 @@ protected:
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
   }
 
-  static inline private_node& node = *new private_node;  // its reader outlives main()
-  static inline std::string reason;
-  static inline std::string work;
-  std::unique_ptr<background> mapper;
   std::unique_ptr<background> host;
 };
 
 TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
 {
-  startMapper();
+  const auto mapper = port_mapper();
   startHost();
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_THAT(log(), ContainsRegex("Hello, world.\ndepends is up, after hello.\n<<< Starting"));
@@ -164,14 +123,13 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
 
 TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
 {
-  EXPECT_EQ(run(PROGRAMS "/bllhost --allow-user no-such-user").first, 2);
-  std::filesystem::permissions(work, std::filesystem::perms{0755});
+  EXPECT_EQ(run("bllhost --allow-user no-such-user").first, 2);
   std::filesystem::copy(PROGRAMS "/bllmsg", work);
   const auto sendAs = [](const char* user) {
     return run(std::string("setpriv --clear-groups --regid nogroup --reuid ") + user + " " + work +
                "/bllmsg --tty /dev/null depends");
   };
-  startMapper();
+  const auto mapper = port_mapper();
   startHost({"--allow-user", "nogroup", "--allow-user", "bin"});
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_EQ(sendAs("root").first, 0);
@@ -186,27 +144,25 @@ TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
 
 TEST_F(FrameworkHost, HostileClientsHoldNobodyUp)
 {
-  startMapper();
+  const auto mapper = port_mapper();
   startHost();
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_EQ(call("tcp", bllRpcSendMessage, std::string(66'000, 'x')), RPC_CANTDECODEARGS);
   EXPECT_NE(call("tcp", bllRpcSendMessage, std::string(1024 * 1024, 'x')), RPC_SUCCESS);
   EXPECT_EQ(call("tcp", bllRpcSendMessage, std::string(65'000, 'x')), RPC_SUCCESS);
 
-  const int halfOpen = connectTcp();
-  ASSERT_GE(halfOpen, 0);
-  EXPECT_EQ(write(halfOpen, "\x80\0", 2), 2);  // the beginning of a record
-  const int promising = connectTcp();
-  EXPECT_EQ(write(promising,
-                  "\x80\0\xff\xff"
-                  "abc",
-                  7),
-            7);
-  const int boasting = connectTcp();
-  EXPECT_EQ(write(boasting, "\xff\xff\xff\xff", 4), 4);
+  // The beginning of a record, one that promises more than comes, and one of any size.
+  std::vector<int> crowd;
+  for (const std::string& beginning : {std::string("\x80\0", 2),
+                                       std::string("\x80\0\xff\xff"
+                                                   "abc",
+                                                   7),
+                                       std::string(4, '\xff')}) {
+    crowd.push_back(connectTcp());
+    EXPECT_EQ(write(crowd.back(), beginning.data(), beginning.size()), static_cast<ssize_t>(beginning.size()));
+  }
   EXPECT_EQ(send("depends").first, 0);
   EXPECT_EQ(send("--tcp depends").first, 0);
-  std::vector<int> crowd;
   for (int i = 0; i < 1100; ++i)
     crowd.push_back(connectTcp());
   EXPECT_EQ(send("-t 10 depends").first, 0) << "beside more connections than select() can watch";
@@ -216,8 +172,6 @@ TEST_F(FrameworkHost, HostileClientsHoldNobodyUp)
   for (const int fd : crowd)
     close(fd);
   EXPECT_EQ(send("-t 10 --tcp depends").first, 0);
-  for (const int fd : {halfOpen, promising, boasting})
-    close(fd);
   EXPECT_EQ(host->end(), 0);
 }
 
@@ -225,9 +179,8 @@ TEST_F(FrameworkHost, AFailureRollsBackAndEndsTheHost)
 {
   setenv("DEPENDS_FAILS", "1", 1);
   startHost();
-  const int status = host->wait();
+  EXPECT_EQ(host->wait(), 1) << host->output();
   unsetenv("DEPENDS_FAILS");
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << host->output();
   EXPECT_TRUE(node.wait_for_log("Good-bye"));
   EXPECT_THAT(log(), ContainsRegex("Hello, world.\nError starting depends BLE.\nWill start stop procedure.\n"
                                    "Good-bye, world.\n"));
@@ -240,6 +193,26 @@ TEST_F(FrameworkHost, LivesWithoutAPortMapper)
   EXPECT_THAT(host->output(), ContainsRegex("Cannot register UDP RPC service 0x20000017/536870935, version 1.\n"
                                             ".*Cannot register TCP RPC service 0x20000017/536870935, version 1.\n"));
   EXPECT_EQ(host->end(), 0);
+}
+
+TEST_F(FrameworkHost, StartsAndEndsWhileTheLogDaemonIsStopped)
+{
+  node.hold_log(true);
+  startHost();
+  EXPECT_TRUE(servesMessages());
+  EXPECT_EQ(host->end(), 0);
+  EXPECT_THAT(host->output(), ContainsRegex("[0-9]+ messages lost.\n"));
+}
+
+TEST_F(FrameworkHost, ACrashIsReportedWhileTheLogDaemonIsStopped)
+{
+  const rlimit none{0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+  node.hold_log(true);
+  background crash({PROGRAMS "/crash_report", "abort"});
+  crash.wait();
+  EXPECT_EQ(crash.ended_by(), SIGABRT);
+  EXPECT_THAT(crash.output(), HasSubstr("*** End of the report"));
 }
 
 }  // namespace

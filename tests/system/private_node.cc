@@ -4,13 +4,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
-#include <fcntl.h>
-#include <filesystem>
+#include <cstdlib>
 #include <fstream>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -30,37 +27,24 @@ void check(int result, const char* what)
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-void loopback_up()
-{
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  ifreq request = {};
-  std::strcpy(request.ifr_name, "lo");
-  request.ifr_flags = IFF_UP | IFF_RUNNING;
-  const int result = ioctl(fd, SIOCSIFFLAGS, &request);
-  close(fd);
-  check(result, "lo");
-}
-
-// The devices that programs need, by bind mounts, in a folder that takes the place of /dev.
-void private_dev()
-{
-  char name[] = "/tmp/private-dev.XXXXXX";
-  const std::filesystem::path dev = mkdtemp(name);
-  check(mount("tmpfs", dev.c_str(), "tmpfs", 0, nullptr), "tmpfs");
-  std::filesystem::create_directory(dev / "net");
-  for (const char* device : {"null", "zero", "full", "random", "urandom", "fuse", "net/tun"}) {
-    if (!std::filesystem::exists(std::filesystem::path("/dev") / device))
-      continue;
-    std::ofstream(dev / device).close();
-    check(mount((std::filesystem::path("/dev") / device).c_str(), (dev / device).c_str(), nullptr, MS_BIND, nullptr),
-          device);
-  }
-  std::filesystem::create_directory(dev / "pts");
-  check(mount("/dev/pts", (dev / "pts").c_str(), nullptr, MS_BIND, nullptr), "pts");
-  std::filesystem::create_symlink("pts/ptmx", dev / "ptmx");
-  check(mount(dev.c_str(), "/dev", nullptr, MS_MOVE, nullptr), "/dev");
-  std::filesystem::remove(dev);
-}
+// Cables carry what the test sends alone. The devices that programs need are bound into a folder that takes the place
+// of /dev.
+constexpr char furnish[] = R"(set -e
+ip link set lo up
+{ echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6; } 2>/dev/null || true
+mount -t tmpfs tmpfs /run
+dev=$(mktemp -d)
+mount -t tmpfs tmpfs $dev
+mkdir $dev/net $dev/pts
+for device in null zero full random urandom fuse net/tun; do
+  test -e /dev/$device || continue
+  touch $dev/$device
+  mount --bind /dev/$device $dev/$device
+done
+mount --bind /dev/pts $dev/pts
+ln -s pts/ptmx $dev/ptmx
+mount --move $dev /dev
+rmdir $dev)";
 
 int log_socket()
 {
@@ -77,9 +61,9 @@ std::string private_node::enter()
   try {
     check(unshare(CLONE_NEWNET | CLONE_NEWNS), "namespaces");
     check(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
-    loopback_up();
-    check(mount("tmpfs", "/run", "tmpfs", 0, nullptr), "/run");
-    private_dev();
+    check(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
+    if (std::system(furnish) != 0)
+      return "needs mounts";
     std::thread([this, socket = log_socket()] { read_log(socket); }).detach();
     return {};
   } catch (const std::exception& error) {
@@ -122,7 +106,17 @@ bool private_node::wait_for_log(const std::string& text)
   });
 }
 
-background::background(std::vector<std::string> command, std::string output) : output_(std::move(output))
+bool wait_until(const std::function<bool()>& condition)
+{
+  for (const auto deadline = std::chrono::steady_clock::now() + patience; !condition();) {
+    if (std::chrono::steady_clock::now() > deadline)
+      return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+background::background(std::vector<std::string> command) : output_(memfd_create("output", MFD_CLOEXEC))
 {
   std::vector<char*> words;
   for (std::string& word : command)
@@ -131,42 +125,44 @@ background::background(std::vector<std::string> command, std::string output) : o
   pid_ = fork();
   if (pid_ != 0)
     return;
-  const int fd = open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  dup2(fd, STDOUT_FILENO);
-  dup2(fd, STDERR_FILENO);
+  dup2(output_, STDOUT_FILENO);
+  dup2(output_, STDERR_FILENO);
   execvp(words[0], words.data());
   _exit(127);
 }
 
 background::~background()
 {
-  if (pid_ <= 0)
-    return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
+  if (pid_ > 0) {
+    signal(SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  close(output_);
+}
+
+void background::signal(int number) const
+{
+  kill(pid_, number);
 }
 
 int background::end()
 {
-  kill(pid_, SIGTERM);
+  signal(SIGTERM);
   return wait();
 }
 
 int background::wait()
 {
   int status = -1;
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (waitpid(pid_, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline)
-      return -1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  if (!wait_until([&] { return waitpid(pid_, &status, WNOHANG) != 0; }))
+    return -1;
   pid_ = -1;
-  return status;
+  ended_by_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string background::output() const
 {
-  std::ifstream file(output_);
+  std::ifstream file("/proc/self/fd/" + std::to_string(output_));
   return {std::istreambuf_iterator<char>(file), {}};
 }

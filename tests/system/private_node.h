@@ -4,6 +4,7 @@
 #define TESTS_SYSTEM_PRIVATE_NODE_H
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -31,24 +32,31 @@ private:
   bool held_ = false;               // under mutex_
 };
 
-// A program in the background, with its output in a file.
+// Waits for the condition, some seconds at most; whether it holds.
+bool wait_until(const std::function<bool()>& condition);
+
+// A program in the background, whose output is kept.
 class background {
 public:
-  background(std::vector<std::string> command, std::string output);
+  explicit background(std::vector<std::string> command);
   ~background();  // kills it if it still runs
   background(const background&) = delete;
   background& operator=(const background&) = delete;
 
-  // Sends SIGTERM and waits; the wait status.
+  void signal(int number) const;
+  // Sends SIGTERM and waits; the exit status, or -1 if it ended in another way or not at all.
   int end();
-  // Waits for it to end by itself, some seconds at most; the wait status, or -1.
+  // Waits for it to end by itself, some seconds at most; the same.
   int wait();
+  // The signal that ended it, or 0.
+  int ended_by() const { return ended_by_; }
   std::string output() const;
   int pid() const { return pid_; }
 
 private:
   int pid_ = -1;
-  std::string output_;
+  int ended_by_ = 0;
+  int output_ = -1;
 };
 
 #endif

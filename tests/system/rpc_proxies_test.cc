@@ -3,7 +3,7 @@
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/rpc_bll_service.h"
 #include "rte/BLL/core/rpc_register.h"
-#include "tests/system/private_node.h"
+#include "tests/system/node_test.h"
 
 #include <arpa/inet.h>
 #include <array>
@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc_msg.h>
 #include <semaphore>
@@ -20,14 +19,6 @@
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
-
-#ifdef __SANITIZE_ADDRESS__
-// The RPC library forgets some of what its clients, here the test, find out about the service.
-extern "C" const char* __lsan_default_suppressions()
-{
-  return "leak:libtirpc.so";
-}
-#endif
 
 namespace {
 
@@ -139,29 +130,19 @@ void noteMessage()
   letGo.acquire();
 }
 
-class RpcProxies : public testing::Test {
+class RpcProxies : public node_test {
 protected:
-  static void SetUpTestSuite()
-  {
-    reason = geteuid() == 0 ? node.enter() : "needs root";
-    if (!reason.empty())
-      return;
-    std::filesystem::create_directories("/run/rpcbind");
-    mapper = new background({"rpcbind", "-f"}, "/run/rpcbind.output");
-    for (int tries = 0; tries < 200 && system("rpcinfo >/dev/null 2>&1") != 0; ++tries)
-      usleep(50'000);
-    setenv("BLL_BOARD_ID", "/nonexistent", 1);
-    singleton<BLLManager>::instance().externalMessageSubscribers.emplace_back([](const auto&...) { noteMessage(); });
-  }
-  static void TearDownTestSuite()
-  {
-    if (mapper)
-      mapper->end();
-  }
+  static void TearDownTestSuite() { mapper.reset(); }
   void SetUp() override
   {
-    if (!reason.empty())
-      GTEST_SKIP() << reason;
+    node_test::SetUp();
+    if (IsSkipped())
+      return;
+    if (!mapper) {
+      mapper = port_mapper();
+      setenv("BLL_BOARD_ID", "/nonexistent", 1);
+      singleton<BLLManager>::instance().externalMessageSubscribers.emplace_back([](const auto&...) { noteMessage(); });
+    }
     messages = 0;
     start(own, bllRpcProgram);
   }
@@ -170,14 +151,11 @@ protected:
     pmap_unset(program, bllRpcVersion);
     ASSERT_TRUE(proxy.start());
     for (const int kind : kinds)
-      for (int tries = 0; tries < 2000 && portOf(program, kind) == 0; ++tries)
-        usleep(5'000);
+      EXPECT_TRUE(wait_until([&] { return portOf(program, kind) != 0; }));
   }
   static auto call(rpcproc_t procedure = bllRpcSendMessage) { return callMessage(bllRpcProgram, procedure); }
 
-  static inline private_node& node = *new private_node;  // its reader outlives main()
-  static inline background* mapper = nullptr;
-  static inline std::string reason;
+  static inline std::unique_ptr<background> mapper;
   RPCProxy own{rpcBllmanagerStart, "BLLManager_mng"};
 };
 
@@ -217,20 +195,18 @@ TEST_F(RpcProxies, OtherUsersMayAskForNothing)
   EXPECT_EQ(lines, 1);
 }
 
-// Waits until the kernel has forgotten whose a closed TCP socket was, and says that it is root's.
-void awaitOrphan()
+// Whether the kernel has forgotten whose a closed TCP socket was, and says that it is root's.
+bool isThereAnOrphan()
 {
-  for (int tries = 0; tries < 5000; ++tries, usleep(1'000)) {
-    std::ifstream table("/proc/thread-self/net/tcp");
-    for (std::string line; std::getline(table, line);) {
-      std::istringstream words(line);
-      std::string skipped, state, owner;
-      if (words >> skipped >> skipped >> skipped >> state >> skipped >> skipped >> skipped >> owner && state == "05" &&
-          owner == "0")
-        return;
-    }
+  std::ifstream table("/proc/thread-self/net/tcp");
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream words(line);
+    std::string skipped, state, owner;
+    if (words >> skipped >> skipped >> skipped >> state >> skipped >> skipped >> skipped >> owner && state == "05" &&
+        owner == "0")
+      return true;
   }
-  ADD_FAILURE() << "no orphan";
+  return false;
 }
 
 // A socket that is closed by the time is nobody's. A UDP port may have several.
@@ -242,7 +218,7 @@ TEST_F(RpcProxies, WhoCannotBeToldIsRefused)
   held.acquire();
   for (const int kind : kinds)
     client_t(kind, portOf(bllRpcProgram, kind), nobody).send(call());
-  awaitOrphan();
+  EXPECT_TRUE(wait_until(isThereAnOrphan));
   holdMessages = false;
   letGo.release();
   EXPECT_EQ(busy.receive().second, success);
@@ -337,13 +313,9 @@ TEST_F(RpcProxies, ServeSideBySide)
 void* startByLibrary(void*)
 {
   neighbour = std::this_thread::get_id();
-  sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  const int fds[] = {socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  for (const int fd : fds)
-    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(fds[1], 5), 0);
-  EXPECT_TRUE(svc_register(svcudp_create(fds[0]), slowProgram, bllRpcVersion, dispatchNeighbour, IPPROTO_UDP));
-  EXPECT_TRUE(svc_register(svctcp_create(fds[1], 0, 0), slowProgram, bllRpcVersion, dispatchNeighbour, IPPROTO_TCP));
+  EXPECT_TRUE(svc_register(svcudp_create(RPC_ANYSOCK), slowProgram, bllRpcVersion, dispatchNeighbour, IPPROTO_UDP));
+  SVCXPRT* const tcp = svctcp_create(RPC_ANYSOCK, 0, 0);
+  EXPECT_TRUE(svc_register(tcp, slowProgram, bllRpcVersion, dispatchNeighbour, IPPROTO_TCP));
   return nullptr;
 }
 

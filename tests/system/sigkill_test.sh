@@ -5,39 +5,12 @@
 #
 # RANDOM_SEED=N repeats the order of a run.
 # Usage: sigkill_test.sh BIN_DIR. KILLS=50 for more than the few of a common test run. Exit status 77: skipped.
-set -euo pipefail
+. "$(dirname "$0")/node.sh"
 
 kills=${KILLS:-6}
-skip() { echo "skipped: $*"; exit 77; }
-[ "$(id -u)" = 0 ] || skip "needs root"
-[ -w /dev/fuse ] && [ -w /dev/net/tun ] || skip "needs FUSE and TAP devices"
-if [ -z "${IN_NAMESPACES:-}" ]; then
-  unshare --mount --net true 2>/dev/null || skip "needs namespaces"
-  IN_NAMESPACES=1 exec unshare --mount --net --propagation private "$0" "$@"
-fi
-
-bin=$1
-work=$(mktemp -d)
-mount -t tmpfs tmpfs /run
-declare -A pid=()
-cleanup() {
-  local status=$?
-  trap - EXIT
-  for name in flood agent kvbridged check; do
-    [ -z "${pid[$name]:-}" ] || kill -KILL "${pid[$name]}" 2>/dev/null || true
-  done
-  rm -rf "$work"
-  exit "$status"
-}
-trap cleanup EXIT
-
-fail() { echo "FAILED: $*"; tail -n 5 "$work"/*.log; cat "$work/arrived"; exit 1; }
-start() { local name=$1; shift; "$@" >>"$work/$name.log" 2>&1 & pid[$name]=$!; }
-ctl() { "$bin/pppoeiactl" -t 20 "$@"; }
-wait_for() { for _ in $(seq 500); do "$@" >/dev/null 2>&1 && return 0; sleep 0.02; done; return 1; }
 arrived() {  # tagged|other
   local _ tagged other
-  read -r _ tagged _ other <"$work/arrived"
+  read -r _ tagged _ other <"$work/arrived.log"
   echo $((10#${!1}))
 }
 count_of() { ls "/proc/${pid[$1]}/fd" | wc -l; }
@@ -47,20 +20,10 @@ no_more_descriptors() { [ "$(count_of kvbridged)" -le "$fds" ] && [ "$(count_of 
 more_than() { [ "$(arrived tagged)" -gt "$1" ]; }
 nap() { sleep "0.$(printf %03d $((RANDOM % $1)))"; }
 
-ip link set lo up
-ip link add sub type veth peer name line
-ip link add uplink type veth peer name peer
-for link in sub line uplink peer; do ip link set "$link" up; done
 mounts=$(wc -l </proc/self/mountinfo)
-tree=/run/kvbridged/tree
 
-kvbridged_start() {
-  start kvbridged "$bin/kvbridged" run --bridge br0 --port br0,1,subscriber,line --port br0,9,network,uplink
-  wait_for test -e "$tree/mng/config" || fail "kvbridged does not start"
-}
-agent_start() {
-  start agent "$bin/kvbridged" exec -- "$bin/pppoeia"
-  wait_for ctl log level get || fail "the agent does not answer"
+agent_configured_start() {
+  agent_start
   # A port passes everything from its adding until its state is set: the line is down meanwhile. What was on its way
   # before is dropped by kvbridged while it serves the first requests, still without the filter.
   ip link set line down
@@ -68,8 +31,10 @@ agent_start() {
 init
 bridge add br0 16
 bridge vlan set-all br0 on
+format circuit-id set br0 "the line's own"
 format remote-id set br0 "\$PORT_REM_ID"
 port add br0 1 line line --type eth
+port circuit-id-mode set br0 1 custom
 port state set br0 1 subscriber
 port trust set br0 1 untrusted
 port remote-id set br0 1 customer-0001
@@ -91,10 +56,10 @@ nothing_passes() {
   [ "$(arrived tagged) $(arrived other)" = "$before 0" ] || fail "PADIs arrive while the agent is away"
 }
 
-start check "$bin/padi_check" peer customer-0001 "$work/arrived"
-wait_for test -s "$work/arrived" || fail "padi_check does not start"
+start check "$bin/padi_check" peer "the line's own" customer-0001 "$work/arrived.log"
+wait_for test -s "$work/arrived.log" || fail "padi_check does not start"
 kvbridged_start
-agent_start
+agent_configured_start
 start flood "$bin/padi_flood" sub 1000
 flows "at first"
 fds=$(count_of kvbridged) agent_fds="$(count_of agent)" agent_mounts=$(mounts_of agent)
@@ -128,14 +93,14 @@ for ((round = 0; killings < kills; round++)); do
     agent)
       killed agent
       nothing_passes
-      agent_start
+      agent_configured_start
       ;;
     both)
       killed agent
       killed kvbridged
       kvbridged_start
       nothing_passes
-      agent_start
+      agent_configured_start
       ;;
     device)
       ip link del br0_pppoe
@@ -161,5 +126,5 @@ wait "${pid[kvbridged]}" || fail "kvbridged did not end in order"
 [ ! -e /run/kvbridged ] || fail "left behind: $(ls -R /run/kvbridged)"
 [ "$(wc -l </proc/self/mountinfo)" = "$mounts" ] || fail "mounts are left behind: $(grep kvbridged /proc/self/mountinfo)"
 ip link show br0_pppoe >/dev/null 2>&1 && fail "the device is left behind"
-grep -qE 'Sanitizer|runtime error' "$work"/*.log && fail "a sanitizer complains"
+no_sanitizer_complains
 echo "passed: $killings kills in $round rounds, traffic back at most $longest ms after kvbridged was started again"
