@@ -219,6 +219,7 @@ struct conduct_t {
   const char* name;
   std::string text, refrain{};
   size_t messageSize = 7;
+  friend void PrintTo(const conduct_t& conduct, std::ostream* out) { *out << conduct.name; }
 };
 
 class RabbitMqHostileServer : public testing::TestWithParam<conduct_t> {};
