@@ -1,4 +1,4 @@
-// The debug log of one frame, line by line.
+// The debug log of one frame, line by line, as an operator reads it.
 #include "pppoeia/log.h"
 #include "tests/support/records_fixture.h"
 #include "tests/support/syslog_capture.h"
@@ -66,54 +66,6 @@ TEST(FrameLog, OfAnInsertedTag)
                   "<br0>      01 19 56 45 4c 54 52 4f   4e 41 3a 20 65 74 68 20 ",
                   "<br0>      33 2f 70 6f 72 74 31 3a   31 30 30 02 00 00 ", "<br0>    Forwarding frame to out0.",
                   "<br0>        VENDOR (0x0105), 33 (0x0021) bytes."));
-}
-
-TEST(FrameLog, OfAVendorTagThatIsNotWholeInThePayload)
-{
-  test_bridge bridge;
-  bridge.port(1, 1, 0);
-  std::vector<std::string> lines = lines_of(*bridge, test_frame{.tags = {{0x0105, "x"}}, .payload_length = 0}.build());
-  std::erase_if(lines, [](const std::string& line) { return !line.starts_with("<br0>    "); });  // the builders' lines
-  lines.erase(lines.begin(), std::ranges::find(lines, "<br0>    Found VSA tag."));
-  lines.resize(6);
-  EXPECT_THAT(lines, ElementsAre("<br0>    Found VSA tag.",
-                                 "<br0>          Past PPPoE end: @ >= @",  // where the tag goes
-                                 "<br0>    VSA tag will be added.", "<br0>    VSA tag stretched by 35 bytes.",
-                                 "<br0>          Past PPPoE end: @ >= @",  // what follows it
-                                 "<br0>    Added Circuit ID 'VELTRONA: eth 3/port1:0' (23 bytes)."));
-}
-
-TEST(FrameLog, WhatLiesBehindTheRecordReadsAsZero)
-{
-  test_bridge bridge;
-  bridge.port(1, 3, 0);
-  using testing::Contains;
-  // A tag whose header the record cuts.
-  EXPECT_THAT(lines_of(*bridge, test_frame{.code = 0xa7, .tags = {}, .trailer = {0x01}, .payload_length = 1}.build()),
-              Contains("<br0>        Unknown (0x0100), 0 (0x0000) bytes.").Times(2));
-  // The byte behind a record that became shorter.
-  const test_frame offer{.code = 0x07, .tags = {{0x0105, "abcd"}, {0x0103, "efgh"}}};
-  EXPECT_THAT(lines_of(*bridge, offer.build()), Contains("<br0>      00 00 00 08 01 03 00 04   65 66 67 68 00 "));
-  // An error answer that does not fit.
-  bridge->max_pdu = 10;
-  EXPECT_THAT(lines_of(*bridge, test_frame{.tags = {}, .trailer = {0xff}}.build()),
-              Contains("<br0>        Unknown (0x0200), 0 (0x0000) bytes."));
-}
-
-TEST(FrameLog, OfRefusedFrames)
-{
-  test_bridge bridge;
-  bridge.port(1, 1, 1);
-  const auto last = [&](const byte_string& record) { return lines_of(*bridge, record).back(); };
-  EXPECT_EQ(last(test_frame{.port = 9}.build()), "<br0> >> Input device 'in0', 9 not found.");
-  EXPECT_EQ(last(test_frame{.vlan_tags = {0x8100'0bb8}}.build()), "<br0> >> VID 0bb8 (3000) not enabled.");
-  EXPECT_EQ(last(test_frame{.code = 0x07}.build()), "<br0> >> Only PPPoE client is allowed on 'in0'.");
-  EXPECT_EQ(last(test_frame{.payload_length = 99}.build()), "<br0>    PPPoE PDU doesn't fit into frame.");
-  EXPECT_EQ(last(test_frame{.tags = {{0x0105, ""}}}.build()),
-            "<br0>    Port is untrusted, there should be no VSA tag.");
-  byte_string arp = test_frame{}.build();
-  arp[119] = 0x08, arp[120] = 0x06;
-  EXPECT_EQ(last(arp), "<br0> >> 0x0806 is not an PPPoE Discovery EtherType.");
 }
 
 TEST(FrameLog, NothingIsLoggedBelowDebug)

@@ -73,27 +73,30 @@ struct world_t {
   std::vector<modelThread_t> threads;
 };
 
+stateData stateOf(const world_t& world, size_t t)
+{
+  const auto row = world.rules.states().find(idOf(t));
+  return row == world.rules.states().end() ? stateData{} : row->second;
+}
+
 // The conflict test as the rules are told to people, over the whole table and with the model's own knowledge of who
 // waits and since when: the sums and the line must agree with it. `arrived` 0 asks for a thread that comes now.
 bool inConflict(const world_t& world, const std::vector<program_t>& programs, size_t self, size_t arrived,
                 access_t access)
 {
-  const auto stateOf = [&](size_t t) {
-    const auto row = world.rules.states().find(idOf(t));
-    return row == world.rules.states().end() ? stateData{} : row->second;
-  };
-  if (stateOf(self).exclusiveCount > 0)
+  if (stateOf(world, self).exclusiveCount > 0)
     return false;
   for (size_t t = 0; t < programs.size(); ++t) {
     if (t == self)
       continue;
-    if (stateOf(t).exclusiveCount > 0 || (access == access_t::exclusive && stateOf(t).sharedCount > 0))
+    const stateData others = stateOf(world, t);
+    if (others.exclusiveCount > 0 || (access == access_t::exclusive && others.sharedCount > 0))
       return true;
     const modelThread_t& other = world.threads[t];
     const bool waitsExclusive =
         (other.phase == phase_t::sleeps || other.phase == phase_t::woken) && programs[t].steps[other.next] == 'E';
     const bool cameBefore = arrived == 0 || other.arrived < arrived;
-    if (access == access_t::shared && stateOf(self).sharedCount <= 0 && waitsExclusive && cameBefore)
+    if (access == access_t::shared && stateOf(world, self).sharedCount <= 0 && waitsExclusive && cameBefore)
       return true;  // no reader that came later is served before a waiting writer
   }
   return false;
@@ -126,12 +129,6 @@ private:
     if (thread.phase == phase_t::givesBack)
       return !lockRules_t::holds(stateOf(world, t));
     return thread.phase == phase_t::runs && thread.next == programs_[t].steps.size();
-  }
-
-  static stateData stateOf(const world_t& world, size_t t)
-  {
-    const auto row = world.rules.states().find(idOf(t));
-    return row == world.rules.states().end() ? stateData{} : row->second;
   }
 
   void stepEveryWay(const world_t& world, size_t t)

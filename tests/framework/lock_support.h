@@ -87,23 +87,23 @@ inline void awaitWriter(const recursiveSharedMutex_t& lock, boost::thread::id id
 }
 
 enum class outcome_t { taken, failedExclusiveHeld, failedOtherwise };
-inline outcome_t takeExclusive(recursiveSharedMutex_t& lock, const boost::system_time& deadline)
+template <typename Take>
+outcome_t outcomeOf(Take take)
 {
   try {
-    lock.timedLock(deadline);
+    take();
     return outcome_t::taken;
   } catch (const recursiveSharedMutex_t::lockError_t& error) {
     return error.exclusiveHeld ? outcome_t::failedExclusiveHeld : outcome_t::failedOtherwise;
   }
 }
+inline outcome_t takeExclusive(recursiveSharedMutex_t& lock, const boost::system_time& deadline)
+{
+  return outcomeOf([&] { lock.timedLock(deadline); });
+}
 inline outcome_t takeShared(recursiveSharedMutex_t& lock, const boost::system_time& deadline)
 {
-  try {
-    lock.timedLockShared(deadline);
-    return outcome_t::taken;
-  } catch (const recursiveSharedMutex_t::lockError_t& error) {
-    return error.exclusiveHeld ? outcome_t::failedExclusiveHeld : outcome_t::failedOtherwise;
-  }
+  return outcomeOf([&] { lock.timedLockShared(deadline); });
 }
 
 }  // namespace lock_test

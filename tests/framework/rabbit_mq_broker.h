@@ -87,7 +87,6 @@ public:
   Broker& operator=(const Broker&) = delete;
 
   int port() const { return port_; }
-  void signal(int number) const { kill(broker_, number); }
   // Until it serves; false when it does not within a minute.
   bool start()
   {
@@ -130,7 +129,6 @@ private:
   {
     if (process <= 0)
       return;
-    kill(process, SIGCONT);
     kill(process, SIGTERM);
     for (int tries = 0; tries < 300 && waitpid(process, nullptr, WNOHANG) == 0; ++tries)
       std::this_thread::sleep_for(std::chrono::milliseconds(100));

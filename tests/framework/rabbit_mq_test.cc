@@ -42,16 +42,6 @@ protected:
     mq.consume(queue, message, timeout_ms);
     return message;
   }
-  bool publishesWithin(std::chrono::seconds time)
-  {
-    const auto end = steady_clock::now() + time;
-    while (steady_clock::now() < end) {
-      if (mq.publish("again", "again"))
-        return true;
-      std::this_thread::sleep_for(100ms);
-    }
-    return false;
-  }
 
   static inline std::unique_ptr<Broker> broker;
   rabbitMqSettings_t settings;
@@ -176,22 +166,6 @@ TEST_F(RabbitMq, WrongPasswordAndDisabledFail)
   EXPECT_EQ(next("usual"), "(none)");
 }
 
-TEST_F(RabbitMq, FrozenBrokerCostsABoundedTimeAndIsFoundAgain)
-{
-  ASSERT_TRUE(mq.publish("again", "warm"));
-  ASSERT_EQ(next("again"), "warm");
-  broker->signal(SIGSTOP);
-  auto begin = steady_clock::now();
-  EXPECT_FALSE(mq.publish("again", std::string(RabbitMqInterSoc::largestMessage, 'x')));
-  EXPECT_LT(steady_clock::now() - begin, RabbitMqInterSoc::longestStep + slack);
-  begin = steady_clock::now();
-  EXPECT_EQ(next("again", 100), "(none)");
-  EXPECT_LT(steady_clock::now() - begin, RabbitMqInterSoc::longestStep + slack);
-  EXPECT_FALSE(mq.publish("again", "x"));
-  broker->signal(SIGCONT);
-  EXPECT_TRUE(publishesWithin(30s));
-}
-
 TEST_F(RabbitMq, RestartKeepsMessagesAndIsFollowed)
 {
   ASSERT_TRUE(mq.publish("kept", "before the restart"));
@@ -206,7 +180,12 @@ TEST_F(RabbitMq, RestartKeepsMessagesAndIsFollowed)
   broker->stop();
   EXPECT_FALSE(mq.publish("kept", "while it is down"));
   ASSERT_TRUE(broker->start());
-  EXPECT_TRUE(publishesWithin(40s));
+  bool published = false;
+  for (int tries = 0; tries < 400 && !published; ++tries) {
+    published = mq.publish("again", "again");
+    std::this_thread::sleep_for(100ms);
+  }
+  EXPECT_TRUE(published);
 }
 
 }  // namespace

@@ -224,17 +224,6 @@ TEST(SelfDebugger, FailsSoonWhereTracingIsForbidden)
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST(SelfDebugger, ManualReportsAreSwitched)
-{
-  SelfDebugger debugger;
-  EXPECT_FALSE(debugger.areBacktraceReportsEnabled());
-  EXPECT_TRUE(debugger.enableManualReports());
-  EXPECT_TRUE(debugger.enableManualReports());
-  EXPECT_TRUE(debugger.areBacktraceReportsEnabled());
-  EXPECT_TRUE(debugger.disableManualReports());
-  EXPECT_FALSE(debugger.areBacktraceReportsEnabled());
-}
-
 struct end_t {
   std::string output;
   int status;

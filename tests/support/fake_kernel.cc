@@ -15,15 +15,10 @@
 
 namespace {
 
-struct opened {
-  std::string what;  // path, "packet" or "datagram"
-  int peer = -1;     // of a packet socket
-};
-
 // State behind the functions, which take no context. Guarded: the worker calls them too.
 std::mutex guard;
 fake_kernel* fake;
-std::map<int, opened> table;
+std::map<int, int> table;          // open descriptor -> peer, of a packet socket
 std::map<std::string, int> wires;  // device -> peer
 std::map<std::string, int> calls;
 std::map<int, std::string> indices;
@@ -42,9 +37,9 @@ bool fails(const std::string& step)
   return false;
 }
 
-int keep(int fd, opened what)
+int keep(int fd, int peer = -1)
 {
-  table[fd] = std::move(what);
+  table[fd] = peer;
   return fd;
 }
 
@@ -58,16 +53,24 @@ bool path_exists(const std::string& path)
   return false;
 }
 
-int open_control(const char* path)
+int refused(int error)
+{
+  errno = error;
+  return -1;
+}
+
+// A step fails as the test wants it, or does its work.
+template <typename Work>
+int step(const std::string& name, Work work)
 {
   const std::lock_guard lock(guard);
-  if (fails(std::string("open:") + path))
-    return -1;
-  if (!path_exists(path)) {
-    errno = ENOENT;
-    return -1;
-  }
-  return keep(open("/dev/null", O_RDONLY | O_CLOEXEC), {path});
+  return fails(name) ? -1 : work();
+}
+
+int open_control(const char* path)
+{
+  return step(std::string("open:") + path,
+              [&] { return path_exists(path) ? keep(open("/dev/null", O_RDONLY | O_CLOEXEC)) : refused(ENOENT); });
 }
 
 int answer(void* argument, const void* value, size_t size)
@@ -78,11 +81,7 @@ int answer(void* argument, const void* value, size_t size)
 
 int device_create(const char* name)
 {
-  if (!fake->devices.insert(name).second) {
-    errno = EEXIST;
-    return -1;
-  }
-  return 0;
+  return fake->devices.insert(name).second ? 0 : refused(EEXIST);
 }
 
 void device_forget(const std::string& name)
@@ -91,13 +90,8 @@ void device_forget(const std::string& name)
   std::erase_if(indices, [&](const auto& index) { return index.second == name; });
 }
 
-int control(int, unsigned long request, void* argument)
+int answer_control(unsigned long request, void* argument)
 {
-  const std::lock_guard lock(guard);
-  char step[32];
-  std::snprintf(step, sizeof step, "control:0x%08lx", request);
-  if (fails(step))
-    return -1;
   switch (request) {
   case kvmng_version_get:
     return answer(argument, &fake->kvmng_version, sizeof(int));
@@ -113,9 +107,15 @@ int control(int, unsigned long request, void* argument)
   case kvbridge_filter_attach:
     return 0;
   default:
-    errno = ENOTTY;
-    return -1;
+    return refused(ENOTTY);
   }
+}
+
+int control(int, unsigned long request, void* argument)
+{
+  char name[32];
+  std::snprintf(name, sizeof name, "control:0x%08lx", request);
+  return step(name, [&] { return answer_control(request, argument); });
 }
 
 int close_descriptor(int fd)
@@ -126,97 +126,75 @@ int close_descriptor(int fd)
     std::fprintf(stderr, "the agent closed descriptor %d, which is not its own\n", fd);
     std::abort();
   }
-  for (auto wire = wires.begin(); wire != wires.end();)
-    wire = wire->second == at->second.peer ? wires.erase(wire) : std::next(wire);
-  if (at->second.peer >= 0)
-    close(at->second.peer);
+  std::erase_if(wires, [&](const auto& wire) { return wire.second == at->second; });
+  if (at->second >= 0)
+    close(at->second);
   table.erase(at);
   return close(fd);
 }
 
 int datagram_socket()
 {
-  const std::lock_guard lock(guard);
-  if (fails("datagram_socket"))
-    return -1;
-  return keep(open("/dev/null", O_RDWR | O_CLOEXEC), {"datagram"});
+  return step("datagram_socket", [] { return keep(open("/dev/null", O_RDWR | O_CLOEXEC)); });
 }
 
-bool device_known(const char* device)
+// The same for what is asked of a device, which must be there.
+template <typename Work>
+int device_step(const std::string& name, const char* device, Work work)
 {
-  if (fake->devices.contains(device))
-    return true;
-  errno = ENODEV;
-  return false;
+  return step(name, [&] { return fake->devices.contains(device) ? work() : refused(ENODEV); });
 }
 
 int link_flags_get(int, const char* device, short* flags)
 {
-  const std::lock_guard lock(guard);
-  if (fails("link_flags_get") || !device_known(device))
-    return -1;
-  *flags = 0;
-  return 0;
+  return device_step("link_flags_get", device, [&] { return *flags = 0; });
 }
 
 int link_flags_set(int, const char* device, short)
 {
-  const std::lock_guard lock(guard);
-  return fails("link_flags_set") || !device_known(device) ? -1 : 0;
+  return device_step("link_flags_set", device, [] { return 0; });
 }
 
 int link_index(int, const char* device, int* index)
 {
-  const std::lock_guard lock(guard);
-  if (fails("link_index") || !device_known(device))
-    return -1;
-  const auto at = std::ranges::find_if(indices, [&](const auto& known) { return known.second == device; });
-  *index = at == indices.end() ? ++last_index : at->first;
-  indices[*index] = device;
-  return 0;
+  return device_step("link_index", device, [&] {
+    const auto at = std::ranges::find_if(indices, [&](const auto& known) { return known.second == device; });
+    *index = at == indices.end() ? ++last_index : at->first;
+    indices[*index] = device;
+    return 0;
+  });
 }
 
 int link_mtu(int, const char* device, int* mtu)
 {
-  const std::lock_guard lock(guard);
-  if (fails("link_mtu") || !device_known(device))
-    return -1;
-  *mtu = fake->mtu;
-  return 0;
+  return device_step("link_mtu", device, [&] { return answer(mtu, &fake->mtu, sizeof *mtu); });
 }
 
 int link_mac(int, const char*, unsigned char mac[6])
 {
-  const std::lock_guard lock(guard);
-  if (fails("link_mac"))
-    return -1;
   const unsigned char address[6] = {0x02, 0x00, 0x5e, 0x10, 0x00, 0x01};
-  std::memcpy(mac, address, sizeof address);
-  return 0;
+  return step("link_mac", [&] { return answer(mac, address, sizeof address); });
 }
 
 int packet_socket()
 {
-  const std::lock_guard lock(guard);
-  int pair[2];
-  if (fails("packet_socket") || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) < 0)
-    return -1;
-  return keep(pair[0], {"packet", pair[1]});
+  return step("packet_socket", [] {
+    int pair[2];
+    return socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) < 0 ? -1 : keep(pair[0], pair[1]);
+  });
 }
 
 int set_nonblocking(int fd)
 {
-  const std::lock_guard lock(guard);
-  return fails("set_nonblocking") ? -1 : fcntl(fd, F_SETFL, O_NONBLOCK);
+  return step("set_nonblocking", [&] { return fcntl(fd, F_SETFL, O_NONBLOCK); });
 }
 
 int bind_packet(int fd, int index)
 {
-  const std::lock_guard lock(guard);
-  if (fails("bind_packet"))
-    return -1;
-  wires[indices[index]] = table[fd].peer;
-  return 0;
+  return step("bind_packet", [&] {
+    wires[indices[index]] = table[fd];
+    return 0;
+  });
 }
 
 void enlarge_buffers(int, int) {}

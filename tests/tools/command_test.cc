@@ -18,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::StartsWith;
+using words = std::vector<std::string>;
 
 // One agent for all cases: none of them changes what another looks at.
 class Command : public testing::Test {
@@ -37,61 +37,53 @@ private:
 };
 running_agent* Command::agent_;
 
-TEST_F(Command, EndsWithZeroWhenDone)
+TEST_F(Command, ItsStatusTellsHowItWent)
 {
-  const outcome done = agent().ctl({"port", "trust", "get", "br0", "3"});
-  EXPECT_EQ(done.status, 0);
-  EXPECT_EQ(done.out, "trust trusted\n");
-}
-
-TEST_F(Command, EndsWithOneWhenTheAgentRefuses)
-{
-  const outcome refused = agent().ctl({"port", "trust", "get", "br0", "4"});
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_EQ(refused.out, "");
-  EXPECT_THAT(refused.err, HasSubstr("no such port"));
-  EXPECT_EQ(agent().ctl({"call", "89"}).status, 1);
-  EXPECT_EQ(agent().ctl({"save", "br5"}).status, 1);
-  EXPECT_EQ(agent().ctl({"explain", "br0", "4", "1"}).status, 1);
-  EXPECT_EQ(agent().ctl({"format", "check", "br5"}).status, 1);
-  EXPECT_EQ(agent().ctl({"show", "port", "br5"}).status, 1);
-}
-
-TEST_F(Command, EndsWithTwoWhenItIsNotUnderstood)
-{
-  for (const std::vector<std::string>& wrong : std::initializer_list<std::vector<std::string>>{
-           {},
-           {"nonsense"},
-           {"bridge"},
-           {"--nonsense"},
-           {"port", "trust", "get", "br0"},
-           {"port", "trust", "get", "br0", "3", "4"},
-           {"port", "trust", "set", "br0", "3", "somewhat"},
-           {"port", "trust", "get", "br0", "4294967296"},
-           {"port", "add", "br0", "5", "x", "y", "--type"},
-           {"port", "add", "br0", "5", "x", "y", "--color", "red"},
-           {"port", "add", "br0", "5", "x", "y", "--location", "onu=many"},
-           {"port", "cpe-mac", "set", "br0", "3", "00:11"},
-           {"bridge", "vlan", "get", "br0", "65536"},
-           {"show", "everything"},
-           {"show", "port", "br0", "first"},
-           {"explain", "br0", "3"},
-           {"explain", "br0", "3", "70000"},
-           {"format", "explain"},
-           {"format", "test", "br0", "--vlan", "many"},
-           {"format", "test", "br0", "--mode", "other"},
-           {"format", "check"},
-           {"save", "--everything"},
-           {"call", "many"},
-           {"-t", "0", "init"},
-           {"-batch", "/nonexistent"},
-       })
-    EXPECT_EQ(agent().ctl(wrong).status, 2) << testing::PrintToString(wrong);
-}
-
-TEST_F(Command, EndsWithThreeWithoutAnAgent)
-{
-  EXPECT_EQ(ctl(fresh_socket(), {"log", "level", "get"}).status, 3);
+  const std::pair<int, std::vector<words>> outcomes[] = {
+      {0, {{"port", "trust", "get", "br0", "3"}}},
+      {1,  // the agent refuses
+       {{"port", "trust", "get", "br0", "4"},
+        {"call", "89"},
+        {"save", "br5"},
+        {"explain", "br0", "4", "1"},
+        {"format", "check", "br5"},
+        {"show", "port", "br5"}}},
+      {2,  // it is not understood
+       {{},
+        {"nonsense"},
+        {"bridge"},
+        {"--nonsense"},
+        {"port", "trust", "get", "br0"},
+        {"port", "trust", "get", "br0", "3", "4"},
+        {"port", "trust", "set", "br0", "3", "somewhat"},
+        {"port", "trust", "get", "br0", "4294967296"},
+        {"port", "add", "br0", "5", "x", "y", "--type"},
+        {"port", "add", "br0", "5", "x", "y", "--color", "red"},
+        {"port", "add", "br0", "5", "x", "y", "--location", "onu=many"},
+        {"port", "cpe-mac", "set", "br0", "3", "00:11"},
+        {"bridge", "vlan", "get", "br0", "65536"},
+        {"show", "everything"},
+        {"show", "port", "br0", "first"},
+        {"explain", "br0", "3"},
+        {"explain", "br0", "3", "70000"},
+        {"format", "explain"},
+        {"format", "test", "br0", "--vlan", "many"},
+        {"format", "test", "br0", "--mode", "other"},
+        {"format", "check"},
+        {"save", "--everything"},
+        {"call", "many"},
+        {"-t", "0", "init"},
+        {"-batch", "/nonexistent"}}},
+  };
+  for (const auto& [status, commands] : outcomes)
+    for (const words& command : commands) {
+      const outcome ended = agent().ctl(command);
+      EXPECT_EQ(ended.status, status) << testing::PrintToString(command);
+      EXPECT_EQ(ended.out.empty(), status != 0) << ended.out;
+      EXPECT_EQ(ended.err.empty(), status == 0) << testing::PrintToString(command);
+    }
+  EXPECT_THAT(agent().ctl({"port", "trust", "get", "br0", "4"}).err, HasSubstr("no such port"));
+  EXPECT_EQ(ctl(fresh_socket(), {"log", "level", "get"}).status, 3);  // no agent
   EXPECT_EQ(ctl(fresh_socket(), {"-batch", "-"}, "init\n").status, 3);
 }
 
@@ -128,23 +120,17 @@ TEST_F(Command, TakesItsOptionsBehindTheWordsToo)
   EXPECT_EQ(agent().ctl({"port", "trust", "get", "br0", "3", "--json"}).json(),
             nlohmann::json({{"trust", 0}, {"trust_name", "trusted"}}));
   EXPECT_EQ(agent().ctl({"bridge", "location", "set", "br0", "--", "--json"}).status, 0);
-  EXPECT_EQ(agent().told({"format", "explain", "$LOCATION", "br0", "3", "1"}).find("'--json'") != std::string::npos,
-            true);
+  EXPECT_THAT(agent().told({"format", "explain", "$LOCATION", "br0", "3", "1"}), HasSubstr("'--json'"));
 }
 
-TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEnds)
+TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEndsUnlessForced)
 {
-  const outcome failed = agent().batch("# a comment\n\nbridge state get br0\nport del br0 6\nnonsense\n");
+  outcome failed = agent().batch("# a comment\n\nbridge state get br0\nport del br0 6\nnonsense\n");
   EXPECT_EQ(failed.status, 1);
   EXPECT_EQ(failed.out, "state on\n");
   EXPECT_EQ(failed.err, "standard input:4: no such port\n");
   EXPECT_EQ(agent().batch("log level get 'open\n").err, "standard input:1: a quote is not closed\n");
-}
-
-TEST_F(Command, BatchGoesOnByForce)
-{
-  const outcome failed =
-      ::ctl(agent().socket(), {"-force", "-batch", "-"}, "nonsense\nport del br0 6\nbridge state get br0");
+  failed = ::ctl(agent().socket(), {"-force", "-batch", "-"}, "nonsense\nport del br0 6\nbridge state get br0");
   EXPECT_EQ(failed.status, 2);
   EXPECT_EQ(failed.out, "state on\n");
   EXPECT_EQ(failed.err, "standard input:1: no such command: nonsense\nstandard input:2: no such port\n");
@@ -162,28 +148,24 @@ TEST_F(Command, JsonHoldsAnyBytes)
   for (char pair[3] = {}; hex.read(pair, 2);)
     back += static_cast<char>(std::stoi(pair, nullptr, 16));
   EXPECT_EQ(back, text);
-  for (const std::vector<std::string>& command :
-       std::initializer_list<std::vector<std::string>>{{"show"},
-                                                       {"save"},
-                                                       {"explain", "br0", "3", "5"},
-                                                       {"format", "check", "br0"},
-                                                       {"test", "dump", "br0"},
-                                                       {"format", "explain",
-                                                        "\xff$d\xfe"
-                                                        "CLNT_MAC",
-                                                        "br0", "3", "5"},
-                                                       {"format", "test", "br0", "--circuit-id", text},
-                                                       {"bridge", "dump", "br0", "0"}}) {
-    std::vector<std::string> with_json = command;
-    with_json.insert(with_json.begin(), "--json");
-    EXPECT_NO_THROW(agent().ctl(with_json).json()) << testing::PrintToString(command);
+  const std::vector<words> commands = {{"show"},
+                                       {"save"},
+                                       {"explain", "br0", "3", "5"},
+                                       {"format", "check", "br0"},
+                                       {"test", "dump", "br0"},
+                                       {"format", "explain", "\377$d\376CLNT_MAC", "br0", "3", "5"},
+                                       {"format", "test", "br0", "--circuit-id", text},
+                                       {"bridge", "dump", "br0", "0"}};
+  for (words command : commands) {
+    command.insert(command.begin(), "--json");
+    EXPECT_NO_THROW(agent().ctl(command).json()) << testing::PrintToString(command);
   }
 }
 
 TEST(Json, HasOneShapeHoweverManyThereAre)
 {
   running_agent agent;
-  const auto json = [&](std::vector<std::string> command) {
+  const auto json = [&](words command) {
     command.insert(command.begin(), "--json");
     return agent.ctl(command).json();
   };
@@ -327,14 +309,14 @@ TEST(Commands, TellTheDocumentedDefaults)
 }
 
 // What a shell would offer for the last word.
-std::vector<std::string> offered(const running_agent& agent, std::vector<std::string> line)
+words offered(const running_agent& agent, words line)
 {
   line.insert(line.begin(), {PPPOEIACTL, "--complete", "--socket", agent.socket()});
-  std::vector<std::string> words;
+  words found;
   std::istringstream out(run(line).out);
   for (std::string word; std::getline(out, word);)
-    words.push_back(word);
-  return words;
+    found.push_back(word);
+  return found;
 }
 
 TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)

@@ -67,8 +67,7 @@ class Lines : public testing::Test {
 protected:
   Lines()
   {
-    EXPECT_EQ(agent
-                  .batch(R"(init
+    configure(R"(init
 bridge add br0 8
 bridge sysname set br0 AN12
 format remote-id set br0 $PORT_REM_ID
@@ -78,9 +77,7 @@ port add br0 3 uplink up --kind 1
 port state set br0 3 network
 port remote-id set br0 1 C-1
 port remote-id set br0 2 C-2
-)")
-                  .status,
-              0);
+)");
   }
 
   void configure(const std::string& lines)
@@ -124,8 +121,7 @@ TEST_F(Lines, ExplainFollowsModeAndFormat)
   line = json({"explain", "br0", "1", "100"});
   EXPECT_EQ(line["circuit-id-format-from"], "port-vlan");
   EXPECT_EQ(line["circuit-id"], "AN12 0064");
-  EXPECT_EQ(line["circuit-id-bytes"], "414e31322000"
-                                      "64");
+  EXPECT_EQ(line["circuit-id-bytes"], "414e3132200064");
   EXPECT_EQ(line["circuit-id-length"], 7);
   EXPECT_EQ(line["remote-id-format-from"], "bridge");
   EXPECT_EQ(line["remote-id"], "C-1");

@@ -107,15 +107,6 @@ TEST(Save, PutsTheTestDataBackOrLeavesThemAlone)
   EXPECT_THAT(saved, Not(HasSubstr("sysname set")));
 }
 
-TEST(Save, NamesWhatNoOperationTells)
-{
-  running_agent agent;
-  agent.batch("init\nbridge add br0 8\n");
-  const std::string saved = agent.told({"save"});
-  for (const char* unknown : {"number of port slots", "the kind, the panel kind", "device name", "Counters"})
-    EXPECT_THAT(saved, HasSubstr(unknown));
-}
-
 TEST(BridgeReport, LeavesOutWhatIsNotCertain)
 {
   const bridge_report report =
