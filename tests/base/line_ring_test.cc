@@ -1,0 +1,57 @@
+#include "base/line_ring.h"
+
+#include <deque>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+
+namespace {
+
+struct kept_line {
+  int priority;
+  uint32_t lost_before;
+  std::string text;
+};
+
+// Lines of random lengths through a small ring, beside a queue that cannot be wrong.
+TEST(LineRing, GivesBackWhatItWasGivenInOrder)
+{
+  std::mt19937 random(7);
+  constexpr size_t bytes = 200;
+  line_ring ring(bytes);
+  std::deque<kept_line> model;
+  size_t refused = 0;
+  for (uint32_t turn = 0; turn < 100'000; ++turn) {
+    const std::string text(random() % 90, static_cast<char>('a' + turn % 26));
+    if (random() % 2 == 0 && ring.fits(text.size())) {
+      ring.push(static_cast<int>(turn % 8), turn, text);
+      model.push_back({static_cast<int>(turn % 8), turn, text});
+    } else if (random() % 2 == 0 && !model.empty()) {
+      const line_ring::entry oldest = ring.front();
+      ASSERT_EQ(oldest.text, model.front().text);
+      ASSERT_EQ(oldest.priority, model.front().priority);
+      ASSERT_EQ(oldest.lost_before, model.front().lost_before);
+      ring.pop();
+      model.pop_front();
+    }
+    ASSERT_EQ(ring.count(), model.size());
+    refused += !ring.fits(90);
+  }
+  EXPECT_GT(refused, 10'000u) << "the ring was hardly ever full";
+}
+
+TEST(LineRing, AnEmptyRingHoldsALineOfItsWholeSizeWhereverTheLastOneLay)
+{
+  line_ring ring(100);
+  size_t longest = 100;
+  while (!ring.fits(longest))
+    --longest;
+  EXPECT_GE(longest, 80u);
+  for (size_t length = 0; length <= longest; ++length) {
+    ring.push(6, 0, std::string(length, 'x'));
+    ring.pop();
+    EXPECT_TRUE(ring.fits(longest)) << "after a line of " << length;
+  }
+}
+
+}  // namespace
