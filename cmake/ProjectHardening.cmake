@@ -38,3 +38,10 @@ foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=f
   endif()
 endforeach()
 target_link_options(project_options INTERFACE $<${hardened}:LINKER:-z,relro,-z,now,-z,noexecstack>)
+
+# Optimizing across files gives back what that costs.
+include(CheckIPOSupported)
+check_ipo_supported(RESULT PPPOEIA_HAVE_LTO LANGUAGES CXX)
+if(PPPOEIA_HAVE_LTO)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
+endif()

@@ -116,7 +116,14 @@ model::bytes random_record(rng& random, const model::world& w)
   r[length_place] = static_cast<unsigned char>(payload >> 8);
   r[length_place + 1] = static_cast<unsigned char>(payload);
   if (below(random, 3) == 0)
-    add_tag(random, r);  // behind the end
+    add_tag(random, r);          // behind the end
+  if (below(random, 25) == 0) {  // a vendor tag behind an empty payload, whole or not
+    r[length_place] = r[length_place + 1] = 0;
+    const unsigned char tag[] = {0x01, 0x05, static_cast<unsigned char>(random()),
+                                 static_cast<unsigned char>(random())};
+    r.resize(length_place + 2);
+    r.insert(r.end(), tag, tag + below(random, 5));
+  }
   if (below(random, 25) == 0)
     r.resize(below(random, static_cast<unsigned>(r.size())) + 1);
   if (below(random, 12) == 0 && r.size() > 110)
