@@ -46,7 +46,6 @@ protected:
     work = mkdtemp(name);
     std::ofstream(work + "/board") << "BOARD_BT5\n";
     setenv("BLL_BOARD_ID", (work + "/board").c_str(), 1);
-    setenv("BLL_CONFIG", PLUGIN_EXAMPLES "/plugin-hello/bll_config.xml", 1);
     setenv("BLL_LIB_DIR", PLUGIN_OUTPUT "/lib", 1);
   }
   static void TearDownTestSuite() { std::filesystem::remove_all(work); }
@@ -55,6 +54,8 @@ protected:
     if (!reason.empty())
       GTEST_SKIP() << reason;
     node.logged();
+    std::filesystem::remove(work + "/saved.xml");
+    setenv("BLL_CONFIG", PLUGIN_EXAMPLES "/plugin-hello/bll_config.xml", 1);
   }
 
   void startMapper()
@@ -87,10 +88,7 @@ protected:
     const int status = process.wait();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, process.output()};
   }
-  static std::pair<int, std::string> send(const std::string& arguments)
-  {
-    return run(PROGRAMS "/bllmsg " + arguments);
-  }
+  static std::pair<int, std::string> send(const std::string& arguments) { return run(PROGRAMS "/bllmsg " + arguments); }
   // The lines without thread stamps; without blank ones, and what the service's thread says at any time.
   static std::string log()
   {
@@ -185,6 +183,38 @@ TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
   EXPECT_THAT(text, HasSubstr("bllmsg: not allowed: "));
   EXPECT_TRUE(node.wait_for_log("RPC call to program 536870935, procedure 1, by user 1 refused"));
   EXPECT_EQ(host->end(), 0);
+}
+
+TEST_F(FrameworkHost, SettingsComeBack)
+{
+  startMapper();
+  startHost();
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_THAT(log(), HasSubstr("Hello, world.\n"));
+  EXPECT_EQ(send("greet Ada"), std::make_pair(0, std::string("Nice to meet you, Ada.\n")));
+  EXPECT_EQ(host->end(), 0);
+  log();
+  startHost();
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_THAT(log(), HasSubstr("Hello, Ada.\n"));
+  EXPECT_EQ(host->end(), 0);
+
+  std::ofstream(work + "/other.xml") << "<Configuration><hello Whom='Bob'/></Configuration>";
+  log();
+  startHost({"--load", work + "/other.xml"});
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_THAT(log(), HasSubstr("Hello, Bob.\n"));
+  EXPECT_EQ(host->end(), 0);
+}
+
+TEST_F(FrameworkHost, WhatCannotBeSavedOrLoadedIsToldBeforeAnythingStarts)
+{
+  for (const char* option : {"--save /nowhere/saved.xml", "--load /nowhere/saved.xml", "--save /dev/null/saved.xml"}) {
+    const auto [status, said] = run(std::string(PROGRAMS "/bllhost ") + option);
+    EXPECT_EQ(status, 2) << option;
+    EXPECT_THAT(said, testing::StartsWith("bllhost: " + std::string(option) + ": ")) << option;
+  }
+  EXPECT_EQ(log(), "");
 }
 
 TEST_F(FrameworkHost, HostileClientsHoldNobodyUp)
