@@ -2,6 +2,7 @@
 // system log received.
 #include "rte/BLL/core/rpc_bll_service.h"
 #include "tests/system/private_node.h"
+#include "tools/bllhost/port_mapper.h"
 
 #include <arpa/inet.h>
 #include <csignal>
@@ -148,6 +149,7 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
     EXPECT_EQ(run(std::string("rpcinfo -T ") + transport + " 127.0.0.1 536870935 1").first, 0) << transport;
     EXPECT_EQ(call(transport, 7, ""), RPC_PROCUNAVAIL);
   }
+  EXPECT_TRUE(mapper_knows_us()) << "the host has nothing to complain of";
   EXPECT_EQ(send("depends"), std::make_pair(0, std::string("started 1 times\n")));
   EXPECT_THAT(send("--tcp threads show").second, HasSubstr(" | BLLManager_mng\n"));
   EXPECT_EQ(send("lockingPeriod x").first, 1) << "what a subscriber throws is a refusal";
@@ -272,6 +274,9 @@ TEST_F(FrameworkHost, LivesWithoutAPortMapper)
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_THAT(host->output(), ContainsRegex("Cannot register UDP RPC service 0x20000017/536870935, version 1.\n"
                                             ".*Cannot register TCP RPC service 0x20000017/536870935, version 1.\n"));
+  EXPECT_TRUE(node.wait_for_log("nobody can reach it by messages"));
+  startMapper();
+  EXPECT_EQ(send("depends").first, 3) << "too late: it registers once";
   EXPECT_EQ(host->end(), 0);
 }
 

@@ -1,11 +1,14 @@
 // bllhost: a process for the plug-in entities of a board, from its first library to its last save.
 #include "base/system_log.h"
 #include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/log.h"
 #include "rte/BLL/core/rpc_access.h"
 #include "rte/BLL/core/self_debugger.h"
+#include "tools/bllhost/port_mapper.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -36,10 +39,26 @@ sigset_t end_signals()
   return signals;
 }
 
+// Registration is tried once, at the start. A mapper that comes later, or comes anew, knows nothing of it.
+void warn_if_out_of_reach()
+{
+  if (mapper_knows_us())
+    return;
+  Log& log = singleton<Log>::instance();
+  log.setMsgLevel(LogImpl::warning);
+  log << "bllhost: the port mapper does not know this host, so nobody can reach it by messages; once the port mapper "
+         "runs, restart bllhost.\n";
+}
+
 void wait_for_the_end(const sigset_t& signals)
 {
-  int received;
-  sigwait(&signals, &received);
+  timespec wait = {3, 0};  // the proxy registers meanwhile
+  while (sigtimedwait(&signals, nullptr, &wait) < 0) {
+    if (errno == EINTR)
+      continue;
+    warn_if_out_of_reach();
+    wait.tv_sec = 60;
+  }
 }
 
 // Tells the entities where their settings are (saved_settings.h). False, and told, if what was asked for cannot work.
