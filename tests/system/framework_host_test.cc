@@ -187,8 +187,9 @@ TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
   EXPECT_EQ(host->end(), 0);
 }
 
-TEST_F(FrameworkHost, SettingsComeBack)
+TEST_F(FrameworkHost, TheGuidesPluginKeepsItsSetting)
 {
+  setenv("BLL_CONFIG", PLUGIN_OUTPUT "/page/bll_config.xml", 1);
   startMapper();
   startHost();
   ASSERT_TRUE(isUp()) << host->output();
