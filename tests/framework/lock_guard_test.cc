@@ -79,6 +79,24 @@ private:
   lockSeam_t before_{};
 };
 
+// Whoever wrote for a plain time duration need not know that other threads change this one.
+TEST(LockPeriod, BehavesAsATimeDuration)
+{
+  lockPeriod_t period(300'000'000), same(300'000'000);
+  const pt::time_duration fiveMinutes = period;
+  EXPECT_TRUE(period == pt::minutes(5) && pt::minutes(5) == period && period == same && period == fiveMinutes);
+  EXPECT_FALSE(period != pt::minutes(5) || pt::minutes(5) != period || period != same);
+  EXPECT_TRUE(period < pt::minutes(6) && period <= same && pt::minutes(6) > period && pt::minutes(4) < period);
+  EXPECT_TRUE(period > pt::minutes(4) && period >= pt::minutes(5) && !(period < same));
+  EXPECT_TRUE(period + pt::minutes(1) == pt::minutes(6) && pt::minutes(6) - period == pt::minutes(1));
+  EXPECT_TRUE(period * 2 / 5 == pt::minutes(2) && -period == pt::minutes(-5) && period - same == pt::minutes(0));
+  EXPECT_EQ(period.total_microseconds(), 300'000'000);
+  EXPECT_EQ(period.minutes(), 5);
+  EXPECT_EQ(pt::ptime(pt::min_date_time) + period, pt::ptime(pt::min_date_time) + pt::minutes(5));
+  period = pt::pos_infin;
+  EXPECT_TRUE(period.is_special() && period.is_pos_infinity() && period > same);
+}
+
 TEST_F(LockGuard, TakesAndReleasesWithItsScope)
 {
   {

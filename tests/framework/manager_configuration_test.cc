@@ -1,15 +1,6 @@
 // What the manager reads when it is made: the board, its configuration, its features; and who may register.
 #include "tests/framework/manager_support.h"
 
-#include <dlfcn.h>
-#include <future>
-
-static std::function<void()> loading;
-extern "C" void whileLoading()  // called by the library that throws
-{
-  loading();
-}
-
 namespace {
 
 using namespace manager_test;
@@ -121,55 +112,6 @@ TEST_F(ManagerConfiguration, OnlyWhoIsToStartIsEntered)
   EXPECT_FALSE(manager().registerEntity(twin));
   EXPECT_THAT(logged(), ElementsAre("Registering BLE <a>... error.\n"));
   EXPECT_THAT(calls, ElementsAre("configure a"));
-}
-
-TEST_F(ManagerConfiguration, LibrariesThatAreNoneAreLeftOut)
-{
-  configure("<BOARD Id='all_boards'><BLE Name='a' Load='dynamic' Library='missing.so' Start='true'/>"
-            "<BLE Name='b' Load='dynamic' Library='config.xml'/><BLE Name='c' Load='static' Library='ignored.so'/>"
-            "<BLE Name='d' Load='dynamic'/></BOARD>");
-  setenv("BLL_LIB_DIR", folder.c_str(), 1);
-  manager();
-  logged();
-  EXPECT_EQ(manager().loadDynamicLibs(), 0);
-  const names_t lines = logged();
-  ASSERT_EQ(lines.size(), 4u) << "a line each, and the loader's reason";
-  EXPECT_EQ(lines[0], "BLLManager, Can not load library<" + path("missing.so") + ">!\n");
-  EXPECT_EQ(lines[2], "BLLManager, Can not load library<" + path("config.xml") + ">!\n");
-}
-
-TEST_F(ManagerConfiguration, ALibraryWhoseConstructorsThrowIsLeftOutWithItsEntities)
-{
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "the sanitizer does not see the loader take its lock";
-#endif
-  configure("<BOARD Id='all_boards'><BLE Name='a' Load='dynamic' Library='throwing.so' Start='true'/>"
-            "<BLE Name='b' Load='dynamic' Library='missing.so' Start='true'/></BOARD>");
-  setenv("BLL_LIB_DIR", folder.c_str(), 1);
-  std::filesystem::copy_file(THROWING_LIBRARY, path("throwing.so"));
-  add("b");
-  loading = [this] {
-    add("a");
-    entity_t twin("b", calls);
-    manager().registerEntity(twin);
-    manager().externalMessageSubscribers.emplace_back([](auto&&...) { FAIL() << "its object is gone"; });
-  };
-  logged();
-  manager().loadDynamicLibs();
-  const names_t lines = logged();
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0], "BLLManager, Can not load library<" + path("throwing.so") + ">!\n");
-  EXPECT_EQ(lines[1], "its constructors have thrown: no such device\n");
-  EXPECT_EQ(lines[2], "BLLManager, Can not load library<" + path("missing.so") + ">!\n");
-  manager().applyConfiguration("file");
-  EXPECT_THAT(calls, ElementsAre("configure b"));
-  EXPECT_FALSE(manager().postExternalMessage("any", "", ""));
-
-  std::promise<void*> looked;
-  std::thread([&] { looked.set_value(dlsym(RTLD_DEFAULT, "whileLoading")); }).detach();
-  std::future<void*> symbol = looked.get_future();
-  ASSERT_EQ(symbol.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "the loader is locked";
-  EXPECT_EQ(symbol.get(), reinterpret_cast<void*>(&whileLoading));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // system log received.
 #include "rte/BLL/core/rpc_bll_service.h"
 #include "tests/system/node_test.h"
+#include "tools/bllhost/port_mapper.h"
 
 #include <arpa/inet.h>
 #include <csignal>
@@ -32,9 +33,9 @@ protected:
     getrlimit(RLIMIT_NOFILE, &descriptors);
     descriptors.rlim_cur = std::min<rlim_t>(descriptors.rlim_max, 4096);  // for a crowd, here and in the host
     setrlimit(RLIMIT_NOFILE, &descriptors);
+    std::filesystem::remove(work + "/saved.xml");
     std::ofstream(work + "/board") << "BOARD_BT5\n";
     setenv("BLL_BOARD_ID", (work + "/board").c_str(), 1);
-    setenv("BLL_CONFIG", PLUGIN_EXAMPLES "/plugin-hello/bll_config.xml", 1);
     setenv("BLL_LIB_DIR", PLUGIN_OUTPUT "/lib", 1);
   }
 
@@ -106,6 +107,7 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
     EXPECT_EQ(run(std::string("rpcinfo -T ") + transport + " 127.0.0.1 536870935 1").first, 0) << transport;
     EXPECT_EQ(call(transport, 7, ""), RPC_PROCUNAVAIL);
   }
+  EXPECT_TRUE(mapper_knows_us()) << "the host has nothing to complain of";
   EXPECT_EQ(send("depends"), std::make_pair(0, std::string("started 1 times\n")));
   EXPECT_THAT(send("--tcp threads show").second, HasSubstr(" | BLLManager_mng\n"));
   EXPECT_EQ(send("lockingPeriod x").first, 1) << "what a subscriber throws is a refusal";
@@ -140,6 +142,39 @@ TEST_F(FrameworkHost, ServesThoseWhomItIsToldBesideRoot)
   EXPECT_THAT(text, HasSubstr("bllmsg: not allowed: "));
   EXPECT_TRUE(node.wait_for_log("RPC call to program 536870935, procedure 1, by user 1 refused"));
   EXPECT_EQ(host->end(), 0);
+}
+
+TEST_F(FrameworkHost, TheGuidesPluginKeepsItsSetting)
+{
+  setenv("BLL_CONFIG", PLUGIN_OUTPUT "/page/bll_config.xml", 1);
+  const auto mapper = port_mapper();
+  startHost();
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_THAT(log(), HasSubstr("Hello, world.\n"));
+  EXPECT_EQ(send("greet Ada"), std::make_pair(0, std::string("Nice to meet you, Ada.\n")));
+  EXPECT_EQ(host->end(), 0);
+  log();
+  startHost();
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_THAT(log(), HasSubstr("Hello, Ada.\n"));
+  EXPECT_EQ(host->end(), 0);
+
+  std::ofstream(work + "/other.xml") << "<Configuration><hello Whom='Bob'/></Configuration>";
+  log();
+  startHost({"--load", work + "/other.xml"});
+  ASSERT_TRUE(isUp()) << host->output();
+  EXPECT_THAT(log(), HasSubstr("Hello, Bob.\n"));
+  EXPECT_EQ(host->end(), 0);
+}
+
+TEST_F(FrameworkHost, WhatCannotBeSavedOrLoadedIsToldBeforeAnythingStarts)
+{
+  for (const char* option : {"--save /nowhere/saved.xml", "--load /nowhere/saved.xml", "--save /dev/null/saved.xml"}) {
+    const auto [status, said] = run("bllhost " + std::string(option));
+    EXPECT_EQ(status, 2) << option;
+    EXPECT_THAT(said, testing::StartsWith("bllhost: " + std::string(option) + ": ")) << option;
+  }
+  EXPECT_EQ(log(), "");
 }
 
 TEST_F(FrameworkHost, HostileClientsHoldNobodyUp)
@@ -192,6 +227,9 @@ TEST_F(FrameworkHost, LivesWithoutAPortMapper)
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_THAT(host->output(), ContainsRegex("Cannot register UDP RPC service 0x20000017/536870935, version 1.\n"
                                             ".*Cannot register TCP RPC service 0x20000017/536870935, version 1.\n"));
+  EXPECT_TRUE(node.wait_for_log("nobody can reach it by messages"));
+  const auto mapper = port_mapper();
+  EXPECT_THAT(send("depends").second, HasSubstr("Program not registered")) << "too late: it registers once";
   EXPECT_EQ(host->end(), 0);
 }
 

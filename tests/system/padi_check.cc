@@ -1,9 +1,9 @@
 // Looks at every PADI that arrives by an interface until it is killed, and keeps in a file how many carried the line's
 // vendor tag as a server reads it, and how many did not: "tagged 0000012 other 0000000".
 // Usage: padi_check INTERFACE CIRCUIT_ID REMOTE_ID FILE
+#include "fuzz/frames/spoofing.h"
 #include "tests/kvbridged/cables.h"
 #include "tests/support/records_fixture.h"
-#include "tests/support/spoofing.h"
 
 #include <cstdio>
 #include <fcntl.h>

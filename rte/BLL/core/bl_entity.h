@@ -7,6 +7,7 @@
 // answer false, and is logged.
 #pragma once
 
+#include "rte/BLL/core/framework_abi.h"
 #include "rte/BLL/core/setting.h"
 #include <boost/shared_ptr.hpp>
 #include <list>

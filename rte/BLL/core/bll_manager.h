@@ -18,7 +18,8 @@
 //
 // The paths can be set for tests and other hosts by environment variables, read when they are needed: BLL_BOARD_ID (the
 // file with the board's identity), BLL_CONFIG (the configuration file), BLL_LIB_DIR (the folder of the libraries, with
-// its final slash or without). With BLL_LOG_STDERR set, what is logged appears on standard error too.
+// its final slash or without), BLL_LIB_SECONDS (how long the constructors of a library may take, 30). With
+// BLL_LOG_STDERR set, what is logged appears on standard error too.
 #pragma once
 
 #include "rte/BLL/core/bl_entity.h"
@@ -93,8 +94,9 @@ public:
 
   // Begins to serve operators' messages; a proxy that does not start is logged.
   void init();
-  // Opens every library that the configuration names; one that cannot be opened, or whose constructors throw, is logged
-  // and left out with all that it has entered here. Always 0.
+  // Opens every library that the configuration names; one that cannot be opened is logged and left out. One whose
+  // constructors throw, call exit() or do not return in time is logged and ends the process at once with status 3: the
+  // dynamic loader cannot be used any more. Always 0.
   int loadDynamicLibs();
   // Enters the entity, replacing one of the same name, if the board's configuration starts it, and answers true; also
   // for one that the configuration leaves out. False, and nothing done, once a configuration has been applied. The
@@ -184,13 +186,9 @@ private:
     BLEntity* entity;
   };
 
-  struct entered_t;
-
   void loadBllConfig();
   int loadBllCfgForBoard(boost::shared_ptr<Storage::Setting> board);
   void loadBllFeatures();
-  entered_t entered() const;
-  void takeBackTo(const entered_t& before);
   bool stateIs(std::initializer_list<state_t> wanted, const char* refusal) const;
   std::vector<orderedEntity_t> startOrder();
   void stopStarted(const std::vector<orderedEntity_t>& order, size_t count);

@@ -1,6 +1,8 @@
-// Where the framework finds its files. Not installed.
+// What the environment tells the framework: where its files are, how patient it is. Not installed.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <string>
 
@@ -27,4 +29,12 @@ inline std::string libraryPath(const std::string& name)
   if (folder.back() != '/')
     folder += '/';
   return folder + name;
+}
+
+// How long the constructors of one library may take: a whole number of seconds from 1 on.
+inline std::chrono::seconds libraryTimeLimit()
+{
+  constexpr long usual = 30, longest = 24 * 3600;
+  const long asked = std::strtol(pathFrom("BLL_LIB_SECONDS", "").c_str(), nullptr, 10);
+  return std::chrono::seconds(asked < 1 ? usual : std::min(asked, longest));
 }

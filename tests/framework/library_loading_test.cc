@@ -1,0 +1,129 @@
+// A real host and a wrong library for each way to be wrong.
+#include "tests/system/private_node.h"
+
+#include <cstdlib>
+#include <elf.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+class LibraryLoading : public testing::Test {
+protected:
+  LibraryLoading()
+  {
+    char name[] = "/tmp/bll-libraries.XXXXXX";
+    folder = mkdtemp(name);
+    write("board", "BT5\n");
+    for (const auto& [variable, value] : environment())
+      setenv(variable.c_str(), value.c_str(), 1);
+  }
+  ~LibraryLoading() override
+  {
+    for (const auto& [variable, value] : environment())
+      unsetenv(variable.c_str());
+    fs::remove_all(folder);
+  }
+  std::vector<std::pair<std::string, std::string>> environment() const
+  {
+    return {{"BLL_BOARD_ID", folder + "/board"},
+            {"BLL_CONFIG", folder + "/config.xml"},
+            {"BLL_LIB_DIR", folder},
+            {"BLL_LIB_SECONDS", "2"}};
+  }
+  void write(const std::string& file, const std::string& text) const { std::ofstream(folder + "/" + file) << text; }
+  void configure(const std::vector<std::string>& libraries) const
+  {
+    std::string rows;
+    for (const std::string& library : libraries)
+      rows += "<BLE Name='good' Load='dynamic' Library='" + library + "' Start='true'/>";
+    write("config.xml", "<a><BLL><BOARD Id='all_boards'>" + rows + "</BOARD></BLL></a>");
+  }
+  // The name in the host's folder of the library that is wrong in that way.
+  std::string library(const std::string& way) const
+  {
+    const std::string file = "libplugin_" + way + ".so";
+    fs::copy_file(std::string(PLUGIN_LIBRARIES) + "/" + file, folder + "/" + file);
+    return file;
+  }
+  background host() const { return background({BLLHOST, "--log-to-stderr"}, folder + "/output"); }
+  static bool waitFor(const background& running, const std::string& text)
+  {
+    for (int tries = 0; tries < 400; ++tries, usleep(50'000))
+      if (running.output().find(text) != std::string::npos)
+        return true;
+    return false;
+  }
+
+  std::string folder;
+};
+
+TEST_F(LibraryLoading, ALibraryThatCannotBeOpenedIsLeftOut)
+{
+  write("text.so", "no library\n");
+  fs::copy_file(std::string(PLUGIN_LIBRARIES) + "/libplugin_good.so", folder + "/foreign.so");
+  std::fstream(folder + "/foreign.so", std::ios::in | std::ios::out).seekp(offsetof(Elf64_Ehdr, e_machine)).put('\x02');
+  configure({"missing.so", "text.so", "foreign.so", library("lacks_data"), library("of_another_abi"), library("good")});
+  background running = host();
+  ASSERT_TRUE(waitFor(running, "Starting procedure has been completed")) << running.output();
+  EXPECT_EQ(running.end(), 0);
+  const auto refused = [&](const std::string& file, const std::string& reason) {
+    return ContainsRegex("BLLManager, Can not load library<" + folder + "/" + file + ">!\n.*" + reason);
+  };
+  const std::string said = running.output();
+  EXPECT_THAT(said, refused("missing.so", "No such file"));
+  EXPECT_THAT(said, refused("text.so", "(file too short|invalid ELF header)"));
+  EXPECT_THAT(said, refused("foreign.so", "cannot open shared object file"));
+  EXPECT_THAT(said, refused("libplugin_lacks_data.so", "undefined symbol: nobodyHasThisData"));
+  EXPECT_THAT(said, refused("libplugin_of_another_abi.so", "undefined symbol: bll_framework_abi_"));
+  EXPECT_THAT(said, HasSubstr("library <" + folder + "/libplugin_good.so> successfully loaded.\n"));
+  EXPECT_THAT(said, HasSubstr("BLE <good>"));
+}
+
+// The loader is of no use any more, so nothing that comes after it is tried.
+TEST_F(LibraryLoading, ALibraryThatLeavesTheLoaderLockedEndsTheHost)
+{
+  const std::vector<std::pair<std::string, std::string>> ways = {
+      {"throws", "its constructors have thrown: no such device; the process ends.\n"},
+      {"exits", "its constructors have called exit; the process ends.\n"},
+      {"hangs", "its constructors have not returned within 2 seconds; the process ends.\n"}};
+  const std::string good = library("good");
+  for (const auto& [way, reason] : ways) {
+    const std::string wrong = library(way);
+    configure({wrong, good});
+    background running = host();
+    const int status = running.wait();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << way << ": " << status;
+    EXPECT_THAT(running.output(), ContainsRegex("Can not load library<" + folder + "/" + wrong + ">!\n.*" + reason));
+    EXPECT_THAT(running.output(), Not(HasSubstr("successfully loaded"))) << way;
+  }
+}
+
+// Functions are bound when they are first called. There the loader itself ends the process; asked to bind at once, it
+// leaves the library out.
+TEST_F(LibraryLoading, AMissingFunctionIsToldWhenItIsCalled)
+{
+  configure({library("lacks_function"), library("good")});
+  background late = host();
+  const int status = late.wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 127) << status;
+  EXPECT_THAT(late.output(), HasSubstr("undefined symbol: nobodyHasThisFunction"));
+
+  setenv("LD_BIND_NOW", "1", 1);
+  background early = host();
+  unsetenv("LD_BIND_NOW");
+  EXPECT_TRUE(waitFor(early, "Starting procedure has been completed")) << early.output();
+  EXPECT_EQ(early.end(), 0);
+  EXPECT_THAT(early.output(), ContainsRegex("Can not load library<.*>!\n.*undefined symbol: nobodyHasThisFunction"));
+}
+
+}  // namespace
