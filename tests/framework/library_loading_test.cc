@@ -7,7 +7,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -55,13 +54,10 @@ protected:
     fs::copy_file(std::string(PLUGIN_LIBRARIES) + "/" + file, folder + "/" + file);
     return file;
   }
-  background host() const { return background({BLLHOST, "--log-to-stderr"}, folder + "/output"); }
+  background host() const { return background({BLLHOST, "--log-to-stderr"}); }
   static bool waitFor(const background& running, const std::string& text)
   {
-    for (int tries = 0; tries < 400; ++tries, usleep(50'000))
-      if (running.output().find(text) != std::string::npos)
-        return true;
-    return false;
+    return wait_until([&] { return running.output().find(text) != std::string::npos; });
   }
 
   std::string folder;
@@ -101,8 +97,7 @@ TEST_F(LibraryLoading, ALibraryThatLeavesTheLoaderLockedEndsTheHost)
     const std::string wrong = library(way);
     configure({wrong, good});
     background running = host();
-    const int status = running.wait();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << way << ": " << status;
+    EXPECT_EQ(running.wait(), 3) << way;
     EXPECT_THAT(running.output(), ContainsRegex("Can not load library<" + folder + "/" + wrong + ">!\n.*" + reason));
     EXPECT_THAT(running.output(), Not(HasSubstr("successfully loaded"))) << way;
   }
@@ -114,8 +109,7 @@ TEST_F(LibraryLoading, AMissingFunctionIsToldWhenItIsCalled)
 {
   configure({library("lacks_function"), library("good")});
   background late = host();
-  const int status = late.wait();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 127) << status;
+  EXPECT_EQ(late.wait(), 127);
   EXPECT_THAT(late.output(), HasSubstr("undefined symbol: nobodyHasThisFunction"));
 
   setenv("LD_BIND_NOW", "1", 1);
