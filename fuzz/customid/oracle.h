@@ -1,7 +1,7 @@
 // The macro language a second time, written from its rules in one straight piece and without regard to speed, so that
 // random formats can be held against it.
-#ifndef TESTS_CUSTOMID_ORACLE_H
-#define TESTS_CUSTOMID_ORACLE_H
+#ifndef FUZZ_CUSTOMID_ORACLE_H
+#define FUZZ_CUSTOMID_ORACLE_H
 
 #include <map>
 #include <string>

@@ -1,10 +1,10 @@
 // Random formats against the oracle: texts, bytes and log lines. CUSTOMID_RANDOM_FORMATS=n runs n of them.
+#include "fuzz/customid/oracle.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/vocabulary.h"
 #include "pppoeia/log.h"
 #include "tests/customid/example_node.h"
 #include "tests/customid/node_stub.h"
-#include "tests/customid/oracle.h"
 #include "tests/support/syslog_capture.h"
 
 #include <cstdlib>

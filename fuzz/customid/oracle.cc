@@ -1,4 +1,4 @@
-#include "tests/customid/oracle.h"
+#include "fuzz/customid/oracle.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
