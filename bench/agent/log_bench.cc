@@ -190,7 +190,7 @@ double run_case(const bench_case& what, pid_t daemon)
 
 int main(int argc, char** argv)
 {
-  const int rounds = argc > 1 ? std::atoi(argv[1]) : 11;
+  const int rounds = argc > 1 ? std::max(std::atoi(argv[1]), 1) : 11;
   const pid_t daemon = start_daemon();
   std::vector<std::vector<double>> results(std::size(cases));
   for (int round = 0; round < rounds; ++round)
