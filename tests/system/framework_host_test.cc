@@ -36,6 +36,7 @@ protected:
     std::filesystem::remove(work + "/saved.xml");
     std::ofstream(work + "/board") << "BOARD_BT5\n";
     setenv("BLL_BOARD_ID", (work + "/board").c_str(), 1);
+    setenv("BLL_CONFIG", PLUGIN_EXAMPLES "/plugin-hello/bll_config.xml", 1);
     setenv("BLL_LIB_DIR", PLUGIN_OUTPUT "/lib", 1);
   }
 
