@@ -33,6 +33,13 @@ void* end_now(void*)
   _exit(exit_cut_short);
 }
 
+// One that nobody joins.
+bool thread_begin(void* (*routine)(void*))
+{
+  pthread_t thread;
+  return pthread_create(&thread, nullptr, routine, nullptr) == 0 && pthread_detach(thread) == 0;
+}
+
 }  // namespace
 
 void pppoeia_signal_handler(int number)
@@ -68,8 +75,7 @@ void process_wait_for_end()
 // Two threads, since the log may hold the one that tells. Without one for the end the alarm signal does it.
 void process_end_bound()
 {
-  pthread_t thread;
-  if (pthread_create(&thread, nullptr, end_now, nullptr) != 0)
+  if (!thread_begin(end_now))
     alarm(static_cast<unsigned>(end_most.count()));
-  pthread_create(&thread, nullptr, tell_of_late_end, nullptr);
+  thread_begin(tell_of_late_end);
 }

@@ -68,6 +68,7 @@ protected:
   void agent_start()
   {
     node.logged();
+    setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 1);  // the sanitizer's own patience is not the agent's
     agent.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "exec", "--", PROGRAMS "/pppoeia"});
     ASSERT_TRUE(node.wait_for_log("PPPoE IA API ready."));
   }
