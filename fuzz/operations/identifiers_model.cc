@@ -167,7 +167,7 @@ string agent::value_of(const string& macro, const bridge& of, unsigned line, uns
     return called.empty() ? no("Cannot read VLAN name\n") : called;
   }
   if (macro == "CVID")
-    return cvid == no_vlan ? no("Invalid CVID\n") : std::to_string(cvid);
+    return cvid >= no_vlan ? no("Invalid CVID\n") : std::to_string(cvid);
   if (macro == "CLNT_MAC") {
     if (data == use::live)
       return client ? mac_text(*client) : no("Invalid frame )\n");
@@ -194,6 +194,12 @@ string agent::value_of(const string& macro, const bridge& of, unsigned line, uns
     return std::to_string(test.gem);
 
   // The rest is of a port.
+  if (macro == "AGENT_IPV4") {
+    const auto found = at ? node_.ipv4.find(at->device) : node_.ipv4.end();
+    return found == node_.ipv4.end()
+               ? no("ip NULL \n")
+               : print("%u.%u.%u.%u", found->second[0], found->second[1], found->second[2], found->second[3]);
+  }
   if (!at && macro == "INTF")
     return no("Invalid port_id\n");
   if (!at && (macro == "VPI" || macro == "VCI"))
@@ -228,13 +234,6 @@ string agent::value_of(const string& macro, const bridge& of, unsigned line, uns
     return at->type == "atm" && (at->vpi != -1 || at->vci != -1)
                ? print("%u", static_cast<unsigned>(macro == "VPI" ? at->vpi : at->vci))
                : no("Non-PVC interface\n");
-  if (macro == "AGENT_IPV4") {
-    const auto known_at = node_.ipv4.find(at->device);
-    if (known_at == node_.ipv4.end())
-      return no("ip NULL \n");
-    const auto& a = known_at->second;
-    return print("%u.%u.%u.%u", a[0], a[1], a[2], a[3]);
-  }
   return macro == "CPE_SERIAL" ? at->serial : mac_text(at->mac);
 }
 

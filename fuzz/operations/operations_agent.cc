@@ -263,6 +263,9 @@ outcome real_agent::run(const step& now)
   outcome seen = now.bridge.empty() ? call(now) : frame(now);
   log_take(seen);
   seen.terminal = console;
+  if (pppoeia_globals.load())
+    for (const pppoeia_bridge* one = pppoeia_globals.load()->bridges; one; one = one->next)
+      seen.bridges.push_back(one->name + string(" with active ports: ") + std::to_string(one->active_ports));
   return seen;
 }
 

@@ -11,8 +11,7 @@ namespace operations {
 struct agent::row {
   const char* name;
   const char* arguments;
-  std::function<int(agent&)> work;
-  const char* told = nullptr;  // a format line of its own, if any
+  std::function<void(agent&)> work;
 };
 
 // --- the door --------------------------------------------------------------------------------------------------------
@@ -32,6 +31,8 @@ outcome agent::run(const step& given, uintptr_t where)
     out.branch = "no such operation";
   } else
     call(table()[given.id]);
+  for (const bridge& one : bridges)
+    out.bridges.push_back(one.name + " with active ports: " + std::to_string(one.active_ports));
   return out;
 }
 
@@ -66,7 +67,7 @@ void agent::call(const row& which)
   const size_t port_at = kinds.find_first_of("pPq");
   out.has_result = true;
   if (!free && !(b = find(text(0))))
-    out.result = end("-ENOENT", -2);
+    end("-ENOENT", -2);
   else if (!free && port_at != string::npos && !(p = find(*b, number(port_at)))) {
     say(7, "%s(%d)=-ENODEV", name, static_cast<int>(number(port_at)));
     out.branch += ", no such port";
@@ -75,7 +76,7 @@ void agent::call(const row& which)
     out.result = -19;
     ended = true;
   } else
-    out.result = which.work(*this);
+    which.work(*this);
   if (traced && !ended)
     say(7, "%s()=%d", name, out.result);
   if (out.result != 0)
@@ -126,12 +127,12 @@ void agent::put_entry(size_t i, unsigned id, size_t id_size, const entry& value)
 }
 
 // The result told in words of its own.
-int agent::end(const string& how, int result)
+void agent::end(const string& how, int result)
 {
   say(7, "%s()=%s", name, how.c_str());
   out.branch = out.branch + ", " + how;
+  out.result = result;
   ended = true;
-  return result;
 }
 
 // Whether the kernel does as it is asked.
@@ -168,7 +169,7 @@ port* agent::find(bridge& in, unsigned id)
 
 // --- the agent's life, and that of bridges ---------------------------------------------------------------------------
 
-int agent::init()
+void agent::init()
 {
   if (up)
     say(4, "Already initialized.");
@@ -180,7 +181,7 @@ int agent::init()
   for (const auto& module : modules) {
     if (!ask(string("open ") + module.path)) {
       say(2, "Unable to contact kernel module '%s'.", module.word);
-      return module.wanted == 3 ? error : -1;
+      return fail(module.wanted == 3 ? error : -1);
     }
     if (!ask(string("control ") + module.path + module.request))
       say(2, "Kernel module '%s' too old.", module.word);
@@ -190,14 +191,13 @@ int agent::init()
   }
   bridges.clear();
   up = true;
-  return 0;
 }
 
-int agent::fini()
+void agent::fini()
 {
   if (!up) {
     say(4, "PPPoE IA not initialized.");
-    return -2;
+    return fail(-2);
   }
   name = "pppoeia_bridge_del";
   while (!bridges.empty()) {
@@ -206,10 +206,9 @@ int agent::fini()
     bridge_delete(first);
   }
   up = false;
-  return 0;
 }
 
-int agent::bridge_add()
+void agent::bridge_add()
 {
   bridge made;
   made.name = text(0);
@@ -220,7 +219,7 @@ int agent::bridge_add()
   const auto refused = [&](const string& line, int result) {
     say(2, "%s", line.c_str());
     out.branch += ": " + line;
-    return result;
+    fail(result);
   };
   const string in = "<" + made.name + "> ";
   if (!up)
@@ -242,7 +241,7 @@ int agent::bridge_add()
   }
   made.slots.resize(number(1));
   made.device = (made.name + "_pppoe").substr(0, 15);
-  out.result = -1;
+  fail(-1);
   const string failed = set_up(made);
   if (!failed.empty()) {
     say(2, "%s%s", in.c_str(), failed.c_str());
@@ -250,14 +249,14 @@ int agent::bridge_add()
     if (std::count(out.kernel.begin(), out.kernel.end(), "packet socket") && !now->failing.contains("packet socket"))
       ask("close packet socket");
     ask("close " + control);
-    return out.result;
+    return;
   }
   say(6, "<%s> Bridge added (S-Tag EtherType=0x%04x, ports=%d, MTU=%d, buffer=%d).", made.name.c_str(), made.stag,
       static_cast<int>(made.slots.size()), made.mtu, made.mtu + static_cast<int>(adjust));
   if (level >= 7)
     out.workers.push_back(in + "Worker started.");
   bridges.push_front(made);
-  return 0;
+  out.result = 0;
 }
 
 // Device, filter and socket. The last line of a failure; its result stands in out.result.
@@ -331,7 +330,7 @@ void agent::device_delete(const bridge& from)
   ask("close " + management);
 }
 
-int agent::bridge_delete(const string& which)
+void agent::bridge_delete(const string& which)
 {
   if (!up) {
     say(4, "Not initialized.");
@@ -347,11 +346,11 @@ int agent::bridge_delete(const string& which)
   device_delete(*gone);
   say(7, "<%s> Bridge deleted.", which.c_str());
   bridges.remove_if([&](const bridge& one) { return one.name == which; });
-  return end("0", 0);
+  end("0", 0);
 }
 
 // Back to factory settings, step by step as if each had been called.
-int agent::defaults()
+void agent::defaults()
 {
   const string bridge_name = text(0);
   const auto number_text = [](unsigned value) {
@@ -398,13 +397,12 @@ int agent::defaults()
     }
     const string id = number_text(slot.id);
     if (const int failed = done(31, {id, number_text(state)}))
-      return failed;
+      return fail(failed);
     done(34, {id, number_text(trust)});
     done(37, {id, ""});
     done(45, {id, number_text(0)});
     done(67, {id});
   }
-  return 0;
 }
 
 // --- ports -----------------------------------------------------------------------------------------------------------
@@ -420,22 +418,22 @@ void agent::location(const string& from, size_t at)
   p->pvc_interface = static_cast<unsigned>(bits(from, at + 20, 4));
 }
 
-int agent::port_add()
+void agent::port_add()
 {
   const unsigned id = number(1);
   b = find(text(0));
   ended = !b || id == 0 || id > b->slots.size();  // a refusal is told in words of its own
   if (!b) {
     say(3, "%s():3630 return -ENOENT", name);
-    return -2;
+    return fail(-2);
   }
   if (id == 0) {
     say(3, "%s():3635 return -ENOENT", name);
-    return -22;
+    return fail(-22);
   }
   if (id > b->slots.size()) {
     say(3, "<%s> Unable to add port '%s' (-28).", b->name.c_str(), text(2).c_str());
-    return -28;
+    return fail(-28);
   }
   if (!find(*b, id)) {
     p = &b->slots[id - 1];
@@ -455,29 +453,27 @@ int agent::port_add()
     location(info, 20);
   }
   say(7, "<%s> Port %d, %s added.", b->name.c_str(), static_cast<int>(id), text(2).c_str());
-  return 0;
 }
 
 // --- entries of a port and VLAN --------------------------------------------------------------------------------------
 
-int agent::mode_of_entry()
+void agent::mode_of_entry()
 {
   const unsigned vid = vlan(2);
   int mode = static_cast<int>(number(3));
   const auto at = p->vlans.find(vid);
   if (mode == -1 && at == p->vlans.end()) {
     out.branch += ", nothing to take away";
-    return 0;
+    return;
   }
   if (mode == -1 && at->second.circuit.empty() && at->second.remote.empty())
     p->vlans.erase(at);
   else
     p->vlans[vid].mode = mode = mode == -1 ? 0 : mode;
   say(7, "<%s> Port %d vlan %d cid mode set to %d.", b->name.c_str(), static_cast<int>(p->id), vid, mode);
-  return 0;
 }
 
-int agent::format_of_entry(string entry::*format, const char* word)
+void agent::format_of_entry(string entry::*format, const char* word)
 {
   const unsigned vid = vlan(2);
   const string value = text(3);
@@ -493,10 +489,9 @@ int agent::format_of_entry(string entry::*format, const char* word)
   }
   say(7, "<%s> Port %d vlan %d custom %s format set to '%s'.", b->name.c_str(), static_cast<int>(p->id), vid, word,
       value.c_str());
-  return 0;
 }
 
-int agent::clear_all()
+void agent::clear_all()
 {
   for (port& slot : b->slots) {
     if (slot.id == 0)
@@ -504,12 +499,11 @@ int agent::clear_all()
     say(7, "clear_port_vlan(%s, %d)", b->name.c_str(), static_cast<int>(slot.id));
     if (!find(*b, slot.id)) {
       say(7, "clear_port_vlan(%d)=-ENODEV", static_cast<int>(slot.id));
-      return -19;
+      return fail(-19);
     }
     slot.vlans.clear();
     say(7, "clear_port_vlan()=0");
   }
-  return 0;
 }
 
 // --- the report ------------------------------------------------------------------------------------------------------
@@ -554,34 +548,28 @@ string agent::report(unsigned selector) const
 // --- the table -------------------------------------------------------------------------------------------------------
 
 struct rows {
-  using work = std::function<int(agent&)>;
+  using work = std::function<void(agent&)>;
 
   static size_t last(const agent& a) { return a.now->arguments.size() - 1; }
 
+  // Fields of a bridge.
   template <typename T>
   static work set(T bridge::*field)
   {
-    return [field](agent& a) {
-      a.b->*field = static_cast<T>(a.number(1));
-      return 0;
-    };
+    return [field](agent& a) { a.b->*field = static_cast<T>(a.number(1)); };
   }
   template <typename T>
   static work get(T bridge::*field)
   {
-    return [field](agent& a) {
-      a.put(1, 0, static_cast<uint32_t>(a.b->*field), 4);
-      return 0;
-    };
+    return [field](agent& a) { a.put(1, 0, static_cast<uint32_t>(a.b->*field), 4); };
   }
-  static work set(string bridge::*field, size_t most, const char* how, int refusal)
+  static work get(string bridge::*field)
   {
-    return [=](agent& a) {
-      if (a.text(1).size() > most)
-        return a.end(how, refusal);
-      a.b->*field = a.text(1);
-      return 0;
-    };
+    return [field](agent& a) { a.put_text(1, a.b->*field); };
+  }
+  static work set(string bridge::*field, size_t most, const char* how = "-ENOSPC", int refusal = -28)
+  {
+    return [=](agent& a) { a.text(1).size() > most ? a.end(how, refusal) : void(a.b->*field = a.text(1)); };
   }
   static work set_format(string bridge::*field, const char* word)
   {
@@ -590,18 +578,16 @@ struct rows {
         return a.end("-ENOSPC", -28);
       a.b->*field = a.text(1);
       a.say(7, "<%s> Custom %s format set.", a.b->name.c_str(), word);
-      return a.end(a.text(1), 0);
+      a.end(a.text(1), 0);
     };
   }
-  static work get(string bridge::*field)
+  static void vlans(agent& a, unsigned first, unsigned count, bool enable)
   {
-    return [field](agent& a) {
-      a.put_text(1, a.b->*field);
-      return 0;
-    };
+    for (unsigned vid = first; vid < first + count; ++vid)
+      a.b->enabled[vid % 4096] = enable;
   }
 
-  // `told` has the bridge, the port's id and the value.
+  // Fields of a port. `told` has the bridge, the port's id and the value.
   template <typename T>
   static work set(T port::*field, const char* told = nullptr)
   {
@@ -609,22 +595,6 @@ struct rows {
       a.p->*field = static_cast<T>(a.number(2));
       if (told)
         a.say(7, told, a.b->name.c_str(), static_cast<int>(a.p->id), static_cast<int>(a.number(2)));
-      return 0;
-    };
-  }
-  template <typename T>
-  static work get(T port::*field)
-  {
-    return [field](agent& a) {
-      a.put(2, 0, static_cast<uint32_t>(a.p->*field), 4);
-      return 0;
-    };
-  }
-  static work set_cut(string port::*field, size_t most)
-  {
-    return [=](agent& a) {
-      a.p->*field = a.text(2).substr(0, most);
-      return 0;
     };
   }
   template <typename T>
@@ -633,66 +603,50 @@ struct rows {
     return [field](agent& a) {
       for (port& slot : a.b->slots)
         slot.*field = static_cast<T>(a.number(1));
-      return 0;
     };
   }
-  static work get(string entry::*field)
+  template <typename T>
+  static work get(T port::*field)
   {
-    return [field](agent& a) {
-      const auto at = a.p->vlans.find(a.vlan(2));
-      if (at == a.p->vlans.end())
-        return -2;
-      a.put_text(3, at->second.*field);
-      return 0;
-    };
+    return [field](agent& a) { a.put(2, 0, static_cast<uint32_t>(a.p->*field), 4); };
   }
-  // The entry of a VLAN or the one that many behind it.
-  static work get_entry(int behind)
+  static work set_cut(string port::*field, size_t most)
   {
-    return [behind](agent& a) {
+    return [=](agent& a) { a.p->*field = a.text(2).substr(0, most); };
+  }
+
+  // Entries of a port and VLAN: the one of the argument, or the one that many behind it.
+  static work entry_of(int behind, std::function<void(agent&, unsigned vlan, const entry&)> give)
+  {
+    return [=](agent& a) {
       auto at = a.p->vlans.find(a.vlan(2));
       if (at != a.p->vlans.end() && behind == 1)
         ++at;
       if (at == a.p->vlans.end())
-        return -2;
-      a.put_entry(3, at->first, 4, at->second);
-      return 0;
+        a.out.result = -2;
+      else
+        give(a, at->first, at->second);
     };
   }
-  static int vlans(agent& a, unsigned first, unsigned count, bool enable)
+  static work get(string entry::*field)
   {
-    for (unsigned vid = first; vid < first + count; ++vid)
-      a.b->enabled[vid % 4096] = enable;
-    return 0;
+    return entry_of(0, [field](agent& a, unsigned, const entry& one) { a.put_text(3, one.*field); });
   }
-  static work identify(bool circuit, unsigned vlan_at, agent::use data)
+  static work whole_entry(int behind)
   {
-    return [=](agent& a) {
-      const unsigned vid = vlan_at ? a.vlan(vlan_at) : 4095;
-      const agent::identifier id = circuit ? a.circuit_id(*a.b, *a.p, vid, data) : a.remote_id(*a.b, *a.p, vid, data);
-      a.put_text(last(a), id.text);
-      return 0;
-    };
+    return entry_of(behind, [](agent& a, unsigned vlan, const entry& one) { a.put_entry(3, vlan, 4, one); });
+  }
+
+  static work identify(agent::identifier (agent::*make)(bridge&, port&, unsigned, agent::use), unsigned vlan_at,
+                       agent::use data)
+  {
+    return [=](agent& a) { a.put_text(last(a), (a.*make)(*a.b, *a.p, vlan_at ? a.vlan(vlan_at) : 4095, data).text); };
   }
   static work test(void (agent::*what)())
   {
     return [what](agent& a) {
       a.b = a.find(a.text(0));
-      if (!a.b)
-        return 1;
-      (a.*what)();
-      return 0;
-    };
-  }
-  static work of_vlans(const char* how)
-  {
-    return [=](agent& a) {
-      const unsigned vid = a.vlan(2);
-      if (*how == '+')
-        a.p->vlans.try_emplace(vid);
-      else
-        a.p->vlans.erase(vid);
-      return 0;
+      a.b ? (a.*what)() : a.fail(1);
     };
   }
 };
@@ -707,88 +661,51 @@ const std::vector<agent::row>& agent::table()
        [](agent& a) {
          const int wanted = static_cast<int>(a.number(0));
          a.level = wanted == -2 ? 3 : wanted;
-         return 0;
        }},
-      {"pppoeia_log_level_get", ".o",
-       [](agent& a) {
-         a.put(0, 0, static_cast<uint32_t>(a.level), 4);
-         return 0;
-       }},
-      {"pppoeia_debug_admin_state_set", ".N",
-       [](agent& a) {
-         a.admin_state = a.number(0) != 0;
-         return 0;
-       }},
-      {"pppoeia_debug_admin_state_get", ".o",
-       [](agent& a) {
-         a.put(0, 0, a.admin_state, 4);
-         return 0;
-       }},
+      {"pppoeia_log_level_get", ".o", [](agent& a) { a.put(0, 0, static_cast<uint32_t>(a.level), 4); }},
+      {"pppoeia_debug_admin_state_set", ".N", [](agent& a) { a.admin_state = a.number(0) != 0; }},
+      {"pppoeia_debug_admin_state_get", ".o", [](agent& a) { a.put(0, 0, a.admin_state, 4); }},
       {"pppoeia_bridge_add", ".bN", &agent::bridge_add},
-      {"pppoeia_bridge_del", ".b", [](agent& a) { return a.bridge_delete(a.text(0)); }},
+      {"pppoeia_bridge_del", ".b", [](agent& a) { a.bridge_delete(a.text(0)); }},
       {"pppoeia_bridge_max_pdu_set", "bn",
        [](agent& a) {
          if (a.number(1) > static_cast<unsigned>(a.b->mtu))
-           return -22;
+           return a.fail(-22);
          a.b->max_pdu = a.number(1);
-         return 0;
        }},
       {"pppoeia_bridge_max_pdu_get", "bo", r::get(&bridge::max_pdu)},
-      {"pppoeia_bridge_state_set", "bn",
-       [](agent& a) {
-         a.b->off = a.number(1) == 0;
-         return 0;
-       }},
-      {"pppoeia_bridge_state_get", "bo",
-       [](agent& a) {
-         a.put(1, 0, !a.b->off, 4);
-         return 0;
-       }},
-      {"pppoeia_bridge_vlan_set", "bvn", [](agent& a) { return r::vlans(a, a.vlan(1), 1, a.number(2) != 0); }},
-      {"pppoeia_bridge_vlan_set_all", "bn", [](agent& a) { return r::vlans(a, 0, 512, a.number(1) != 0); }},
-      {"pppoeia_bridge_vlan_get", "bvo",
-       [](agent& a) {
-         a.put(2, 0, a.b->enabled[a.vlan(1) % 4096], 4);
-         return 0;
-       }},
+      {"pppoeia_bridge_state_set", "bn", [](agent& a) { a.b->off = a.number(1) == 0; }},
+      {"pppoeia_bridge_state_get", "bo", [](agent& a) { a.put(1, 0, !a.b->off, 4); }},
+      {"pppoeia_bridge_vlan_set", "bvn", [](agent& a) { r::vlans(a, a.vlan(1), 1, a.number(2) != 0); }},
+      {"pppoeia_bridge_vlan_set_all", "bn", [](agent& a) { r::vlans(a, 0, 512, a.number(1) != 0); }},
+      {"pppoeia_bridge_vlan_get", "bvo", [](agent& a) { a.put(2, 0, a.b->enabled[a.vlan(1) % 4096], 4); }},
       {"pppoeia_bridge_vendor_set", "bs", r::set(&bridge::vendor, 19, "-ENOMEM", -12)},
       {"pppoeia_bridge_vendor_get", "bo", r::get(&bridge::vendor)},
-      {"pppoeia_bridge_debug_set", ".bn",
-       [](agent& a) {
-         a.level = a.number(1) != 0 ? 7 : -1;
-         return 0;
-       }},
-      {"pppoeia_bridge_debug_get", ".bo",
-       [](agent& a) {
-         a.put(1, 0, a.level != -1, 4);
-         return 0;
-       }},
+      {"pppoeia_bridge_debug_set", ".bn", [](agent& a) { a.level = a.number(1) != 0 ? 7 : -1; }},
+      {"pppoeia_bridge_debug_get", ".bo", [](agent& a) { a.put(1, 0, a.level != -1, 4); }},
       {"pppoeia_bridge_vsa_mode_set", "bk", r::set(&bridge::vendor_tag_mode)},
       {"pppoeia_bridge_vsa_mode_get", "bo", r::get(&bridge::vendor_tag_mode)},
       {"pppoeia_bridge_vsa_insert_circuit_id_set", "bn", r::set(&bridge::insert_circuit)},
       {"pppoeia_bridge_vsa_insert_circuit_id_get", "bo", r::get(&bridge::insert_circuit)},
       {"pppoeia_bridge_vsa_insert_remote_id_set", "bn", r::set(&bridge::insert_remote)},
       {"pppoeia_bridge_vsa_insert_remote_id_get", "bo", r::get(&bridge::insert_remote)},
-      {"pppoeia_bridge_shelf_id_set", "bs", r::set(&bridge::shelf, 39, "-ENOSPC", -28)},
+      {"pppoeia_bridge_shelf_id_set", "bs", r::set(&bridge::shelf, 39)},
       {"pppoeia_bridge_shelf_id_get", "bo", r::get(&bridge::shelf)},
-      {"pppoeia_bridge_stats_get", "bo",
-       [](agent& a) {
-         a.put_counters(1, a.b->counted);
-         return 0;
-       }},
-      {"pppoeia_bridge_stats_reset", "b",
-       [](agent& a) {
-         a.b->counted = {};
-         return 0;
-       }},
+      {"pppoeia_bridge_stats_get", "bo", [](agent& a) { a.put_counters(1, a.b->counted); }},
+      {"pppoeia_bridge_stats_reset", "b", [](agent& a) { a.b->counted = {}; }},
       {"pppoeia_port_add", ".bpsSr", &agent::port_add},
       {"pppoeia_port_del", "bp",
        [](agent& a) {
          a.p->device = "";
          a.say(7, "<%s> Port %d removed.", a.b->name.c_str(), static_cast<int>(a.p->id));
-         return 0;
        }},
-      {"pppoeia_port_state_set", "bpn", r::set(&port::state, "<%s> Port %d state set to %d.")},
+      {"pppoeia_port_state_set", "bpn",
+       [](agent& a) {
+         const auto active = [&] { return a.p->state == 2 || a.p->state == 3; };
+         a.b->active_ports -= active();
+         r::set(&port::state, "<%s> Port %d state set to %d.")(a);
+         a.b->active_ports += active();
+       }},
       {"pppoeia_port_state_set_all", "bn", r::set_all(&port::state)},
       {"pppoeia_port_state_get", "bpo", r::get(&port::state)},
       {"pppoeia_port_trust_set", "bpn", r::set(&port::trust, "<%s> Port %d type set to %d.")},
@@ -800,48 +717,36 @@ const std::vector<agent::row>& agent::table()
            return a.end("-ENOSPC", -28);
          a.p->remote_id = a.text(2);
          a.say(7, "<%s> Port %d Agent ID set.", a.b->name.c_str(), static_cast<int>(a.p->id));
-         return 0;
        }},
       {"pppoeia_port_remote_id_get", "bpo",
        [](agent& a) {
          a.say(7, "br_port_remote_id_get(%s, %d)", a.b->name.c_str(), static_cast<int>(a.p->id));
          a.say(7, "br_port_remote_id_get()=0");
          a.put_text(2, a.p->remote_id);
-         return 0;
        }},
-      {"pppoeia_port_stats_get", "bpo",
-       [](agent& a) {
-         a.put_counters(2, a.p->counted);
-         return 0;
-       }},
-      {"pppoeia_port_stats_reset", "bp",
-       [](agent& a) {
-         a.p->counted = {};
-         return 0;
-       }},
-      {"pppoeia_port_circuit_id_get", "bpo", r::identify(true, 0, agent::use::live)},
+      {"pppoeia_port_stats_get", "bpo", [](agent& a) { a.put_counters(2, a.p->counted); }},
+      {"pppoeia_port_stats_reset", "bp", [](agent& a) { a.p->counted = {}; }},
+      {"pppoeia_port_circuit_id_get", "bpo", r::identify(&agent::circuit_id, 0, agent::use::live)},
       {"pppoeia_bridge_vsa_circuit_id_cvlan_set", "bn", r::set(&bridge::customer_vlan)},
       {"pppoeia_bridge_vsa_circuit_id_cvlan_get", "bo", r::get(&bridge::customer_vlan)},
-      {"ppppoeia_conf_event", ".x", [](agent&) { return 0; }},
+      {"ppppoeia_conf_event", ".x", [](agent&) {}},
       {"pppoeia_port_vsa_circuit_id_mode_set", "bpn", r::set(&port::mode)},
       {"pppoeia_port_vsa_circuit_id_mode_get", "bqo", r::get(&port::mode)},
       {"pppoeia_port_pvc_set", "bpnn",
        [](agent& a) {
          if (a.p->type != "atm")
-           return 1;
+           return a.fail(1);
          a.p->vpi = static_cast<int>(a.number(2));
          a.p->vci = static_cast<int>(a.number(3));
          a.say(7, "<%s> Port %d vpi/vci set to %d/%d.", a.b->name.c_str(), static_cast<int>(a.p->id), a.p->vpi,
                a.p->vci);
-         return 0;
        }},
       {"pppoeia_port_pvc_get", "bqoo",
        [](agent& a) {
          if (a.p->type != "atm")
-           return 1;
+           return a.fail(1);
          a.put(2, 0, static_cast<uint32_t>(a.p->vpi), 4);
          a.put(3, 0, static_cast<uint32_t>(a.p->vci), 4);
-         return 0;
        }},
       {"pppoeia_port_parent_get", "bqo", r::get(&port::parent)},
       {"pppoeia_port_name_update", "bpsr",
@@ -849,7 +754,6 @@ const std::vector<agent::row>& agent::table()
          a.p->name = a.text(2).substr(0, 14);
          a.location(a.now->arguments[3], 0);
          a.say(7, "<%s> Port %d name updated to %s.", a.b->name.c_str(), static_cast<int>(a.p->id), a.p->name.c_str());
-         return 0;
        }},
       {"pppoeia_port_parent_set", "bpn", r::set(&port::parent, "<%s> Port %d parent_id updated to %d.")},
       {"pppoeia_circuit_id_format_set", "bs", r::set_format(&bridge::circuit_format, "CID")},
@@ -858,60 +762,35 @@ const std::vector<agent::row>& agent::table()
       {"pppoeia_remote_id_format_get", "bo", r::get(&bridge::remote_format)},
       {"pppoeia_circuit_id_mode_port_vlan_set", "bpvn", &agent::mode_of_entry},
       {"pppoeia_circuit_id_mode_port_vlan_get", "bpvo",
-       [](agent& a) {
-         const auto at = a.p->vlans.find(a.vlan(2));
-         if (at == a.p->vlans.end())
-           return -2;
-         a.put(3, 0, static_cast<uint32_t>(at->second.mode), 4);
-         return 0;
-       }},
-      {"pppoeia_circuit_id_format_port_vlan_set", "bpvs",
-       [](agent& a) { return a.format_of_entry(&entry::circuit, "cid"); }},
+       r::entry_of(0, [](agent& a, unsigned, const entry& one) { a.put(3, 0, static_cast<uint32_t>(one.mode), 4); })},
+      {"pppoeia_circuit_id_format_port_vlan_set", "bpvs", [](agent& a) { a.format_of_entry(&entry::circuit, "cid"); }},
       {"pppoeia_circuit_id_format_port_vlan_get", "bpvo", r::get(&entry::circuit)},
-      {"pppoeia_remote_id_format_port_vlan_set", "bpvs",
-       [](agent& a) { return a.format_of_entry(&entry::remote, "rid"); }},
+      {"pppoeia_remote_id_format_port_vlan_set", "bpvs", [](agent& a) { a.format_of_entry(&entry::remote, "rid"); }},
       {"pppoeia_remote_id_format_port_vlan_get", "bpvo", r::get(&entry::remote)},
-      {"pppoeia_port_vlan_add", "bpv", r::of_vlans("+")},
-      {"pppoeia_port_vlan_del", "bpv", r::of_vlans("-")},
+      {"pppoeia_port_vlan_add", "bpv", [](agent& a) { a.p->vlans.try_emplace(a.vlan(2)); }},
+      {"pppoeia_port_vlan_del", "bpv", [](agent& a) { a.p->vlans.erase(a.vlan(2)); }},
       {"pppoeia_port_vlan_get_first", "bpo",
        [](agent& a) {
          if (a.p->vlans.empty())
-           return -2;
+           return a.fail(-2);
          a.put_entry(2, a.p->vlans.begin()->first, 2, a.p->vlans.begin()->second);
-         return 0;
        }},
-      {"pppoeia_port_vlan_get_next", "bpvo", r::get_entry(1)},
-      {"pppoeia_port_vlan_info_get", "bpvo", r::get_entry(0)},
-      {"clear_port_vlan", "bp",
-       [](agent& a) {
-         a.p->vlans.clear();
-         return 0;
-       }},
-      {"gen_circuit_id_by_intf_vlan", "bpVo", r::identify(true, 2, agent::use::available)},
-      {"gen_remote_id_by_intf_vlan", "bpVo", r::identify(false, 2, agent::use::available)},
-      {"pppoeia_dump", "bnx",
-       [](agent& a) {
-         a.show(a.report(a.number(1)), 2);
-         return 0;
-       }},
+      {"pppoeia_port_vlan_get_next", "bpvo", r::whole_entry(1)},
+      {"pppoeia_port_vlan_info_get", "bpvo", r::whole_entry(0)},
+      {"clear_port_vlan", "bp", [](agent& a) { a.p->vlans.clear(); }},
+      {"gen_circuit_id_by_intf_vlan", "bpVo", r::identify(&agent::circuit_id, 2, agent::use::available)},
+      {"gen_remote_id_by_intf_vlan", "bpVo", r::identify(&agent::remote_id, 2, agent::use::available)},
+      {"pppoeia_dump", "bnx", [](agent& a) { a.show(a.report(a.number(1)), 2); }},
       {"pppoeia_test_dump", ".bx", r::test(&agent::test_dump)},
       {"pppoeia_test_set", ".bSSx", r::test(&agent::test_set)},
       {"pppoeia_test_debug", ".bNx", r::test(&agent::test_debug)},
       {"pppoeia_test_run", ".bSSx", r::test(&agent::test_run)},
-      {"pppoeia_bridge_contact_set", "bs", r::set(&bridge::contact, 64, "-ENOSPC", -28)},
-      {"pppoeia_bridge_location_set", "bs", r::set(&bridge::location, 64, "-ENOSPC", -28)},
-      {"pppoeia_bridge_sysname_set", "bs", r::set(&bridge::system_name, 64, "-ENOSPC", -28)},
+      {"pppoeia_bridge_contact_set", "bs", r::set(&bridge::contact, 64)},
+      {"pppoeia_bridge_location_set", "bs", r::set(&bridge::location, 64)},
+      {"pppoeia_bridge_sysname_set", "bs", r::set(&bridge::system_name, 64)},
       {"pppoeia_bridge_intf_descr_set", "bps", r::set_cut(&port::description, 64)},
-      {"pppoeia_vlan_add", "bv",
-       [](agent& a) {
-         a.b->vlans.try_emplace(a.vlan(1));
-         return 0;
-       }},
-      {"pppoeia_vlan_del", "bv",
-       [](agent& a) {
-         a.b->vlans.erase(a.vlan(1));
-         return 0;
-       }},
+      {"pppoeia_vlan_add", "bv", [](agent& a) { a.b->vlans.try_emplace(a.vlan(1)); }},
+      {"pppoeia_vlan_del", "bv", [](agent& a) { a.b->vlans.erase(a.vlan(1)); }},
       {"pppoeia_vlan_name_set", "bvs",
        [](agent& a) {
          if (a.text(2).size() > 31)
@@ -920,17 +799,12 @@ const std::vector<agent::row>& agent::table()
          if (at == a.b->vlans.end()) {
            a.say(7, "%s(0)=-ENODEV", a.name);
            a.ended = true;
-           return -19;
+           return a.fail(-19);
          }
          at->second = a.text(2);
          a.say(7, "<%s> VLAN %d name set to '%s'.", a.b->name.c_str(), a.vlan(1), at->second.c_str());
-         return 0;
        }},
-      {"clear_vlan", "b",
-       [](agent& a) {
-         a.b->vlans.clear();
-         return 0;
-       }},
+      {"clear_vlan", "b", [](agent& a) { a.b->vlans.clear(); }},
       {"pppoeia_bridge_chassis_id_set", "bn", r::set(&bridge::chassis)},
       {"pppoeia_bridge_chassis_id_get", "bo", r::get(&bridge::chassis)},
       {"pppoeia_bridge_cpe_serial_set", "bps", r::set_cut(&port::serial, 12)},
@@ -938,7 +812,6 @@ const std::vector<agent::row>& agent::table()
        [](agent& a) {
          for (size_t i = 0; i < 6; ++i)
            a.p->mac[i] = static_cast<unsigned char>(agent::bits(a.now->arguments[2], i, 1));
-         return 0;
        }},
       {"pppoeia_apply_default_settings", ".b", &agent::defaults},
       {"clear_port_vlan_all", "b", &agent::clear_all},

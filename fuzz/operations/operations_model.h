@@ -58,7 +58,8 @@ struct outcome {
   string terminal;
   std::vector<string> kernel;  // asked of the kernel, in order
   bytes sent;
-  string branch;  // the model's last decision
+  std::vector<string> bridges;  // newest first, each with how many ports count as active: there is no way to ask
+  string branch;                // the model's last decision
 };
 
 struct entry {
@@ -87,7 +88,7 @@ struct bridge {
   std::vector<port> slots;  // of ids 1, 2, ...; the last one's id is out of range
   bool off = false;
   int mtu = 0, vendor_tag_mode = 1;
-  unsigned max_pdu = 0, stag = 0, board = 0, chassis = 99;
+  unsigned max_pdu = 0, stag = 0, board = 0, chassis = 99, active_ports = 0;
   unsigned insert_circuit = 1, insert_remote = 1, customer_vlan = 0;
   string vendor = "VELTRONA", shelf, contact, location, system_name, circuit_format, remote_format;
   std::bitset<4096> enabled;
@@ -142,23 +143,27 @@ private:
     if (severity <= level)
       out.log.push_back({severity, print(format, values...)});
   }
-  int end(const string& how, int result);
+  void fail(int result)
+  {
+    out.result = result;
+  }
+  void end(const string& how, int result);
   bool ask(const string& what);
   void show(const string& report, size_t path);
 
   // --- operations that are more than a field
-  int init();
-  int fini();
-  int bridge_add();
+  void init();
+  void fini();
+  void bridge_add();
   string set_up(bridge& made);
   void device_delete(const bridge& from);
-  int bridge_delete(const string& name);
-  int port_add();
+  void bridge_delete(const string& name);
+  void port_add();
   int port_state(int state);
-  int mode_of_entry();
-  int format_of_entry(string entry::*format, const char* word);
-  int clear_all();
-  int defaults();
+  void mode_of_entry();
+  void format_of_entry(string entry::*format, const char* word);
+  void clear_all();
+  void defaults();
   string report(unsigned selector) const;
   bridge* find(const string& name);
   static port* find(bridge& in, unsigned id);

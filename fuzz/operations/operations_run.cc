@@ -277,6 +277,7 @@ string difference(outcome seen, outcome said)
          of_lists("log line", seen.log, said.log, line) +
          of_lists("worker's line", seen.workers, said.workers, quoted) +
          of_lists("asked of the kernel", seen.kernel, said.kernel, quoted) +
+         of_lists("bridge", seen.bridges, said.bridges, quoted) +
          of_lists<string>("terminal", {seen.terminal}, {said.terminal}, quoted) + sent;
 }
 
