@@ -20,7 +20,7 @@ string raw(uint64_t value, size_t size)
 
 string bridge_name(chooser& choose)
 {
-  return choose.below(40) ? choose.one_of({"br0", "br0", "br0", "br1", "br1", "tencharact"})
+  return choose.below(40) ? choose.one_of({"br0", "br0", "br0", "br0", "br0", "br1", "tencharact"})
                           : choose.one_of({"br2", "none", "", "elevenchars", "a/b", "br0x", "BR0"});
 }
 
@@ -128,6 +128,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
   case api::kind::i32:
   case api::kind::unused:
     text = raw(wanted.name == "port" || wanted.name == "port-selector" ? port_id(choose) : some_number(choose), 4);
+    if (wanted.name == "max-pdu")
+      text = raw(choose.one_of({1500u, 1500u, 1501u, 1499u, 200u, 201u, 9000u, 9001u, 100u, 0u, 0xffffffffu}), 4);
     if (wanted.name == "ports")
       text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65537u}), 4);
     break;
