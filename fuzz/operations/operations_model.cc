@@ -821,7 +821,7 @@ const std::vector<agent::row>& agent::table()
 
 // --- questions -------------------------------------------------------------------------------------------------------
 
-std::vector<step> agent::questions() const
+std::vector<step> agent::questions(bool last) const
 {
   std::vector<step> all;
   const auto ask_for = [&](const string& kinds, std::vector<string> first) {
@@ -862,6 +862,26 @@ std::vector<step> agent::questions() const
           ask_for(kinds, {of.name, id, raw(vid, 2)});
     }
   }
+  if (!last)
+    return all;
+  const auto add = [&](unsigned id, std::vector<string> arguments) {
+    all.emplace_back();
+    all.back().id = id;
+    all.back().arguments = std::move(arguments);
+  };
+  add(2, {raw(7, 4)});
+  for (const bridge& of : bridges)
+    for (const char* format : {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID",
+                               "$INTF_DSCR", "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID"}) {
+      add(52, {of.name, format});
+      for (const port& slot : of.slots) {
+        if (slot.device.empty())
+          continue;
+        add(45, {of.name, raw(slot.id, 4), raw(2, 4)});
+        const unsigned vid = of.vlans.empty() ? 99 : of.vlans.begin()->first;
+        add(68, {of.name, raw(slot.id, 4), raw(vid, 2), string(300, '~')});
+      }
+    }
   return all;
 }
 

@@ -104,8 +104,9 @@ public:
   // `where` is the address that a step's record stands at, which some log lines show.
   outcome run(const step& now, uintptr_t where);
 
-  // Every getter for everything there is: the state, told by calls.
-  std::vector<step> questions() const;
+  // Every getter for everything there is: the state, told by calls. The last ones change it, to have identifiers tell
+  // what has no getter.
+  std::vector<step> questions(bool last) const;
 
 private:
   struct row;

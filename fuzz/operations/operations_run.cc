@@ -32,7 +32,7 @@ unsigned port_id(chooser& choose)
 
 unsigned vlan_id(chooser& choose)
 {
-  return choose.below(4) ? choose.one_of({7u, 100u, 100u, 101u})
+  return choose.below(4) ? choose.one_of({7u, 100u, 101u})
                          : choose.one_of({0u, 1u, 511u, 512u, 4094u, 4095u, 4096u, 4196u, 8191u, 65535u});
 }
 
@@ -79,7 +79,7 @@ string port_information(chooser& choose)
   const string type = choose.one_of({"eth", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
   string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4) + type;
   info.resize(16);
-  info += raw(choose.below(3) ? choose.below(3) : some_number(choose), 4);
+  info += raw(choose.below(8), 4);
   return info;
 }
 
@@ -130,6 +130,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
     text = raw(wanted.name == "port" || wanted.name == "port-selector" ? port_id(choose) : some_number(choose), 4);
     if (wanted.name == "max-pdu")
       text = raw(choose.one_of({1500u, 1500u, 1501u, 1499u, 200u, 201u, 9000u, 9001u, 100u, 0u, 0xffffffffu}), 4);
+    if (wanted.name == "mode")
+      text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu}), 4);
     if (wanted.name == "ports")
       text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65537u}), 4);
     break;
@@ -164,10 +166,12 @@ void failure_add(chooser& choose, step& one)
   one.failing[what] = choose.one_of({5, 17, 13});
 }
 
-step call_make(chooser& choose)
+// Half of a sequence's calls are of its few favourites, so that what takes several to come about does.
+step call_make(chooser& choose, const std::vector<unsigned>& favourites)
 {
   step one;
-  one.id = choose.below(static_cast<unsigned>(api::operations.size()));
+  one.id = choose.below(2) ? favourites[choose.below(static_cast<unsigned>(favourites.size()))]
+                           : choose.below(static_cast<unsigned>(api::operations.size()));
   if ((one.id <= 1 || one.id == 7 || one.id == 17 || one.id == 2) && choose.below(8))
     one.id = choose.one_of({29u, 41u, 68u, 69u, 56u, 58u});
   if (choose.one_in(300))
@@ -315,7 +319,7 @@ public:
     const string what = difference(seen, said);
     return what.empty() ? "" : "the model's branch '" + said.branch + "'\n" + what;
   }
-  std::vector<step> questions() const { return model_.questions(); }
+  std::vector<step> questions(bool last) const { return model_.questions(last); }
 
 private:
   real_agent real_;
@@ -359,8 +363,11 @@ sequence sequence_make(chooser& choose, unsigned most)
   for (unsigned id = 1; id <= choose.below(4); ++id)
     made.steps.push_back(plain(29, {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id),
                                     port_information(choose) + location(choose)}));
+  std::vector<unsigned> favourites;
+  for (int i = 0; i < 6; ++i)
+    favourites.push_back(choose.below(static_cast<unsigned>(api::operations.size())));
   while (made.steps.size() < most && !choose.is_empty())
-    made.steps.push_back(choose.below(10) ? call_make(choose) : frame_make(choose));
+    made.steps.push_back(choose.below(10) ? call_make(choose, favourites) : frame_make(choose));
   return made;
 }
 
@@ -379,10 +386,12 @@ string judge(const sequence& given, sequence& failed, unsigned long& count)
       return what;
     if (i != given.steps.size() / 2 && i + 1 != given.steps.size())
       continue;
-    for (const step& question : both.questions()) {
+    const bool last = i + 1 == given.steps.size();
+    for (const step& question : both.questions(last)) {
       if (string what = run(question); !what.empty())
         return what;
-      failed.steps.pop_back();
+      if (!last)
+        failed.steps.pop_back();
     }
   }
   return "";
