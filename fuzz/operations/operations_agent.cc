@@ -15,6 +15,8 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <sys/socket.h>
 #include <thread>
@@ -208,7 +210,7 @@ void log_take(outcome& seen)
 
 }  // namespace
 
-real_agent::real_agent(const node& machine) : former_(kernel)
+real_agent::real_agent(const node& machine) : terminal_(machine.terminal), former_(kernel)
 {
   ::node() = {};  // takes the kernel's place, too
   ::node().board.reset();
@@ -263,6 +265,11 @@ outcome real_agent::run(const step& now)
   outcome seen = now.bridge.empty() ? call(now) : frame(now);
   log_take(seen);
   seen.terminal = console;
+  if (std::filesystem::file_size(terminal_) > 0) {
+    std::ifstream written(terminal_);
+    seen.terminal.append(std::istreambuf_iterator<char>(written), {});
+    std::filesystem::resize_file(terminal_, 0);
+  }
   if (pppoeia_globals.load())
     for (const pppoeia_bridge* one = pppoeia_globals.load()->bridges; one; one = one->next)
       seen.bridges.push_back(one->name + string(" with active ports: ") + std::to_string(one->active_ports));

@@ -27,6 +27,7 @@ private:
   outcome frame(const step& now);
 
   fake_kernel machine_;
+  string terminal_;
   const kernel_ops* former_;
   uintptr_t where_ = 0;
 };

@@ -148,7 +148,8 @@ void agent::show(const string& report, size_t path)
 {
   if (text(path).empty())
     return;
-  if (now->anonymous || text(path) != "/console")  // above every log level
+  const bool there = text(path) == "/console" || text(path) == node_.terminal;
+  if (now->anonymous || !there)  // above every log level
     out.log.push_back({2, "\t PPPoEIA: Error opening tty file for writing: " + text(path) + "\n"});
   else
     out.terminal += report;
@@ -871,8 +872,9 @@ std::vector<step> agent::questions(bool last) const
   };
   add(2, {raw(7, 4)});
   for (const bridge& of : bridges)
-    for (const char* format : {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID",
-                               "$INTF_DSCR", "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID"}) {
+    for (const char* format :
+         {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID", "$INTF_DSCR",
+          "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID"}) {
       add(52, {of.name, format});
       for (const port& slot : of.slots) {
         if (slot.device.empty())

@@ -35,6 +35,7 @@ struct node {
   std::map<string, std::array<unsigned, 4>> ipv4;  // by device
   bool ipv6 = false;                               // 2001:db8::1
   bool mac = true;                                 // 02:00:5e:10:00:01
+  string terminal;                                 // a file that takes reports as "/console" does, but for real
 };
 
 // One call of an operation, or one record for the worker of a bridge.
