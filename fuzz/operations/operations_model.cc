@@ -461,17 +461,19 @@ void agent::port_add()
 void agent::mode_of_entry()
 {
   const unsigned vid = vlan(2);
-  int mode = static_cast<int>(number(3));
+  const int mode = static_cast<int>(number(3));
   const auto at = p->vlans.find(vid);
-  if (mode == -1 && at == p->vlans.end()) {
+  if (mode != -1)
+    p->vlans[vid].mode = mode;
+  else if (at == p->vlans.end()) {
     out.branch += ", nothing to take away";
     return;
-  }
-  if (mode == -1 && at->second.circuit.empty() && at->second.remote.empty())
+  } else if (at->second.circuit.empty() && at->second.remote.empty())
     p->vlans.erase(at);
   else
-    p->vlans[vid].mode = mode = mode == -1 ? 0 : mode;
-  say(7, "<%s> Port %d vlan %d cid mode set to %d.", b->name.c_str(), static_cast<int>(p->id), vid, mode);
+    at->second.mode = 0;
+  say(7, "<%s> Port %d vlan %d cid mode set to %d.", b->name.c_str(), static_cast<int>(p->id), vid,
+      mode == -1 ? 0 : mode);
 }
 
 void agent::format_of_entry(string entry::*format, const char* word)
