@@ -29,8 +29,8 @@ struct sequence {
 // At most `most` steps, or as many as the choices last for.
 sequence sequence_make(chooser& choose, unsigned most);
 
-// Runs it, with questions for the whole state in its middle and at its end. What differs first, and empty when nothing
-// does; then `failed` is the sequence up to that difference. Adds to `count` what was run.
+// Runs it, with questions for the whole state after each hundred steps and at its end. What differs first, and empty
+// when nothing does; then `failed` is the sequence up to that difference. Adds to `count` what was run.
 string judge(const sequence& given, sequence& failed, unsigned long& count);
 
 // Prints the shortest sequence that can be found with a difference, and the difference.
