@@ -22,6 +22,10 @@ public:
   uintptr_t where() const { return where_; }
   bool has_bridge(const string& name) const;
 
+  // Whether the last step took so long, on a machine that is busy, that its report may have been given up; then the
+  // time for which the user's next ones are refused is over, too.
+  bool was_late() const { return late_; }
+
 private:
   outcome call(const step& now);
   outcome frame(const step& now);
@@ -30,6 +34,7 @@ private:
   string terminal_;
   const kernel_ops* former_;
   uintptr_t where_ = 0;
+  bool late_ = false;
 };
 
 }  // namespace operations

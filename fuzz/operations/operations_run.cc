@@ -192,8 +192,6 @@ step call_make(chooser& choose, const std::vector<unsigned>& favourites)
                            : choose.below(static_cast<unsigned>(api::operations.size()));
   if ((one.id <= 1 || one.id == 7 || one.id == 17 || one.id == 2) && choose.below(8))
     one.id = choose.one_of({29u, 41u, 68u, 69u, 56u, 58u});
-  if (choose.one_in(20))  // a removed port keeps more than one thinks
-    one.id = choose.one_of({29u, 30u});
   if (choose.one_in(300))
     one.id = choose.one_of({89u, 90u, 65535u});
   if (one.id >= api::operations.size())
@@ -255,6 +253,12 @@ step plain(unsigned id, std::vector<string> arguments)
   one.id = id;
   one.arguments = std::move(arguments);
   return one;
+}
+
+step port_add(chooser& choose, unsigned id)
+{
+  return plain(29, {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id),
+                    port_information(choose) + location(choose)});
 }
 
 // --- comparing -------------------------------------------------------------------------------------------------------
@@ -337,7 +341,7 @@ public:
       return "";
     const outcome seen = real_.run(now);
     const outcome said = model_.run(now, real_.where());
-    const string what = difference(seen, said);
+    const string what = real_.was_late() ? "" : difference(seen, said);
     return what.empty() ? "" : "the model's branch '" + said.branch + "'\n" + what;
   }
   std::vector<step> questions(bool last) const { return model_.questions(last); }
@@ -385,13 +389,18 @@ sequence sequence_make(chooser& choose, unsigned most)
     failure_add(choose, made.steps.back());
   }
   for (unsigned id = 1; id <= choose.below(4); ++id)
-    made.steps.push_back(plain(29, {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id),
-                                    port_information(choose) + location(choose)}));
+    made.steps.push_back(port_add(choose, id));
   std::vector<unsigned> favourites;
   for (int i = 0; i < 6; ++i)
     favourites.push_back(choose.below(static_cast<unsigned>(api::operations.size())));
-  while (made.steps.size() < most && !choose.is_empty())
+  while (made.steps.size() < most && !choose.is_empty()) {
     made.steps.push_back(choose.below(10) ? call_make(choose, favourites) : frame_make(choose));
+    if (choose.one_in(30)) {  // a line moves: its slot keeps more than one thinks
+      const unsigned id = port_id(choose);
+      made.steps.push_back(plain(30, {"br0", raw(id, 4)}));
+      made.steps.push_back(port_add(choose, id));
+    }
+  }
   return made;
 }
 
