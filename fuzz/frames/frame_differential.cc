@@ -60,7 +60,7 @@ model::world random_world(rng& random)
                        static_cast<int>(below(random, 3)), below(random, 8)});
   w.circuit = random_identifier(random);
   w.remote = random_identifier(random);
-  if (below(random, 4000) == 0)
+  if (below(random, 1000) == 0)
     w.longest_record = w.largest = 66000;
   if (below(random, 8))
     w.own_address = {2, 0, 0x5e, 1, 2, 3};
@@ -111,7 +111,7 @@ model::bytes random_record(rng& random, const model::world& w)
   const size_t length_place = r.size();
   put16(r, 0);
   if (w.longest_record > 60000) {  // a payload around half of what its length can say, and around all of it
-    const model::bytes value(one_of(random, {32767u, 65535u}) - below(random, 600));
+    const model::bytes value(one_of(random, {32767u, 65535u}) - below(random, 80));
     put16(r, 0x0104);
     put16(r, static_cast<unsigned>(value.size()));
     r.insert(r.end(), value.begin(), value.end());

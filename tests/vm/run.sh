@@ -9,7 +9,9 @@ check() {  # NAME COMMAND...
   if "$@" >/tmp/check.log 2>&1; then
     echo "ok $name ($(cut -d. -f1 /proc/uptime) s)"
   else
-    echo "not ok $name: $(tail -3 /tmp/check.log | tr '\n' ' ')"
+    echo "not ok $name ($(cut -d. -f1 /proc/uptime) s)"
+    tail -5 /tmp/check.log | sed 's/^/# /'
+    journalctl -b -n 25 --no-pager -o cat -u kvbridged -u pppoeia -u pppoeia-card | sed 's/^/# journal: /'
   fi
 }
 within() {  # SECONDS COMMAND...: until it succeeds
@@ -129,7 +131,7 @@ journal_stopped() {
   return $status
 }
 purge() {
-  dpkg --purge pppoeia-kvbridged pppoeia pppoeia-dev bll-framework bll-framework-dev pppoeia-doc || return 1
+  dpkg --purge pppoeia-kvbridged pppoeia bll-framework pppoeia-doc || return 1
   systemctl daemon-reload
   files >/var/tmp/after
   sed -i '\#^/var/tmp/#d' /var/tmp/before /var/tmp/after
