@@ -873,19 +873,19 @@ std::vector<step> agent::questions(bool last) const
     all.back().arguments = std::move(arguments);
   };
   add(2, {raw(7, 4)});
-  for (const bridge& of : bridges)
+  for (const bridge& of : bridges) {
+    for (const port& slot : of.slots)
+      add(45, {of.name, raw(slot.id, 4), raw(2, 4)});
+    const unsigned vid = of.vlans.empty() ? 99 : of.vlans.begin()->first;
     for (const char* format :
          {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID", "$INTF_DSCR",
           "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID"}) {
       add(52, {of.name, format});
-      for (const port& slot : of.slots) {
-        if (slot.device.empty())
-          continue;
-        add(45, {of.name, raw(slot.id, 4), raw(2, 4)});
-        const unsigned vid = of.vlans.empty() ? 99 : of.vlans.begin()->first;
-        add(68, {of.name, raw(slot.id, 4), raw(vid, 2), string(300, '~')});
-      }
+      for (const port& slot : of.slots)
+        if (!slot.device.empty())
+          add(68, {of.name, raw(slot.id, 4), raw(vid, 2), string(300, '~')});
     }
+  }
   return all;
 }
 

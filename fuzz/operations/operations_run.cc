@@ -34,19 +34,19 @@ const string& terminal()
 
 string bridge_name(chooser& choose)
 {
-  return choose.below(40) ? choose.one_of({"br0", "br0", "br0", "br0", "br0", "br1", "tencharact"})
-                          : choose.one_of({"br2", "none", "", "elevenchars", "a/b", "br0x", "BR0"});
+  return choose.below(12) ? "br0"
+                          : choose.one_of({"br1", "br1", "tencharact", "br2", "none", "", "elevenchars", "a/b"});
 }
 
 unsigned port_id(chooser& choose)
 {
-  return choose.below(12) ? 1 + choose.below(4)
-                          : choose.one_of({0u, 5u, 6u, 7u, 8u, 9u, 65535u, 0x10001u, 0xffffffffu});
+  return choose.below(12) ? choose.one_of({1u, 1u, 1u, 2u, 2u, 3u})
+                          : choose.one_of({0u, 4u, 5u, 6u, 7u, 8u, 9u, 65535u, 0x10001u, 0xffffffffu});
 }
 
 unsigned vlan_id(chooser& choose)
 {
-  return choose.below(4) ? choose.one_of({7u, 100u, 101u})
+  return choose.below(6) ? choose.one_of({7u, 100u, 100u, 101u})
                          : choose.one_of({0u, 1u, 511u, 512u, 4094u, 4095u, 4096u, 4196u, 8191u, 65535u});
 }
 
@@ -92,7 +92,7 @@ string some_text(chooser& choose, size_t most)
 
 string port_information(chooser& choose)
 {
-  const string type = choose.one_of({"eth", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
+  const string type = choose.one_of({"eth", "atm", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
   string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4) + type;
   info.resize(16);
   info += raw(choose.below(8), 4);
@@ -261,6 +261,35 @@ step port_add(chooser& choose, unsigned id)
                     port_information(choose) + location(choose)});
 }
 
+void move(chooser& choose, std::vector<step>& steps)
+{
+  const unsigned id = port_id(choose);
+  steps.push_back(plain(30, {"br0", raw(id, 4)}));
+  steps.push_back(port_add(choose, id));
+}
+
+// A bridge with lines, VLANs and entries, mostly open for frames.
+void begin(chooser& choose, std::vector<step>& steps)
+{
+  const string vlan = raw(100, 2);
+  steps.push_back(plain(0, {}));
+  if (choose.below(2)) {
+    steps.push_back(plain(6, {"br0", raw(choose.below(9), 4)}));
+    failure_add(choose, steps.back());
+  }
+  steps.push_back(plain(6, {"br0", raw(2 + choose.below(6), 4)}));
+  for (unsigned id = choose.below(6); id > 0; --id)
+    steps.push_back(port_add(choose, id));
+  if (choose.below(3)) {
+    steps.push_back(plain(13, {"br0", raw(1, 4)}));
+    steps.push_back(plain(32, {"br0", raw(1 + choose.below(3), 4)}));
+  }
+  if (choose.below(2))
+    steps.push_back(plain(79, {"br0", vlan}));
+  if (choose.below(2))
+    steps.push_back(plain(choose.one_of({58u, 60u}), {"br0", raw(1, 4), vlan, "$PORT"}));
+}
+
 // --- comparing -------------------------------------------------------------------------------------------------------
 
 // For people: many of one character are counted.
@@ -380,26 +409,22 @@ sequence sequence_make(chooser& choose, unsigned most)
   machine.ipv6 = choose.below(2);
   machine.mac = choose.below(4);
   machine.terminal = terminal();
-  const auto level = choose.one_of({-1, 0, 2, 3, 4, 6, 7, 7, 7, 7, 8});
-  made.steps.push_back(plain(2, {raw(static_cast<uint32_t>(level), 4)}));
+  const step level = plain(2, {raw(static_cast<uint32_t>(choose.one_of({-1, 0, 2, 3, 4, 6, 7, 7, 7, 7, 7, 8})), 4)});
+  made.steps.push_back(level);
   if (choose.below(30))
-    made.steps.push_back(plain(0, {}));
-  for (unsigned times = 1 + choose.below(2); times > 0; --times) {  // the second is refused, unless the first failed
-    made.steps.push_back(plain(6, {"br0", raw(2 + choose.below(6), 4)}));
-    failure_add(choose, made.steps.back());
-  }
-  for (unsigned id = 1; id <= choose.below(4); ++id)
-    made.steps.push_back(port_add(choose, id));
+    begin(choose, made.steps);
   std::vector<unsigned> favourites;
   for (int i = 0; i < 6; ++i)
     favourites.push_back(choose.below(static_cast<unsigned>(api::operations.size())));
   while (made.steps.size() < most && !choose.is_empty()) {
     made.steps.push_back(choose.below(10) ? call_make(choose, favourites) : frame_make(choose));
-    if (choose.one_in(30)) {  // a line moves: its slot keeps more than one thinks
-      const unsigned id = port_id(choose);
-      made.steps.push_back(plain(30, {"br0", raw(id, 4)}));
-      made.steps.push_back(port_add(choose, id));
-    }
+    const unsigned id = made.steps.back().id;
+    if (choose.one_in(30))  // a line moves: its slot keeps more than one thinks
+      move(choose, made.steps);
+    if ((id == 1 || id == 7) && choose.below(4))
+      begin(choose, made.steps);
+    if (choose.one_in(20))  // also after what makes the log silent
+      made.steps.push_back(level);
   }
   return made;
 }
