@@ -62,7 +62,7 @@ std::map<int, socket_state> sockets;  // by descriptor
 // Whether it is to be done; otherwise errno says why not.
 bool told(const string& what)
 {
-  if (!in_hand || std::this_thread::get_id() != listened_to)
+  if (std::this_thread::get_id() != listened_to || !in_hand)
     return true;
   heard.push_back(what);
   const auto at = in_hand->failing.find(what);
