@@ -130,7 +130,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     else if (wanted.name == "value" && choose.below(2))
       text = choose.one_of({"1", "2", "7", "100", "65637", "-1", "4294967297", " 9", "x", "00:11:22:aa:bb:CC",
                             "00:11:22:aa:bb:cg", "001122aabbcc"});
-    else
+    else if (wanted.name != "format" || choose.below(4))
       text = some_text(choose, wanted.size);
     text += '\0';
     break;
@@ -286,8 +286,9 @@ void begin(chooser& choose, std::vector<step>& steps)
   }
   if (choose.below(2))
     steps.push_back(plain(79, {"br0", vlan}));
-  if (choose.below(2))
-    steps.push_back(plain(choose.one_of({58u, 60u}), {"br0", raw(1, 4), vlan, "$PORT"}));
+  for (const unsigned format_set : {58u, 60u})
+    if (choose.below(2))
+      steps.push_back(plain(format_set, {"br0", raw(1, 4), vlan, "$PORT"}));
 }
 
 // --- comparing -------------------------------------------------------------------------------------------------------
