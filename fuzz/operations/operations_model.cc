@@ -851,7 +851,8 @@ std::vector<step> agent::questions(bool last) const
   for (const bridge& of : bridges) {
     for (const char* kinds : {"b", ".b"})
       ask_for(kinds, {of.name});
-    ask_for("bn", {of.name, raw(0, 4)});
+    for (const unsigned selector : {0u, 1u, 2u})
+      ask_for("bn", {of.name, raw(selector, 4)});
     for (const unsigned vid : {0u, 7u, 511u, 4095u})
       ask_for("bv", {of.name, raw(vid, 2)});
     for (const port& slot : of.slots) {

@@ -271,7 +271,6 @@ void move(chooser& choose, std::vector<step>& steps)
 // A bridge with lines, VLANs and entries, mostly open for frames.
 void begin(chooser& choose, std::vector<step>& steps)
 {
-  const string vlan = raw(100, 2);
   steps.push_back(plain(0, {}));
   if (choose.below(2)) {
     steps.push_back(plain(6, {"br0", raw(choose.below(9), 4)}));
@@ -284,11 +283,13 @@ void begin(chooser& choose, std::vector<step>& steps)
     steps.push_back(plain(13, {"br0", raw(1, 4)}));
     steps.push_back(plain(32, {"br0", raw(1 + choose.below(3), 4)}));
   }
-  if (choose.below(2))
-    steps.push_back(plain(79, {"br0", vlan}));
-  for (const unsigned format_set : {58u, 60u})
+  for (const unsigned vlan : {7u, 100u, 101u}) {
     if (choose.below(2))
-      steps.push_back(plain(format_set, {"br0", raw(1, 4), vlan, "$PORT"}));
+      steps.push_back(plain(79, {"br0", raw(vlan, 2)}));
+    for (const unsigned format_set : {58u, 60u})
+      if (choose.one_in(3))
+        steps.push_back(plain(format_set, {"br0", raw(1, 4), raw(vlan, 2), "$PORT"}));
+  }
 }
 
 // --- comparing -------------------------------------------------------------------------------------------------------
