@@ -411,7 +411,7 @@ sequence sequence_make(chooser& choose, unsigned most)
   machine.ipv6 = choose.below(2);
   machine.mac = choose.below(4);
   machine.terminal = terminal();
-  const step level = plain(2, {raw(static_cast<uint32_t>(choose.one_of({-1, 0, 2, 3, 4, 6, 7, 7, 7, 7, 7, 8})), 4)});
+  const step level = plain(2, {raw(static_cast<uint32_t>(choose.one_of({-1, 0, 2, 3, 4, 5, 6, 7, 7, 7, 7, 8})), 4)});
   made.steps.push_back(level);
   if (choose.below(30))
     begin(choose, made.steps);
@@ -423,6 +423,8 @@ sequence sequence_make(chooser& choose, unsigned most)
     const unsigned id = made.steps.back().id;
     if (choose.one_in(30))  // a line moves: its slot keeps more than one thinks
       move(choose, made.steps);
+    if (id == 1 && choose.one_in(3))
+      made.steps.push_back(plain(1, {}));
     if ((id == 1 || id == 7) && choose.below(4))
       begin(choose, made.steps);
     if (choose.one_in(20))  // also after what makes the log silent
