@@ -874,18 +874,22 @@ std::vector<step> agent::questions(bool last) const
     all.back().arguments = std::move(arguments);
   };
   add(2, {raw(7, 4)});
+  const string console = "/console";
   for (const bridge& of : bridges) {
     for (const port& slot : of.slots)
       add(45, {of.name, raw(slot.id, 4), raw(2, 4)});
     const unsigned vid = of.vlans.empty() ? 99 : of.vlans.begin()->first;
     for (const char* format :
          {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID", "$INTF_DSCR",
-          "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID"}) {
+          "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID", "$CLNT_MAC,$AGENT_MAC,$AGENT_BOARD"}) {
       add(52, {of.name, format});
       for (const port& slot : of.slots)
         if (!slot.device.empty())
           add(68, {of.name, raw(slot.id, 4), raw(vid, 2), string(300, '~')});
     }
+    add(72, {of.name, "pppoeiaTestSetCustomRidStr", "$PORT,$VLAN,$CVID,$ONU,$VGEM,$CLNT_MAC", console});
+    for (const char* mode : {"test", "available"})
+      add(74, {of.name, "pppoeiaTestRunRid", mode, console});
   }
   return all;
 }
