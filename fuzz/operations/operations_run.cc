@@ -375,6 +375,13 @@ public:
     const string what = real_.was_late() ? "" : difference(seen, said);
     return what.empty() ? "" : "the model's branch '" + said.branch + "'\n" + what;
   }
+  // What is wrong at the end of all steps.
+  string end()
+  {
+    const size_t left = real_.end();
+    return left == 0 ? "" : std::to_string(left) + " descriptors are left open\n";
+  }
+
   std::vector<step> questions(bool last) const { return model_.questions(last); }
 
 private:
@@ -391,7 +398,7 @@ string judge_plainly(sequence& given)
       given.steps.resize(i + 1);
       return what;
     }
-  return "";
+  return both.end();
 }
 
 }  // namespace
@@ -456,7 +463,7 @@ string judge(const sequence& given, sequence& failed, unsigned long& count)
         failed.steps.pop_back();
     }
   }
-  return "";
+  return both.end();
 }
 
 void show_shortest(const sequence& failed)
