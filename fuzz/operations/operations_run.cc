@@ -128,7 +128,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.words != api::values::none)
       text = word_of(choose, wanted.words);
     else if (wanted.name == "value" && choose.below(2))
-      text = choose.one_of({"1", "2", "7", "100", "65637", "-1", "4294967297", " 9", "x", "00:11:22:aa:bb:CC",
+      text = choose.one_of({"1", "2", "3", "5", "7", "100", "65637", "-1", "4294967297", " 9", "x", "00:11:22:aa:bb:CC",
                             "00:11:22:aa:bb:cg", "001122aabbcc"});
     else if (wanted.name != "format" || choose.below(4))
       text = some_text(choose, wanted.size);
