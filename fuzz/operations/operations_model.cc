@@ -873,19 +873,29 @@ std::vector<step> agent::questions(bool last) const
     all.back().arguments = std::move(arguments);
   };
   add(2, {raw(7, 4)});
-  const string console = "/console";
+  const string console = "/console", room(300, '~');
   for (const bridge& of : bridges) {
-    for (const port& slot : of.slots)
-      add(45, {of.name, raw(slot.id, 4), raw(2, 4)});
-    const unsigned vid = of.vlans.empty() ? 99 : of.vlans.begin()->first;
+    const string vid = raw(of.vlans.empty() ? 99 : of.vlans.begin()->first, 2);
+    const auto each_line = [&](unsigned id, std::vector<string> behind) {
+      for (const port& slot : of.slots) {
+        std::vector<string> arguments{of.name, raw(slot.id, 4)};
+        arguments.insert(arguments.end(), behind.begin(), behind.end());
+        if (!slot.device.empty())
+          add(id, arguments);
+      }
+    };
+    for (const unsigned mode : {0u, 1u, 2u}) {
+      each_line(45, {raw(mode, 4)});
+      each_line(68, {vid, room});
+    }
     for (const char* format :
          {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID", "$INTF_DSCR",
           "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID", "$CLNT_MAC,$AGENT_MAC,$AGENT_BOARD"}) {
       add(52, {of.name, format});
-      for (const port& slot : of.slots)
-        if (!slot.device.empty())
-          add(68, {of.name, raw(slot.id, 4), raw(vid, 2), string(300, '~')});
+      each_line(68, {vid, room});
     }
+    add(54, {of.name, "$CVID,$VLAN"});
+    each_line(69, {vid, room});
     add(72, {of.name, "pppoeiaTestSetCustomRidStr", "$PORT,$VLAN,$CVID,$ONU,$VGEM,$CLNT_MAC", console});
     for (const char* mode : {"test", "available"})
       add(74, {of.name, "pppoeiaTestRunRid", mode, console});
