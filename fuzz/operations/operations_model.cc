@@ -875,7 +875,8 @@ std::vector<step> agent::questions(bool last) const
   add(2, {raw(7, 4)});
   const string console = "/console", room(300, '~');
   for (const bridge& of : bridges) {
-    const string vid = raw(of.vlans.empty() ? 99 : of.vlans.begin()->first, 2);
+    const unsigned named = of.vlans.empty() ? 99 : of.vlans.begin()->first;
+    const string vid = raw(named, 2), same_low_bits = raw(named + 4096, 2);
     const auto each_line = [&](unsigned id, std::vector<string> behind) {
       for (const port& slot : of.slots) {
         std::vector<string> arguments{of.name, raw(slot.id, 4)};
@@ -894,8 +895,8 @@ std::vector<step> agent::questions(bool last) const
       add(52, {of.name, format});
       each_line(68, {vid, room});
     }
-    add(54, {of.name, "$CVID,$VLAN"});
-    each_line(69, {vid, room});
+    add(54, {of.name, "$CVID,$VLAN,$VLAN_NAME"});
+    each_line(69, {same_low_bits, room});
     add(72, {of.name, "pppoeiaTestSetCustomRidStr", "$PORT,$VLAN,$CVID,$ONU,$VGEM,$CLNT_MAC", console});
     for (const char* mode : {"test", "available"})
       add(74, {of.name, "pppoeiaTestRunRid", mode, console});

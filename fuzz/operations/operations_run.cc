@@ -128,8 +128,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.words != api::values::none)
       text = word_of(choose, wanted.words);
     else if (wanted.name == "value" && choose.below(2))
-      text = choose.one_of({"1", "2", "3", "5", "7", "100", "65637", "-1", "4294967297", " 9", "x", "00:11:22:aa:bb:CC",
-                            "00:11:22:aa:bb:cg", "001122aabbcc"});
+      text = choose.one_of({"1", "2", "3", "5", "7", "100", "4094", "65637", "-1", "4294967297", " 9", "x",
+                            "00:11:22:aa:bb:CC", "00:11:22:aa:bb:cg", "001122aabbcc"});
     else if (wanted.name != "format" || choose.below(4))
       text = some_text(choose, wanted.size);
     text += '\0';
@@ -219,7 +219,7 @@ step frame_make(chooser& choose)
   one.bridge = choose.one_of({"br0", "br0", "br0", "br1", "tencharact"});
   bytes& r = one.record;
   r.resize(107);
-  const unsigned vid = vlan_id(choose), cvid = choose.one_of({4095u, 4095u, 5u, 0x1fffu});
+  const unsigned vid = vlan_id(choose), cvid = choose.one_of({4095u, 4095u, 4094u, 5u, 0x1fffu});
   r[4] = static_cast<unsigned char>(vid >> 8);
   r[5] = static_cast<unsigned char>(vid);
   r[6] = static_cast<unsigned char>(cvid >> 8);
