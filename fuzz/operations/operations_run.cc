@@ -90,20 +90,25 @@ string some_text(chooser& choose, size_t most)
   }
 }
 
-string port_information(chooser& choose)
-{
-  const string type = choose.one_of({"eth", "atm", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
-  string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4) + type;
-  info.resize(16);
-  info += raw(choose.below(8), 4);
-  return info;
-}
-
+// Choices are taken one in a statement: their order must not depend on the compiler.
 string location(chooser& choose)
 {
-  string text = raw(choose.below(4), 4) + choose.one_of({"P1", "", "8 chars."});
+  string text = raw(choose.below(4), 4);
+  text += choose.one_of({"P1", "", "8 chars."});
   text.resize(12);
-  return text + raw(some_number(choose), 4) + raw(some_number(choose), 4) + raw(some_number(choose), 4) + raw(0, 4);
+  for (int number = 0; number < 3; ++number)
+    text += raw(some_number(choose), 4);
+  return text + raw(0, 4);
+}
+
+string port_information(chooser& choose)
+{
+  string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4);
+  info += choose.one_of({"eth", "atm", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
+  info.resize(16);
+  info += raw(choose.below(8), 4);
+  info += location(choose);
+  return info;
 }
 
 string word_of(chooser& choose, api::values words)
@@ -155,7 +160,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     text = raw(0x665544332211u + choose.below(256), 6);
     break;
   case api::kind::port_info:
-    text = port_information(choose) + location(choose);
+    text = port_information(choose);
     break;
   case api::kind::name_update:
     text = location(choose);
@@ -257,8 +262,8 @@ step plain(unsigned id, std::vector<string> arguments)
 
 step port_add(chooser& choose, unsigned id)
 {
-  return plain(29, {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id),
-                    port_information(choose) + location(choose)});
+  return plain(29,
+               {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id), port_information(choose)});
 }
 
 void move(chooser& choose, std::vector<step>& steps)
