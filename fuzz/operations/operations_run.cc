@@ -83,8 +83,10 @@ string some_text(chooser& choose, size_t most)
     return string(most, 'm');
   case 1:
     return string(most + 1, 'o');
-  case 2:
-    return string(choose.below(static_cast<unsigned>(most) + 2), static_cast<char>('a' + choose.below(26)));
+  case 2: {
+    const char letter = static_cast<char>('a' + choose.below(26));
+    return string(choose.below(static_cast<unsigned>(most) + 2), letter);
+  }
   default:
     return choose.one_of(texts);
   }
