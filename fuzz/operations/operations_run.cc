@@ -154,7 +154,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.name == "max-pdu")
       text = raw(choose.one_of({1500u, 1500u, 1501u, 1499u, 200u, 201u, 9000u, 9001u, 100u, 0u, 0xffffffffu}), 4);
     if (wanted.name == "mode")
-      text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu}), 4);
+      text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu, 0xfffffffeu}), 4);
     if (wanted.name == "ports")
       text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65537u}), 4);
     break;
