@@ -16,7 +16,7 @@ namespace kvbridged {
 namespace {
 
 constexpr long tick_ns = 200'000'000;
-constexpr unsigned ticks_per_check = 4;  // of what netlink should have told
+constexpr size_t checks_per_tick = 32;  // of what netlink should have told
 static_assert(tick_ns * 3 < tc_programs::heart_stops_ns, "two beats may be late");
 
 descriptor timer_make()
@@ -54,9 +54,11 @@ kernel_bridge::kernel_bridge(const bridge_settings& settings, loop& events) : ag
                                         link_watch::listener{.seen = [this](const link_info& link) { link_seen(link); },
                                                              .gone = [this](int index) { link_gone(index); },
                                                              .filters = [this](int index) { filters_changed(index); },
-                                                             .lost = [this] { look_at_all(); }});
+                                                             .lost = [this] { changes_lost(); }});
   look_at_all();
   leftovers_take_off(links);
+  if (std::ranges::none_of(members_, [](const auto& one) { return one.second.role.uplink; }))
+    tell("none of its members is an --uplink: there is nowhere for discovery to go");
   events_.watch(timer_.get(), [this] { tick(); });
   helper_watch();
 }
@@ -299,6 +301,24 @@ void kernel_bridge::member_check(int index)
     tell("the programs at " + one.name + " were taken off by somebody else, and are back");
 }
 
+// The next so many, and after the last the first.
+void kernel_bridge::members_check(size_t most)
+{
+  for (size_t i = 0; i < std::min(most, members_.size()); ++i) {
+    auto next = members_.upper_bound(checked_);
+    if (next == members_.end())
+      next = members_.begin();
+    checked_ = next->first;
+    member_check(checked_);
+  }
+}
+
+void kernel_bridge::changes_lost()
+{
+  look_at_all();
+  members_check(members_.size());
+}
+
 void kernel_bridge::helper_check()
 {
   if (programs_->helper_attached(helper_->index()))
@@ -338,11 +358,8 @@ void kernel_bridge::tick()
   if (read(timer_.get(), &expirations, sizeof expirations) < 0)
     return;
   beat();
-  if (++ticks_ % ticks_per_check != 0)
-    return;
   helper_check();
-  for (const auto& [index, known] : members_)
-    member_check(index);
+  members_check(checks_per_tick);
 }
 
 std::string kernel_bridge::statistics() const

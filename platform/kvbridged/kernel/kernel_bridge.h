@@ -57,6 +57,8 @@ private:
   void member_put(int index, member& one);
   void number_tell(member& one) const;
   void member_check(int index);
+  void members_check(size_t most);
+  void changes_lost();
   void helper_watch();
   void helper_forget();
   void helper_lost();
@@ -82,7 +84,7 @@ private:
   std::unique_ptr<tc_programs> programs_;
   std::unique_ptr<link_watch> links_;
   descriptor timer_;
-  unsigned ticks_ = 0;
+  int checked_ = 0;  // the member that was looked at last
   filter_state filter_ = filter_state::none;
   int device_ = -1;
   struct {
