@@ -291,7 +291,7 @@ TEST_F(KernelBridge, ProgramsThatSomebodyTookOffAreBack)
 TEST_F(KernelBridge, EndLeavesInterfacesAsTheyWere)
 {
   const char everything[] = "tc qdisc show; for i in line1 line2 up9; do tc filter show dev $i ingress; done 2>&1";
-  ASSERT_TRUE(run("tc qdisc add dev line2 clsact && "
+  ASSERT_TRUE(run("tc qdisc add dev line1 clsact && tc qdisc add dev line2 clsact && "
                   "tc filter add dev line2 ingress prio 7 protocol ip u32 match u32 0 0 flowid 1:1"));
   const std::string before = said(everything);
   {
