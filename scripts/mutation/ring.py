@@ -6,6 +6,7 @@ program runs whole, up to its first failure, in namespaces of its own: a changed
 bind anything.
 """
 
+import collections
 import concurrent.futures
 import dataclasses
 import functools
@@ -82,6 +83,7 @@ class Ring:
         self.known = json.loads(self.known_at.read_text()) if self.known_at.exists() else {}
         built = self.programs(files)
         self.tests = [test for test in self.listed() if test.program in built]
+        self.noticed = collections.Counter()
         self.check()
 
     def programs(self, files):
@@ -136,14 +138,16 @@ class Ring:
         made = self.graph.made_of(self.tree.source / file)
         return [test for test in self.tests if test.program in made]
 
-    def judge(self, tests):
-        """Builds and runs the cheapest first. The test that notices, None, or what the compiler said as an error."""
-        for test in sorted(tests, key=lambda each: each.seconds):
+    def judge(self, file):
+        """Builds and runs the tests that see the file; the cheapest first, and those that noticed other changes of it.
+        The test that notices, or None. Throws DoesNotBuild."""
+        for test in sorted(self.affected(file), key=lambda each: each.seconds / (1 + 5 * self.noticed[file, each.program])):
             refused = self.tree.make(test.program)
             if refused:
                 raise DoesNotBuild(refused)
             passed, _, _ = test.run(10 + 5 * test.seconds)
             if not passed:
+                self.noticed[file, test.program] += 1
                 return test
         return None
 

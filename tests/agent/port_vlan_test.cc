@@ -4,6 +4,7 @@
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/api_fixture.h"
+#include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -175,9 +175,7 @@ TEST_F(PortVlan, Dump)
   const auto dump = [&](uint32_t selector) {
     std::ofstream(path).close();
     EXPECT_EQ(pppoeia_dump("br0", selector, path.c_str()), 0);
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
+    return file_text(path);
   };
   const std::string head = " Global data:\n ------------\n pppoeia_cid_format: '$PORT'\n pppoeia_rid_format: ''\n"
                            " stag_ethertype_nf: 0x88a8\n port_vlan data:\n ---------------\n";

@@ -1,9 +1,9 @@
 // The message queue client without a broker, and against servers that are none.
 #include "rte/BLL/core/rabbit_mq_inter_soc.h"
+#include "tests/support/files.h"
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -154,11 +154,6 @@ void expectFailures(const rabbitMqSettings_t& settings, const std::string& messa
   failsWithin(bound, consume);
   failsWithin(400ms, consume);
   EXPECT_EQ(got, "as it was");
-}
-
-ptrdiff_t entries(const char* directory)
-{
-  return std::distance(std::filesystem::directory_iterator(directory), {});
 }
 
 // The other cases prove something only if the imitation is good enough to be believed.

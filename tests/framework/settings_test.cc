@@ -1,5 +1,6 @@
 // The XML settings store.
 #include "rte/BLL/core/storage_mng.h"
+#include "tests/support/files.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -19,18 +20,12 @@ using testing::internal::GetCapturedStdout;
 
 class Settings : public testing::Test {
 protected:
-  Settings()
-  {
-    char name[] = "/tmp/bll-settings.XXXXXX";
-    folder = mkdtemp(name);
-    CaptureStdout();
-  }
+  Settings() { CaptureStdout(); }
   ~Settings() override
   {
     const std::string rest = GetCapturedStdout();
     if (HasFailure())
       std::cout << heard << rest << std::endl;
-    std::filesystem::remove_all(folder);
   }
   std::string path(const std::string& file) const { return folder + "/" + file; }
   std::string write(const std::string& content) const
@@ -38,11 +33,7 @@ protected:
     std::ofstream(path("in.xml")) << content;
     return path("in.xml");
   }
-  std::string saved() const
-  {
-    std::ifstream file(path("out.xml"));
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string saved() const { return file_text(path("out.xml")); }
   // What was said on standard output since the last time.
   std::string said()
   {
@@ -239,14 +230,14 @@ TEST_F(Settings, AFailedSaveKeepsTheOldFile)
   EXPECT_FALSE(store.save(path("no/such/folder.xml")));
   EXPECT_FALSE(store.save("/dev/full"));
   EXPECT_FALSE(store.save(folder));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1) << "nothing is left lying about";
+  EXPECT_EQ(entries(folder), 1) << "nothing is left lying about";
 }
 
 TEST_F(Settings, WhatASaveHasLeftBehindIsInNobodysWay)
 {
   for (int n = 0; n < 100; ++n)
     std::ofstream(path("out.xml." + std::to_string(getpid()) + "." + std::to_string(n) + ".new"));
-  const auto files = [&] { return std::distance(std::filesystem::directory_iterator(folder), {}); };
+  const auto files = [&] { return entries(folder); };
   const auto before = files();
   EXPECT_TRUE(Storage::StorageMng().save(path("out.xml")));
   EXPECT_TRUE(Storage::StorageMng().save(path("out.xml")));

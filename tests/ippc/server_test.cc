@@ -2,6 +2,7 @@
 #include "base/caller.h"
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
+#include "tests/support/files.h"
 
 #include <gtest/gtest.h>
 
@@ -238,10 +239,6 @@ TEST_F(IppcServer, EveryPacketIsAnsweredBeforeTheEndIsSeen)
 
 TEST_F(IppcServer, DescriptorsThatAreSentAlongAreNotKept)
 {
-  const auto open_now = [] {
-    const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-    return std::distance(begin(all), end(all));
-  };
   const int fd = raw_connection();
   char byte = 0;
   iovec data{&byte, 1};
@@ -254,12 +251,12 @@ TEST_F(IppcServer, DescriptorsThatAreSentAlongAreNotKept)
   *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof fd), SOL_SOCKET, SCM_RIGHTS};
   std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), &fd, sizeof fd);
   EXPECT_TRUE(serves());
-  const auto before = open_now();
+  const auto before = entries("/proc/self/fd");
   for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(sendmsg(fd, &message, 0), 1);
     ASSERT_EQ(status_received(fd), -2);
   }
-  EXPECT_LE(open_now(), before);
+  EXPECT_LE(entries("/proc/self/fd"), before);
   close(fd);
 }
 

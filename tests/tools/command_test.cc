@@ -2,6 +2,7 @@
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
 #include "pppoeia/api_table.h"
+#include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
 
 #include <gmock/gmock.h>
@@ -258,9 +259,7 @@ std::string in_manual(std::string_view text)
 
 TEST(Commands, AreListedAsDocumented)
 {
-  std::ostringstream page;
-  page << std::ifstream(TEST_SOURCE_DIR "/docs/ippc.md").rdbuf();
-  const std::string text = page.str();
+  const std::string text = file_text(TEST_SOURCE_DIR "/docs/ippc.md");
   constexpr std::string_view mark = "<!-- operations -->\n";
   const size_t at = text.find(mark);
   ASSERT_NE(at, std::string::npos);
