@@ -1,7 +1,7 @@
-"""The unit ring: every test that needs no other program of the system running.
+"""The unit ring: every test program but those of the whole, where agent, kvbridged and host work together.
 
-These are all of tests/ but the folders system and packaging, and all of fuzz/: the unit tests, the ones on real devices
-in a network of their own (as root; they skip themselves otherwise), the models and the replays of the corpora. A test
+These are all programs of tests/ and fuzz/ but WHOLE: the unit tests, those on real devices or with one daemon alone in
+a network of their own (as root; they skip themselves otherwise), the models and the replays of the corpora. A test
 program runs whole, up to its first failure, in namespaces of its own: a changed program may signal, unlink or
 bind anything.
 """
@@ -20,6 +20,8 @@ import time
 
 from tree import Failed, HOME, run
 
+WHOLE = {"agent_life_test", "framework_host_test", "thread_crash_test"}
+
 # Ends with all that it started; sees nothing of the host's processes and network; writes to nothing of the host.
 SHELL = """
 mount --make-rprivate / && mount --bind / / && mount -o remount,bind,ro / &&
@@ -27,7 +29,7 @@ for at in /tmp /var/tmp /run; do mount -t tmpfs none "$at" || exit 125; done
 ip link set lo up; cd /tmp && "$@"
 exit $?
 """
-ALONE = ["unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--mount-proc"]
+ALONE = ["setpriv", "--pdeathsig", "KILL", "unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--mount-proc"]
 
 
 def isolated(command):
@@ -88,7 +90,7 @@ class Ring:
 
     def programs(self, files):
         every = {program for program, of in self.graph.programs.items()
-                 if of.startswith(("tests/", "fuzz/")) and not of.startswith("tests/system/")}
+                 if of.startswith(("tests/", "fuzz/")) and pathlib.Path(program).name not in WHOLE}
         sources = [self.tree.source / file for file in files]
         if not any(str(source) in self.graph.users for source in sources):
             return every  # headers alone, never built before

@@ -1,5 +1,6 @@
 """A copy of the tree under build/mutants with a build of its own, both kept for the next run."""
 
+import fcntl
 import os
 import pathlib
 import shutil
@@ -29,6 +30,14 @@ class Tree:
     def __init__(self, jobs):
         self.source, self.build = HOME / "source", HOME / "build"
         self.jobs = jobs
+
+    def lock(self):
+        HOME.mkdir(parents=True, exist_ok=True)
+        self.locked = open(HOME / "lock", "w")
+        try:
+            fcntl.flock(self.locked, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except OSError:
+            raise Failed("Another one is at work in this tree.") from None
 
     def update(self):
         """Makes the copy what the working tree is. What did not change keeps its time, so that it is not built again."""
