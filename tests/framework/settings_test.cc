@@ -26,6 +26,7 @@ protected:
     const std::string rest = GetCapturedStdout();
     if (HasFailure())
       std::cout << heard << rest << std::endl;
+    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
   }
   std::string path(const std::string& file) const { return folder + "/" + file; }
   std::string write(const std::string& content) const
@@ -51,7 +52,9 @@ protected:
     return result;
   }
 
-  std::string folder;
+  const std::ptrdiff_t descriptors = entries("/proc/self/fd");
+  const own_folder own;
+  const std::string& folder = own.path;
   std::string heard;  // printed after a failure: the report of it is in there
   Storage::StorageMng store;
 };
@@ -105,6 +108,10 @@ TEST_F(Settings, AnyValueIsReadBackAsItWasSet)
     ASSERT_TRUE(store.load(path("out.xml"))) << saved();
     EXPECT_EQ(store.getRoot("a")->getValue("v"), value);
   }
+  // What XML cannot hold stands in the file as a private character.
+  store.getRoot("a")->setValue("w", "\x01\x1F\x20\x7E\x80\xFF");
+  ASSERT_TRUE(store.save(path("out.xml")));
+  EXPECT_THAT(saved(), testing::HasSubstr(" w=\"\xEE\xBC\x81\xEE\xBC\x9F ~\xEE\xBE\x80\xEE\xBF\xBF\"/>"));
 }
 
 TEST_F(Settings, FilesInOtherEncodingsAreReadAndSavedAsUtf8)
@@ -247,11 +254,16 @@ TEST_F(Settings, WhatASaveHasLeftBehindIsInNobodysWay)
 TEST_F(Settings, ASaveKeepsModeAndLinks)
 {
   std::ofstream(path("out.xml")) << "old";
-  std::filesystem::permissions(path("out.xml"), std::filesystem::perms{0640});
+  const uid_t owner = geteuid() == 0 ? 54321 : geteuid();
+  EXPECT_EQ(chown(path("out.xml").c_str(), owner, getegid()), 0);
+  EXPECT_EQ(chmod(path("out.xml").c_str(), 04640), 0);
   std::filesystem::create_symlink("out.xml", path("link"));
   EXPECT_TRUE(store.save(path("link")));
   EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
-  EXPECT_EQ(std::filesystem::status(path("out.xml")).permissions(), std::filesystem::perms{0640});
+  struct stat kept = {};
+  EXPECT_EQ(stat(path("out.xml").c_str(), &kept), 0);
+  EXPECT_EQ(kept.st_uid, owner);
+  EXPECT_EQ(kept.st_mode & 07777, 04640U);
   EXPECT_THAT(saved(), testing::HasSubstr("<Configuration/>"));
 }
 
