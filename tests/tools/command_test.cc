@@ -137,6 +137,22 @@ TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEndsUnlessForced)
   EXPECT_EQ(failed.err, "standard input:1: no such command: nonsense\nstandard input:2: no such port\n");
 }
 
+// What people read: the settings of a card, and behind each command what it says.
+TEST(Reports, ReadAsInTheTranscript)
+{
+  const std::string transcript = file_text(TEST_SOURCE_DIR "/tests/tools/transcript.txt");
+  std::string told = transcript.substr(0, transcript.find("\n\n") + 2);
+  running_agent agent;
+  EXPECT_EQ(agent.batch(told).err, "");
+  std::istringstream lines(transcript);
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with("$ ")) {
+      const outcome result = agent.batch(line.substr(2) + "\n");
+      told += line + "\n" + result.out + result.err;
+    }
+  EXPECT_EQ(told, transcript);
+}
+
 TEST_F(Command, JsonHoldsAnyBytes)
 {
   std::string text;
