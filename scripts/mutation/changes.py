@@ -164,7 +164,8 @@ class Source:
         first = i
         while first > 0 and self.word(first - 1) not in (";", "{", "}"):
             first -= 1
-        return any(token.kind == "text" and token.text.endswith('"') for token in self.tokens[first:self.end_of_statement(i)])
+        statement = self.tokens[first:self.end_of_statement(i)]
+        return any(token.kind == "text" and token.text.endswith('"') for token in statement)
 
     def number(self, i, token):
         match = INTEGER.match(token.text)

@@ -24,6 +24,7 @@ class Equivalents:
         possible = set()
         for file in {entry[0] for entry in self.entries}:
             if (ROOT / file).is_file():
-                possible |= {(file, change.source, change.what) for change in Source(file, (ROOT / file).read_text()).all()}
+                source = Source(file, (ROOT / file).read_text())
+                possible |= {(file, change.source, change.what) for change in source.all()}
         return [f"{LIST.relative_to(ROOT)}:{number}: no such change of {entry[0]} any more: {entry[1]}"
                 for entry, number in self.entries.items() if entry not in possible]

@@ -23,13 +23,18 @@ from tree import Failed, HOME, run
 WHOLE = {"agent_life_test", "framework_host_test", "thread_crash_test"}
 
 # Ends with all that it started; sees nothing of the host's processes and network; writes to nothing of the host.
-SHELL = """
-mount --make-rprivate / && mount --bind / / && mount -o remount,bind,ro / &&
-for at in /tmp /var/tmp /run; do mount -t tmpfs none "$at" || exit 125; done
-ip link set lo up; cd /tmp && "$@"
+NOT_ALONE = 125
+SHELL = f"""
+{{
+  mount --make-rprivate / && mount --bind / / && mount -o remount,bind,ro / &&
+  mount -t tmpfs none /tmp && mount -t tmpfs none /var/tmp && mount -t tmpfs none /run &&
+  ip link set lo up && cd /tmp
+}} || exit {NOT_ALONE}
+"$@"
 exit $?
 """
-ALONE = ["setpriv", "--pdeathsig", "KILL", "unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--mount-proc"]
+ALONE = ["setpriv", "--pdeathsig", "KILL",
+         "unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--mount-proc"]
 
 
 def isolated(command):
@@ -57,8 +62,10 @@ class Test:
                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True,
                                  env={**os.environ, **self.environment, "GTEST_BRIEF": "1", "GTEST_FAIL_FAST": "1"})
         try:
-            output, _ = child.communicate(timeout=limit or self.limit)
-            return child.returncode == 0, output.decode(errors="replace"), time.monotonic() - begin
+            output = child.communicate(timeout=limit or self.limit)[0].decode(errors="replace")
+            if child.returncode == NOT_ALONE:
+                raise Failed(f"no namespaces for {self.name}: {output}")
+            return child.returncode == 0, output, time.monotonic() - begin
         except subprocess.TimeoutExpired:
             os.killpg(child.pid, signal.SIGKILL)
             child.wait()
@@ -119,10 +126,13 @@ class Ring:
 
     def check(self):
         """Runs what has changed since it last passed; all that follows would mean nothing if it failed as it is."""
-        with concurrent.futures.ThreadPoolExecutor(self.tree.jobs) as pool:
-            list(pool.map(self.check_one, [test for test in self.tests if not test.serial]))
-        for test in self.tests:
-            self.check_one(test)
+        try:
+            with concurrent.futures.ThreadPoolExecutor(self.tree.jobs) as pool:
+                list(pool.map(self.check_one, [test for test in self.tests if not test.serial]))
+            for test in self.tests:
+                self.check_one(test)
+        finally:
+            self.known_at.write_text(json.dumps(self.known))
 
     def check_one(self, test):
         key = hash_of(self.called_by(test))
@@ -131,7 +141,6 @@ class Ring:
             if not passed:
                 raise Failed(f"{test.name} fails without any change:\n{output[-4000:]}")
             self.known[key] = seconds
-            self.known_at.write_text(json.dumps(self.known))
         test.seconds = self.known[key]
 
     @functools.cache
@@ -143,7 +152,10 @@ class Ring:
     def judge(self, file):
         """Builds and runs the tests that see the file; the cheapest first, and those that noticed other changes of it.
         The test that notices, or None. Throws DoesNotBuild."""
-        for test in sorted(self.affected(file), key=lambda each: each.seconds / (1 + 5 * self.noticed[file, each.program])):
+        def late(test):
+            return test.seconds / (1 + 5 * self.noticed[file, test.program])
+
+        for test in sorted(self.affected(file), key=late):
             refused = self.tree.make(test.program)
             if refused:
                 raise DoesNotBuild(refused)

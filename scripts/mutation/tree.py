@@ -40,7 +40,7 @@ class Tree:
             raise Failed("Another one is at work in this tree.") from None
 
     def update(self):
-        """Makes the copy what the working tree is. What did not change keeps its time, so that it is not built again."""
+        """Makes the copy what the working tree is. What did not change keeps its time: it is not built again."""
         names = tracked()
         for name in names:
             origin, copy = ROOT / name, self.source / name
