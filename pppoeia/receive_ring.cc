@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <linux/if_packet.h>
+#include <string_view>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <utility>
@@ -11,14 +14,13 @@
 namespace {
 
 // A frame has the kernel's header in front, at most 66 bytes, and holds a discovery frame of 211 bytes behind its
-// 107-byte record header: hardly a client sends longer ones. Ten thousand lines that dial in at the same instant find
-// room for a record each.
+// 107-byte record header: hardly a client sends longer ones.
 constexpr unsigned frame_size = 384;
-constexpr unsigned block_size = 64 * 1024;
-constexpr unsigned block_count = 64;
+constexpr unsigned kib = 1024;
+constexpr unsigned block_size = 64 * kib;
 constexpr unsigned frames_per_block = block_size / frame_size;
-constexpr unsigned frame_count = frames_per_block * block_count;
-constexpr size_t memory_size = size_t{block_size} * block_count;
+constexpr unsigned default_size = 1024 * kib;  // 2,720 records
+constexpr unsigned largest_size = 64 * 1024 * kib;
 
 static_assert(frame_size % TPACKET_ALIGNMENT == 0);
 
@@ -40,25 +42,37 @@ bool ring_request(int fd, unsigned blocks)
 
 }  // namespace
 
+unsigned receive_ring::size_from(const char* wanted)
+{
+  unsigned size = 0;
+  const std::string_view digits = wanted ? wanted : "";
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), size);
+  if (error != std::errc{} || end != digits.data() + digits.size() || size < block_size / kib ||
+      size > largest_size / kib)
+    return default_size;
+  return size * kib / block_size * block_size;
+}
+
 std::unique_ptr<receive_ring> receive_ring::open(int fd)
 {
+  static const unsigned size = size_from(std::getenv("PPPOEIA_RING_KIB"));
   constexpr int version = TPACKET_V2;
   constexpr int keep_whole = 1;  // records that a frame cannot hold are queued as on any socket
   if (!option_set(fd, PACKET_VERSION, version) || !option_set(fd, PACKET_COPY_THRESH, keep_whole) ||
-      !ring_request(fd, block_count))
+      !ring_request(fd, size / block_size))
     return nullptr;
-  void* memory = mmap(nullptr, memory_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   if (memory == MAP_FAILED) {
     ring_request(fd, 0);
     return nullptr;
   }
-  madvise(memory, memory_size, MADV_DONTFORK);  // a child process must not keep the socket alive
-  return std::unique_ptr<receive_ring>(new receive_ring(fd, static_cast<unsigned char*>(memory)));
+  madvise(memory, size, MADV_DONTFORK);  // a child process must not keep the socket alive
+  return std::unique_ptr<receive_ring>(new receive_ring(fd, static_cast<unsigned char*>(memory), size));
 }
 
 receive_ring::~receive_ring()
 {
-  munmap(memory_, memory_size);
+  munmap(memory_, size_);
 }
 
 tpacket2_hdr* receive_ring::front() const
@@ -80,7 +94,7 @@ bool receive_ring::ready() const
 void receive_ring::release()
 {
   front_status().store(TP_STATUS_KERNEL, std::memory_order_release);
-  front_ = (front_ + 1) % frame_count;
+  front_ = (front_ + 1) % (size_ / block_size * frames_per_block);
 }
 
 // False for a record that is not there whole, since the socket had no room to keep it: it is lost, as any record is

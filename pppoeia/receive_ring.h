@@ -18,8 +18,12 @@ struct tpacket2_hdr;
 // Used by one thread at a time. Must end before its socket is closed: the mapping keeps the socket alive.
 class receive_ring {
 public:
-  // Gives `fd`, a packet socket, a ring; what waited on it is lost. Null when the system refuses, and the socket is as
-  // before.
+  // The size in bytes of a ring for which `wanted` KiB were asked: whole blocks of 64 KiB, 64 MiB at most. What is no
+  // such number, or null, gives 1 MiB.
+  static unsigned size_from(const char* wanted);
+
+  // Gives `fd`, a packet socket, a ring of the size that PPPOEIA_RING_KIB names; what waited on it is lost. Null when
+  // the system refuses, and the socket is as before.
   static std::unique_ptr<receive_ring> open(int fd);
   ~receive_ring();
   receive_ring(const receive_ring&) = delete;
@@ -33,7 +37,7 @@ public:
   int take(kernel_record* records, unsigned count);
 
 private:
-  receive_ring(int fd, unsigned char* memory) : fd_(fd), memory_(memory) {}
+  receive_ring(int fd, unsigned char* memory, unsigned size) : fd_(fd), memory_(memory), size_(size) {}
 
   tpacket2_hdr* front() const;
   std::atomic_ref<uint32_t> front_status() const;
@@ -44,6 +48,7 @@ private:
 
   int fd_;
   unsigned char* memory_;
+  unsigned size_;       // in bytes
   unsigned front_ = 0;  // index of the frame that is taken next
   int error_ = 0;       // that the socket reported and nobody was told yet
 };

@@ -9,7 +9,7 @@
 
 namespace kvbridged {
 
-bridge::bridge(const bridge_settings& settings, loop& events) : settings_(settings)
+bridge::bridge(const bridge_settings& settings, loop& events) : agent_bridge(settings)
 {
   for (const port_settings& one : settings_.ports)
     port_add(one, events);
@@ -150,10 +150,7 @@ void bridge::to_agent(const port& from, frame_view frame, size_t ethertype)
 // Says to a client what the agent would say, had it room for the frame.
 void bridge::answer(const port& from, frame_view frame, size_t ethertype)
 {
-  constexpr char management[] = "mng0";
-  auto source = interface_address(management);
-  if (!source)
-    source = interface_address(from.settings.interface);
+  const auto source = answer_address(from.settings.interface);
   const auto made = source && !from.settings.network ? error_answer(frame, ethertype, *source) : std::nullopt;
   if (!made || !send(*all_[from.index], {.bytes = *made}))
     return drop(counts_.too_large);

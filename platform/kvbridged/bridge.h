@@ -13,6 +13,7 @@
 #define PLATFORM_KVBRIDGED_BRIDGE_H
 
 #include "platform/kvbridged/address_table.h"
+#include "platform/kvbridged/agent_bridge.h"
 #include "platform/kvbridged/descriptor.h"
 #include "platform/kvbridged/loop.h"
 #include "platform/kvbridged/port_socket.h"
@@ -37,24 +38,18 @@ struct bridge_counts {
   unsigned long device_refused = 0;  // times that a port's device did not take a frame
 };
 
-class bridge {
+class bridge : public agent_bridge {
 public:
   // Opens the ports' sockets. Throws fatal.
   bridge(const bridge_settings& settings, loop& events);
 
-  const bridge_settings& settings() const { return settings_; }
-
-  // Diverts discovery frames to the pseudo device whose descriptor this is, until detach() or stop().
-  void attach(int device);
-  void detach();
-  // Drops and counts discovery frames, until attach() or detach().
-  void stop();
-
-  // Takes what the agent gave back.
-  void from_agent(frame_view record);
-
+  void attach(int device) override;
+  void detach() override;
+  // Drops and counts discovery frames.
+  void stop() override;
+  void from_agent(frame_view record) override;
   // "br0: to agent 12, from agent 12, forwarded 3, dropped 0, ...".
-  std::string statistics() const;
+  std::string statistics() const override;
 
 private:
   struct port {
@@ -81,7 +76,6 @@ private:
   bool send(port& to, const port_frame& frame);
   void drop(unsigned long& reason);
 
-  bridge_settings settings_;
   std::deque<port> ports_;
   port_list all_;  // by index
   port_list network_;

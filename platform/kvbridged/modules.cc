@@ -13,9 +13,9 @@ modules::modules(const std::vector<bridge_settings>& settings, loop& events, fil
     : events_(events), filters_(std::move(filters)), keep_(std::move(keep))
 {
   for (const bridge_settings& one : settings) {
-    bridge& added = bridges_.emplace_back(one, events);
+    bridges_.push_back(bridge_make(one, events));
     if (filters_.contains(one.name))
-      added.stop();
+      bridges_.back()->stop();
   }
   const auto unknown = [&](const auto& filter) {
     return std::ranges::none_of(settings, [&](const auto& one) { return one.name == filter.first; });
@@ -33,7 +33,7 @@ modules::~modules()
 std::optional<size_t> modules::bridge_of_device(const std::string& name) const
 {
   for (size_t i = 0; i < bridges_.size(); ++i)
-    if (name == (bridges_[i].settings().name + "_pppoe").substr(0, 15))
+    if (name == (bridges_[i]->settings().name + "_pppoe").substr(0, 15))
       return i;
   return std::nullopt;
 }
@@ -58,7 +58,7 @@ int modules::device_create(const std::string& name)
   const auto bridge = bridge_of_device(name);
   if (!bridge)
     return EINVAL;
-  const int mtu = bridges_[*bridge].settings().mtu;
+  const int mtu = bridges_[*bridge]->settings().mtu;
   if (devices_.contains(*bridge)) {
     tap_mtu_set(name, mtu);
     return EEXIST;
@@ -83,9 +83,9 @@ int modules::device_delete(const std::string& name, pid_t process)
   if (orderly)
     filters_change(owned, std::nullopt);
   if (filters_.contains(owned))
-    bridges_[*bridge].stop();
+    bridges_[*bridge]->stop();
   else
-    bridges_[*bridge].detach();
+    bridges_[*bridge]->detach();
   const auto device = devices_.find(*bridge);
   if (device == devices_.end())
     return ENODEV;
@@ -102,7 +102,7 @@ int modules::filter_attach(size_t bridge, const std::string& filter, const std::
   if (at == devices_.end())
     return ENODEV;
   filters_change(settings(bridge).name, process);
-  bridges_[bridge].attach(at->second.tap.get());
+  bridges_[bridge]->attach(at->second.tap.get());
   at->second.filtered = true;
   return 0;
 }
@@ -112,7 +112,7 @@ void modules::bridge_closed(size_t bridge)
   if (const auto device = devices_.find(bridge); device != devices_.end())
     device->second.filtered = false;
   if (filters_.contains(settings(bridge).name))
-    bridges_[bridge].stop();
+    bridges_[bridge]->stop();
 }
 
 void modules::device_read(size_t bridge)
@@ -121,7 +121,7 @@ void modules::device_read(size_t bridge)
   unsigned char record[65536];
   for (ssize_t size; (size = read(device.tap.get(), record, sizeof record)) > 0;)
     if (device.filtered)
-      bridges_[bridge].from_agent({record, static_cast<size_t>(size)});
+      bridges_[bridge]->from_agent({record, static_cast<size_t>(size)});
 }
 
 // Somebody deleted the network device. The agent has it made anew.
@@ -139,7 +139,7 @@ std::string modules::statistics() const
   for (size_t i = 0; i < bridges_.size(); ++i) {
     const auto device = devices_.find(i);
     const bool stopped = filters_.contains(settings(i).name) && (device == devices_.end() || !device->second.filtered);
-    lines += bridges_[i].statistics() + (stopped ? ", discovery stopped\n" : "\n");
+    lines += bridges_[i]->statistics() + (stopped ? ", discovery stopped\n" : "\n");
   }
   return lines;
 }

@@ -11,14 +11,16 @@
 #ifndef PLATFORM_KVBRIDGED_MODULES_H
 #define PLATFORM_KVBRIDGED_MODULES_H
 
-#include "platform/kvbridged/bridge.h"
+#include "platform/kvbridged/agent_bridge.h"
+#include "platform/kvbridged/descriptor.h"
 
-#include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 namespace kvbridged {
 
@@ -45,7 +47,7 @@ public:
   void bridge_closed(size_t bridge);
 
   size_t bridge_count() const { return bridges_.size(); }
-  const bridge_settings& settings(size_t bridge) const { return bridges_[bridge].settings(); }
+  const bridge_settings& settings(size_t bridge) const { return bridges_[bridge]->settings(); }
   // A line a bridge.
   std::string statistics() const;
 
@@ -61,7 +63,7 @@ private:
   void filters_change(const std::string& bridge, std::optional<pid_t> owner);
 
   loop& events_;
-  std::deque<bridge> bridges_;
+  std::vector<std::unique_ptr<agent_bridge>> bridges_;
   std::map<size_t, pseudo_device> devices_;  // by bridge
   filter_owners filters_;
   std::function<void(const filter_owners&)> keep_;

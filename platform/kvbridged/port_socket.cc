@@ -42,21 +42,40 @@ void socket_bind(int fd, const std::string& interface)
     give_up("cannot listen on", interface);
 }
 
+// What the kernel says beside a frame.
+template <typename T>
+std::optional<T> said_beside(msghdr& message, int level, int type)
+{
+  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
+    if (header->cmsg_level != level || header->cmsg_type != type)
+      continue;
+    T said;
+    std::memcpy(&said, CMSG_DATA(header), sizeof said);
+    return said;
+  }
+  return std::nullopt;
+}
+
 // The tag that the kernel took off the frame, if it did.
 std::optional<tpacket_auxdata> tag_taken_off(msghdr& message)
 {
-  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
-    if (header->cmsg_level != SOL_PACKET || header->cmsg_type != PACKET_AUXDATA)
-      continue;
-    tpacket_auxdata aux;
-    std::memcpy(&aux, CMSG_DATA(header), sizeof aux);
-    if (!(aux.tp_status & TP_STATUS_VLAN_VALID))
-      return std::nullopt;
-    if (!(aux.tp_status & TP_STATUS_VLAN_TPID_VALID))
-      aux.tp_vlan_tpid = ctag_ethertype;
-    return aux;
-  }
-  return std::nullopt;
+  auto aux = said_beside<tpacket_auxdata>(message, SOL_PACKET, PACKET_AUXDATA);
+  if (!aux || !(aux->tp_status & TP_STATUS_VLAN_VALID))
+    return std::nullopt;
+  if (!(aux->tp_status & TP_STATUS_VLAN_TPID_VALID))
+    aux->tp_vlan_tpid = ctag_ethertype;
+  return aux;
+}
+
+void mark_say(msghdr& message, std::span<char> control, uint32_t mark)
+{
+  message.msg_control = control.data();
+  message.msg_controllen = control.size();
+  cmsghdr* header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SO_MARK;
+  header->cmsg_len = CMSG_LEN(sizeof mark);
+  std::memcpy(CMSG_DATA(header), &mark, sizeof mark);
 }
 
 }  // namespace
@@ -82,6 +101,9 @@ int port_socket_send(int fd, const port_frame& frame)
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = std::size(parts);
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof frame.mark)]{};
+  if (frame.mark != 0)
+    mark_say(message, control, frame.mark);
   return sendmsg(fd, &message, 0) < 0 ? errno : 0;
 }
 
@@ -95,6 +117,13 @@ std::optional<mac_address> interface_address(const std::string& interface)
   mac_address address;
   std::memcpy(address.data(), request.ifr_hwaddr.sa_data, address.size());
   return address;
+}
+
+std::optional<mac_address> answer_address(const std::string& interface)
+{
+  constexpr char management[] = "mng0";
+  const auto address = interface_address(management);
+  return address ? address : interface_address(interface);
 }
 
 void port_reader::tag_put_back(port_frame& frame, uint16_t type, uint16_t control)
@@ -115,7 +144,7 @@ void port_reader::tag_put_back(port_frame& frame, uint16_t type, uint16_t contro
 std::optional<port_frame> port_reader::read(int fd)
 {
   port_frame frame;
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(tpacket_auxdata)) + CMSG_SPACE(sizeof frame.mark)];
   iovec parts[] = {{&frame.left_to_do, sizeof frame.left_to_do}, {buffer_.data() + tag_size, largest}};
   msghdr message{};
   message.msg_iov = parts;
@@ -129,6 +158,7 @@ std::optional<port_frame> port_reader::read(int fd)
   if (static_cast<size_t>(size) < sizeof frame.left_to_do + ethernet_header || message.msg_flags & MSG_TRUNC)
     return port_frame{};
   frame.bytes = {buffer_.data() + tag_size, static_cast<size_t>(size) - sizeof frame.left_to_do};
+  frame.mark = said_beside<uint32_t>(message, SOL_SOCKET, SO_MARK).value_or(0);
   if (const auto tag = tag_taken_off(message))
     tag_put_back(frame, tag->tp_vlan_tpid, tag->tp_vlan_tci);
   return frame;

@@ -33,13 +33,18 @@ static_assert(sizeof(offload) == 10);
 struct port_frame {
   frame_view bytes;
   offload left_to_do{};
+  uint32_t mark = 0;  // the kernel's, where the socket has SO_RCVMARK
 };
 
-// Sends one frame by a port's socket. 0 or an errno value: EMSGSIZE for one that is larger than the device takes.
+// Sends one frame by a port's socket, bearing its mark. 0 or an errno value: EMSGSIZE for one that is larger than the
+// device takes.
 int port_socket_send(int fd, const port_frame& frame);
 
 // The hardware address of an interface; nothing without that interface.
 std::optional<mac_address> interface_address(const std::string& interface);
+
+// Whose address an answer to a subscriber's request bears: mng0's, or without mng0 that of the port's interface.
+std::optional<mac_address> answer_address(const std::string& interface);
 
 // Reads frames from ports' sockets, one at a time.
 class port_reader {

@@ -61,8 +61,10 @@ std::optional<returned_record> record_parse(frame_view record)
   std::memcpy(&length, &record[record_length], sizeof length);
   if (length > record.size() || length < header_size + ethernet_header)
     return std::nullopt;
+  uint16_t port = 0;
+  std::memcpy(&port, &record[port_number], sizeof port);
   const char* name = reinterpret_cast<const char*>(&record[output_name]);
-  return returned_record{std::string(name, strnlen(name, name_size)),
+  return returned_record{port, std::string(name, strnlen(name, name_size)),
                          record.subspan(header_size, length - header_size)};
 }
 

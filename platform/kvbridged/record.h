@@ -22,6 +22,7 @@ frame_bytes record_make(frame_view frame, uint16_t stag_ethertype, uint16_t inpu
 
 // What came back from the agent.
 struct returned_record {
+  uint16_t input_port;        // as it went to the agent
   std::string output_device;  // empty: where the frame's destination is
   frame_view frame;
 };

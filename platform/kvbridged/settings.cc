@@ -28,6 +28,8 @@ unsigned number(const std::string& text, unsigned least, unsigned most)
   return value;
 }
 
+constexpr unsigned port_most = 65535;
+
 }  // namespace
 
 bridge_settings bridge_parse(const std::string& text)
@@ -61,7 +63,28 @@ void port_parse(const std::string& text, std::vector<bridge_settings>& bridges)
   const auto at = std::ranges::find(bridges, parts[0], &bridge_settings::name);
   if (at == bridges.end())
     throw fatal("no such bridge: '" + parts[0] + "'");
-  at->ports.push_back({static_cast<uint16_t>(number(parts[1], 1, 65535)), parts[2] == "network", parts[3], addresses});
+  at->ports.push_back(
+      {static_cast<uint16_t>(number(parts[1], 1, port_most)), parts[2] == "network", parts[3], addresses});
+}
+
+void port_number_parse(const std::string& text, kernel_settings& kernel)
+{
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0)
+    throw fatal("a port of a kernel bridge is INTERFACE=PORT, not '" + text + "'");
+  kernel.numbers[text.substr(0, equals)] = static_cast<uint16_t>(number(text.substr(equals + 1), 1, port_most));
+}
+
+padi_rate padi_rate_parse(const std::string& text)
+{
+  constexpr unsigned most = 1'000'000;
+  constexpr char burst_key[] = "burst=";
+  const std::vector<std::string> parts = parts_of(text);
+  if (parts.empty() || parts.size() > 2 || (parts.size() == 2 && !parts[1].starts_with(burst_key)))
+    throw fatal("a PADI rate is COUNT[,burst=COUNT], not '" + text + "'");
+  padi_rate rate{.per_second = number(parts[0], 1, most)};
+  rate.burst = parts.size() == 2 ? number(parts[1].substr(std::strlen(burst_key)), 1, most) : rate.per_second;
+  return rate;
 }
 
 }  // namespace kvbridged

@@ -3,6 +3,7 @@
 #include "pppoeia/local_mac.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
+#include "pppoeia/receive_ring.h"
 #include "pppoeia/records.h"
 #include "pppoeia/refusal_log.h"
 #include "pppoeia/text.h"
@@ -341,6 +342,15 @@ TEST(AgentInit, ChecksTheModules)
   EXPECT_EQ(pppoeia_init(), 0);
   EXPECT_THAT(syslog_take_texts(), ElementsAre("Kernel module 'kvmng' too old.", "Kernel module 'kvbridge' too old."));
   EXPECT_EQ(pppoeia_fini(), 0);
+}
+
+TEST(ReceiveRing, IsOfWholeBlocksOrOfTheUsualSize)
+{
+  const std::pair<const char*, unsigned> cases[] = {{nullptr, 1024}, {"", 1024},     {"4096", 4096},   {"64", 64},
+                                                    {"63", 1024},    {"200", 192},   {"65536", 65536}, {"65537", 1024},
+                                                    {"-64", 1024},   {"4096k", 1024}};
+  for (const auto& [wanted, kib] : cases)
+    EXPECT_EQ(receive_ring::size_from(wanted), kib * 1024) << (wanted ? wanted : "nothing");
 }
 
 TEST(AgentInit, AgainPutsFormerBridgesOutOfReach)

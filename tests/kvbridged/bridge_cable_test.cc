@@ -1,5 +1,6 @@
 // The bridge between hosts at the ends of real cables.
 #include "platform/kvbridged/modules.h"
+#include "platform/kvbridged/port_socket.h"
 #include "platform/kvbridged/tap.h"
 #include "tests/kvbridged/cables.h"
 #include "tests/kvbridged/frames.h"

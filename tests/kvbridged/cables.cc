@@ -74,21 +74,49 @@ frame_bytes host::receive(bool waiting) const
   return frame;
 }
 
+void cable_make(const std::string& name, int mtu)
+{
+  const std::string with_mtu = " mtu " + std::to_string(mtu);
+  EXPECT_TRUE(run("ip link add " + name + with_mtu + " type veth peer name h" + name + with_mtu + " && ip link set h" +
+                  name + " up"));
+  link_up(name);
+  link_up("h" + name);
+}
+
+void kernel_bridge_cable(const std::string& bridge, const std::vector<std::string>& members)
+{
+  EXPECT_TRUE(run("ip link add " + bridge + " type bridge && ip link set " + bridge + " up"));
+  for (const std::string& member : members) {
+    cable_make(member);
+    EXPECT_TRUE(run("ip link set " + member + " master " + bridge));
+  }
+}
+
 cabled_bridge::cabled_bridge(const std::string& bridge, const std::vector<std::string>& ports, int cable_mtu)
 {
   std::vector<bridge_settings> settings{bridge_parse(bridge)};
   for (const std::string& port : ports) {
     port_parse(settings[0].name + "," + port, settings);
-    const std::string& name = settings[0].ports.back().interface;
-    const std::string mtu = " mtu " + std::to_string(cable_mtu);
-    EXPECT_TRUE(
-        run("ip link add " + name + mtu + " type veth peer name h" + name + mtu + " && ip link set h" + name + " up"));
-    link_up(name);
-    link_up("h" + name);
+    cable_make(settings[0].ports.back().interface, cable_mtu);
   }
-  bridge_ = std::make_unique<kvbridged::bridge>(settings[0], events_);
+  bridge_ = bridge_make(settings[0], events_);
+  agent_make();
+}
+
+cabled_bridge::cabled_bridge(const bridge_settings& settings) : bridge_(bridge_make(settings, events_))
+{
+  agent_make();
+}
+
+cabled_bridge::~cabled_bridge()
+{
+  stop();
+}
+
+void cabled_bridge::agent_make()
+{
   int ends[2];
-  EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
   bridge_end_ = descriptor(ends[0]);
   agent_end_ = descriptor(ends[1]);
   stop_ = descriptor(eventfd(0, 0));
@@ -105,10 +133,11 @@ void cabled_bridge::start()
 void cabled_bridge::agent_read()
 {
   frame_bytes record(65536);
-  const ssize_t size = recv(agent_end_.get(), record.data(), record.size(), 0);
-  record.resize(size > 0 ? static_cast<size_t>(size) : 0);
-  if (agent(record))
-    bridge_->from_agent(record);
+  for (ssize_t size; (size = recv(agent_end_.get(), record.data(), record.size(), 0)) > 0; record.resize(65536)) {
+    record.resize(static_cast<size_t>(size));
+    if (agent(record))
+      bridge_->from_agent(record);
+  }
 }
 
 void cabled_bridge::stop()

@@ -3,7 +3,8 @@
 #ifndef TESTS_KVBRIDGED_CABLES_H
 #define TESTS_KVBRIDGED_CABLES_H
 
-#include "platform/kvbridged/bridge.h"
+#include "platform/kvbridged/agent_bridge.h"
+#include "platform/kvbridged/descriptor.h"
 
 #include <functional>
 #include <memory>
@@ -34,11 +35,19 @@ private:
   kvbridged::descriptor socket_;
 };
 
+// A cable between interfaces NAME and hNAME, both up.
+void cable_make(const std::string& name, int mtu = 1500);
+
+// A bridge of the kernel's with such cables from its members.
+void kernel_bridge_cable(const std::string& bridge, const std::vector<std::string>& members);
+
 class cabled_bridge {
 public:
   // Makes the cables from the ports' interfaces, each called as the port and with "h" in front at the host's end.
   cabled_bridge(const std::string& bridge, const std::vector<std::string>& ports, int cable_mtu = 1500);
-  ~cabled_bridge() { stop(); }
+  // A bridge of the kernel's that is there.
+  explicit cabled_bridge(const kvbridged::bridge_settings& settings);
+  ~cabled_bridge();
 
   // What the agent does with a record before it gives it back; false to drop it. Set before start().
   std::function<bool(kvbridged::frame_bytes&)> agent = [](kvbridged::frame_bytes&) { return true; };
@@ -50,10 +59,11 @@ public:
   long count(const std::string& name) const;
 
 private:
+  void agent_make();
   void agent_read();
 
   kvbridged::loop events_;
-  std::unique_ptr<kvbridged::bridge> bridge_;
+  std::unique_ptr<kvbridged::agent_bridge> bridge_;
   kvbridged::descriptor bridge_end_;
   kvbridged::descriptor agent_end_;
   kvbridged::descriptor stop_;

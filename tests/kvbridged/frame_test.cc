@@ -5,7 +5,6 @@
 #include "tests/kvbridged/frames.h"
 
 #include <algorithm>
-#include <functional>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -40,27 +39,6 @@ private:
   descriptor from_, to_;
 };
 
-// Calls with every stack of up to six tags.
-template <typename F>
-void each_stack(const F& call)
-{
-  constexpr uint16_t types[] = {0x8100, 0x88a8, stag, 0x9100, 0x9300};
-  std::vector<uint16_t> tags;
-  const std::function<void()> deeper = [&] {
-    call(tags);
-    for (const uint16_t type : types) {
-      if (tags.size() == 6)
-        return;
-      tags.push_back(type);
-      deeper();
-      tags.pop_back();
-    }
-  };
-  deeper();
-  for (size_t depth = 1; depth <= 6; ++depth)
-    call(std::vector<uint16_t>(depth, 0x9200));
-}
-
 frame_kind kind_expected(const std::vector<uint16_t>& tags, uint16_t ethertype)
 {
   const bool own =
@@ -74,7 +52,7 @@ frame_kind kind_expected(const std::vector<uint16_t>& tags, uint16_t ethertype)
 
 TEST(Classify, EveryStackOfTags)
 {
-  each_stack([](const std::vector<uint16_t>& tags) {
+  each_stack(stag, [](const std::vector<uint16_t>& tags) {
     for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x8864}, uint16_t{0x9400}}) {
       frame_bytes frame = frame_head(everybody, host_address(1), tags, ethertype);
       const size_t at = frame.size() - 2;
@@ -116,7 +94,7 @@ TEST(DiscoveryFilter, AgreesWithClassify)
 {
   const filter_in_kernel discovery(port_frames::discovery);
   const filter_in_kernel others(port_frames::others);
-  each_stack([&](const std::vector<uint16_t>& tags) {
+  each_stack(stag, [&](const std::vector<uint16_t>& tags) {
     for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
       const frame_bytes whole = frame_head(everybody, host_address(1), tags, ethertype);
       const std::vector<uint16_t> rest(tags.begin() + (tags.empty() ? 0 : 1), tags.end());

@@ -4,6 +4,8 @@
 
 #include "platform/kvbridged/frame.h"
 
+#include <functional>
+
 inline void word_add(kvbridged::frame_bytes& frame, unsigned word)
 {
   frame.push_back(static_cast<unsigned char>(word >> 8));
@@ -43,6 +45,27 @@ inline kvbridged::frame_bytes discovery_frame(unsigned char code, const kvbridge
   word_add(frame, static_cast<unsigned>(size - frame.size() - 2));
   frame.resize(size);
   return frame;
+}
+
+// Calls with every stack of up to six tags, `stag` among their types.
+template <typename F>
+void each_stack(uint16_t stag, const F& call)
+{
+  const uint16_t types[] = {0x8100, 0x88a8, stag, 0x9100, 0x9300};
+  std::vector<uint16_t> tags;
+  const std::function<void()> deeper = [&] {
+    call(tags);
+    for (const uint16_t type : types) {
+      if (tags.size() == 6)
+        return;
+      tags.push_back(type);
+      deeper();
+      tags.pop_back();
+    }
+  };
+  deeper();
+  for (size_t depth = 1; depth <= 6; ++depth)
+    call(std::vector<uint16_t>(depth, 0x9200));
 }
 
 #endif

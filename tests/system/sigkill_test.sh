@@ -3,11 +3,34 @@
 # deleted under them, and kvbridged is started again in order. Nobody does anything else about it, no PADI reaches the
 # server without the line's tag, and nothing is left behind.
 #
+# With "kernel" the bridge is the kernel's own, served beside it in closed mode; then also its programs are taken off by
+# somebody, the port leaves it and comes back, and what an agent in order gives back stays stopped.
+#
 # RANDOM_SEED=N repeats the order of a run.
-# Usage: sigkill_test.sh BIN_DIR. KILLS=50 for more than the few of a common test run. Exit status 77: skipped.
+# Usage: sigkill_test.sh BIN_DIR [kernel]. KILLS=50 for more than the few of a common test run. Exit status 77: skipped.
 . "$(dirname "$0")/node.sh"
 
 kills=${KILLS:-6}
+kind_of_bridge=${2:-own}
+devices=1
+kinds=(kvbridged agent both device end kvbridged agent)
+if [ "$kind_of_bridge" = kernel ]; then
+  "$bin/kvbridged" status >"$work/status.log" 2>&1 || skip "$(cat "$work/status.log")"
+  devices=2
+  kinds+=(qdisc uplink_qdisc helper port)
+  ip link add br0 type bridge
+  for link in br0 line uplink; do
+    ip link set "$link" up
+    [ "$link" = br0 ] || ip link set "$link" master br0
+  done
+  kvbridged_start() {
+    start kvbridged "$bin/kvbridged" run --kernel-bridge br0 --uplink uplink --port line=1 --port uplink=9
+    wait_for test -e "$tree/mng/config" && return
+    ! grep -q eBPF "$work/kvbridged.log" || skip "$(tail -n 1 "$work/kvbridged.log")"
+    fail "kvbridged does not start"
+  }
+fi
+has_programs() { tc filter show dev "$1" "$2" 2>/dev/null | grep -q kvb_; }
 arrived() {  # tagged|other
   local _ tagged other
   read -r _ tagged _ other <"$work/arrived.log"
@@ -71,8 +94,7 @@ killings=0
 for ((round = 0; killings < kills; round++)); do
   nap 150
   # Each kind once, then at random.
-  kinds=(kvbridged agent both device end kvbridged agent)
-  kind=${kinds[$((round < 5 ? round : RANDOM % 7))]}
+  kind=${kinds[$((round < 5 ? round : RANDOM % ${#kinds[@]}))]}
   case $kind in
     kvbridged | end)
       before=$(padi_count)
@@ -106,12 +128,18 @@ for ((round = 0; killings < kills; round++)); do
       ip link del br0_pppoe
       wait_for ip link show br0_pppoe || fail "the device is not made anew"
       ;;
+    qdisc) tc qdisc del dev line clsact && wait_for has_programs line ingress || fail "the line's programs are not back" ;;
+    uplink_qdisc)
+      tc qdisc del dev uplink clsact && wait_for has_programs uplink egress || fail "the uplink's programs are not back"
+      ;;
+    helper) ip link del br0_back && wait_for ip link show br0_back || fail "the helper device is not made anew" ;;
+    port) ip link set line nomaster && nap 200 && ip link set line master br0 ;;
   esac
   flows "after the loss of $kind"
   wait_for no_more_descriptors ||
     fail "descriptors: kvbridged $fds -> $(count_of kvbridged), agent $agent_fds -> $(count_of agent)"
   [ "$(mounts_of agent)" -le "$agent_mounts" ] || fail "the agent's mounts have grown to $(mounts_of agent)"
-  [ "$(ip -o link show type tun | wc -l)" = 1 ] || fail "there is more than one device"
+  [ "$(ip -o link show type tun | wc -l)" = "$devices" ] || fail "there are more devices than $devices"
   [ "$(grep -c kvbridged /proc/self/mountinfo)" -le 2 ] || fail "dead mounts pile up"
   echo "$round: lost $kind, $(arrived tagged) PADIs tagged, $(arrived other) not"
 done
@@ -120,9 +148,17 @@ kill -TERM "${pid[agent]}"
 wait "${pid[agent]}" || fail "the agent did not end in order"
 before=$(arrived other)
 given_back() { [ "$(arrived other)" -gt "$before" ]; }
-wait_for given_back || fail "discovery does not pass after the bridge was deleted in order"
-kill -TERM "${pid[kvbridged]}"
-wait "${pid[kvbridged]}" || fail "kvbridged did not end in order"
+kvbridged_end() { kill -TERM "${pid[kvbridged]}" && wait "${pid[kvbridged]}" || fail "kvbridged did not end in order"; }
+if [ "$kind_of_bridge" = kernel ]; then
+  nothing_passes
+  kvbridged_end
+  ! has_programs line ingress && ! has_programs uplink egress || fail "programs are left behind"
+  wait_for given_back || fail "the bridge does not forward as before"
+  tc qdisc show | grep clsact && fail "qdiscs are left behind"
+else
+  wait_for given_back || fail "discovery does not pass after the bridge was deleted in order"
+  kvbridged_end
+fi
 [ ! -e /run/kvbridged ] || fail "left behind: $(ls -R /run/kvbridged)"
 [ "$(wc -l </proc/self/mountinfo)" = "$mounts" ] || fail "mounts are left behind: $(grep kvbridged /proc/self/mountinfo)"
 ip link show br0_pppoe >/dev/null 2>&1 && fail "the device is left behind"

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <future>
 #include <list>
 #include <sstream>
 #include <sys/socket.h>
@@ -86,6 +87,16 @@ TEST_F(Command, ItsStatusTellsHowItWent)
   EXPECT_THAT(agent().ctl({"port", "trust", "get", "br0", "4"}).err, HasSubstr("no such port"));
   EXPECT_EQ(ctl(fresh_socket(), {"log", "level", "get"}).status, 3);  // no agent
   EXPECT_EQ(ctl(fresh_socket(), {"-batch", "-"}, "init\n").status, 3);
+}
+
+TEST_F(Command, WaitsForAnAgentThatComesLate)
+{
+  const std::string path = fresh_socket();
+  auto late = std::async(std::launch::async, [&] { return ctl(path, {"--wait", "60", "log", "level", "get"}).status; });
+  EXPECT_EQ(ctl(path, {"--wait", "0.2", "log", "level", "get"}).status, 3);
+  ASSERT_EQ(symlink(agent().socket().c_str(), path.c_str()), 0);
+  EXPECT_EQ(late.get(), 0);
+  unlink(path.c_str());
 }
 
 TEST_F(Command, EndsWithFourWhenNoAnswerComes)

@@ -36,7 +36,7 @@ constexpr own_command own_commands[] = {
     {"call", "", ""},
 };
 
-constexpr std::string_view program_options = "--socket -t --json -batch -force --watch --help";
+constexpr std::string_view program_options = "--socket -t --json -batch -force --watch --wait --help";
 
 // What was typed, taken apart.
 struct typed {

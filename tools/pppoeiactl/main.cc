@@ -16,6 +16,7 @@ namespace {
 struct settings {
   std::string socket = agent_client::default_socket;
   double seconds = 5;
+  double patience = 0;
   bool json = false;
   bool go_on = false;
   std::string batch;
@@ -43,10 +44,20 @@ bool pause(double seconds)
   return true;
 }
 
+// Until somebody serves the agent's socket, for as long as was asked. Who it is that answers, the command finds out.
+void await_agent(agent_client::connection& agent, double seconds)
+{
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < end &&
+         agent.call(row("pppoeia_log_level_get"), {}).error == ippc::call_error::no_server)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
 exit_status run(const settings& given)
 {
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
   const context context{agent, given.json};
+  await_agent(agent, given.patience);
   if (given.completing) {
     for (const std::string& word : completions(context, given.command))
       std::printf("%s\n", word.c_str());
@@ -82,8 +93,8 @@ struct program_option {
   bool has_value;
 };
 constexpr program_option program_options[] = {
-    {"--socket", true}, {"-t", true},      {"--json", false}, {"--batch", true},
-    {"--force", false}, {"--watch", true}, {"--help", false}, {"-h", false},
+    {"--socket", true}, {"-t", true},     {"--json", false}, {"--batch", true}, {"--force", false},
+    {"--watch", true},  {"--wait", true}, {"--help", false}, {"-h", false},
 };
 
 const program_option* program_option_find(std::string_view word)
@@ -143,6 +154,9 @@ int main(int argc, char** argv)
   app.add_option("--watch", given.watch_seconds, "Repeat the command at that pace")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.01, 86400.0));
+  app.add_option("--wait", given.patience, "Wait up to that long for an agent to serve")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 86400.0));
   app.add_flag_callback("--man", [] { print_and_end(manual_page()); })->group("");
   app.add_flag_callback("--operations-table", [] { print_and_end(operations_table()); })->group("");
   app.get_formatter()->label("OPTIONS", "OPTIONS] COMMAND [ARGUMENT...");  // stands in brackets

@@ -97,6 +97,9 @@ Go on after a failed line.
 .TP
 .BI \-\-watch " SECONDS"
 Repeat the command at that pace until interrupted.
+.TP
+.BI \-\-wait " SECONDS"
+Wait up to that long for an agent to serve, as after a start.
 .SH COMMANDS
 )";
 

@@ -1,0 +1,395 @@
+// A bridge of the kernel's between hosts at the ends of real cables, with an agent that marks what it treated.
+#include "platform/kvbridged/kernel/entry.h"
+#include "platform/kvbridged/kernel/found_programs.h"
+#include "platform/kvbridged/port_socket.h"
+#include "tests/kvbridged/cables.h"
+#include "tests/kvbridged/frames.h"
+
+#include <atomic>
+#include <bpf/bpf.h>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <poll.h>
+#include <set>
+#include <sys/socket.h>
+
+namespace {
+
+using namespace kvbridged;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr unsigned char padi = 0x09, pado = 0x07;
+constexpr unsigned char treated = 0x77;  // the last byte of what was at the agent
+constexpr size_t port_place = 52, input_name_place = 74, output_name_place = 90, frame_place = 107;
+const mac_address client = host_address(1), server = host_address(9);
+
+// The end of a cable where all tags are in their places.
+class wire {
+public:
+  explicit wire(const std::string& interface)
+      : socket_(port_socket_open(interface, port_frames::discovery, 0x88a8)), sender_(interface)
+  {
+    constexpr int room = 64 * 1024 * 1024;
+    setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
+  }
+  void send(frame_view frame) const { sender_.send(frame); }
+  // Empty when none comes for some seconds, or with `waiting` false when none is there.
+  frame_bytes receive(bool waiting = true)
+  {
+    pollfd wait{socket_.get(), POLLIN, 0};
+    if (poll(&wait, 1, waiting ? 3000 : 0) != 1)
+      return {};
+    const auto frame = reader_.read(socket_.get());
+    return frame ? frame_bytes(frame->bytes.begin(), frame->bytes.end()) : frame_bytes{};
+  }
+
+private:
+  descriptor socket_;
+  port_reader reader_;
+  host sender_;
+};
+
+bridge_settings settings_of(kernel_settings kernel = {})
+{
+  kernel.uplinks.insert("up9");
+  return {.name = "br0", .kernel = kernel};
+}
+
+bool treat(frame_bytes& record)
+{
+  record.back() = treated;
+  return true;
+}
+
+frame_bytes after_agent(frame_bytes frame)
+{
+  frame.back() = treated;
+  return frame;
+}
+
+bool wait_until(const std::function<bool()>& condition)
+{
+  for (int tries = 0; tries < 2000; ++tries) {
+    if (condition())
+      return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return false;
+}
+
+std::optional<uint32_t> port_at(const std::string& interface)
+{
+  const auto index = static_cast<int>(if_nametoindex(interface.c_str()));
+  const auto found = found_programs::at(index);
+  const auto role = found ? found->role(index) : std::nullopt;
+  return role ? std::optional(*role >> KVB_PORT_SHIFT) : std::nullopt;
+}
+
+std::string said(const char* command)
+{
+  std::string text;
+  FILE* output = popen(command, "r");
+  for (int byte; output && (byte = std::fgetc(output)) != EOF;)
+    text += static_cast<char>(byte);
+  pclose(output);
+  return text;
+}
+
+bool has_qdisc(const std::string& interface)
+{
+  return run("tc qdisc show dev " + interface + " | grep -q clsact");
+}
+
+class KernelBridge : public testing::Test {
+protected:
+  void SetUp() override
+  {
+    if (const std::string why = network_enter(); !why.empty())
+      GTEST_SKIP() << why;
+    const bpf_insn nothing[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, 0}, {BPF_JMP | BPF_EXIT, 0, 0, 0, 0}};
+    const descriptor program(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "probe", "", nothing, 2, nullptr));
+    if (program.get() < 0)
+      GTEST_SKIP() << "this kernel takes no eBPF programs from us";
+    if (access("/dev/net/tun", R_OK | W_OK) != 0)
+      GTEST_SKIP() << "needs TAP devices";
+    kernel_bridge_cable("br0", {"line1", "line2", "up9"});
+    run("bridge link set dev line1 isolated on; bridge link set dev line2 isolated on");
+  }
+};
+
+TEST_F(KernelBridge, DiscoveryComesBackFromTheAgentBehindItsTags)
+{
+  cabled_bridge node(settings_of());
+  wire line("hline1"), uplink("hup9");
+  std::atomic<int> wrong = 0;
+  frame_bytes sent;
+  node.agent = [&](frame_bytes& record) {
+    uint16_t port = 0;
+    std::memcpy(&port, &record[port_place], sizeof port);
+    const char* from = reinterpret_cast<const char*>(&record[input_name_place]);
+    const char* to = reinterpret_cast<const char*>(&record[output_name_place]);
+    const bool whole = std::equal(sent.begin(), sent.end(), record.begin() + frame_place, record.end());
+    const bool upstream = port == 1 && std::string(from) == "line1";
+    const bool downstream = port == 9 && std::string(from) == "up9";
+    wrong += !whole || !(upstream || downstream) || std::string(to) != "br0";
+    return treat(record);
+  };
+  node.start();
+  for (const std::vector<uint16_t>& tags : std::vector<std::vector<uint16_t>>{
+           {}, {0x8100}, {0x88a8}, {0x88a8, 0x8100}, {0x8100, 0x8100, 0x8100}, {0x88a8, 0x8100, 0x8100, 0x8100}}) {
+    sent = discovery_frame(padi, everybody, client, 80, tags);
+    line.send(sent);
+    ASSERT_EQ(uplink.receive(), after_agent(sent)) << tags.size();
+    sent = discovery_frame(pado, client, server, 80, tags);
+    uplink.send(sent);
+    ASSERT_EQ(line.receive(), after_agent(sent)) << tags.size();
+  }
+  for (const std::vector<uint16_t>& tags :
+       std::vector<std::vector<uint16_t>>{{0x9100}, {0x8100, 0x9200}, std::vector<uint16_t>(5, 0x8100)})
+    line.send(discovery_frame(padi, everybody, client, 80, tags));
+  sent = discovery_frame(padi, everybody, client);
+  line.send(sent);
+  EXPECT_EQ(uplink.receive(), after_agent(sent));
+  node.stop();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(node.count("hidden"), 3);
+  EXPECT_EQ(node.count("captured"), 13);
+  EXPECT_EQ(node.count("given back"), 13);
+}
+
+// All else is the kernel's: it goes on at once, with or without an agent.
+TEST_F(KernelBridge, OtherTrafficIsForwardedByTheKernel)
+{
+  cabled_bridge node(settings_of());
+  const host line("hline1"), uplink("hup9");
+  const auto passes = [&] {
+    for (const std::vector<uint16_t>& tags : {std::vector<uint16_t>{}, {0x8100, 0x8100}, {0x9100}}) {
+      frame_bytes session = frame_head(everybody, client, tags, 0x8864);
+      session.resize(70);
+      line.send(session);
+      EXPECT_FALSE(uplink.receive().empty());
+    }
+  };
+  passes();
+  node.start();
+  passes();
+  node.stop();
+  EXPECT_EQ(node.count("captured"), 0);
+}
+
+TEST_F(KernelBridge, ErrorAnswersLeaveByTheClientsMember)
+{
+  cabled_bridge node(settings_of());
+  wire line("hline1"), other("hline2"), uplink("hup9");
+  node.agent = [](frame_bytes& record) {
+    record[output_name_place] = 0;
+    const mac_address answered = source_of(frame_view(record).subspan(frame_place));
+    std::copy(answered.begin(), answered.end(), record.begin() + frame_place);
+    return treat(record);
+  };
+  node.start();
+  const frame_bytes request = discovery_frame(padi, everybody, client, 80, {0x8100});
+  line.send(request);
+  const frame_bytes answer = line.receive();
+  EXPECT_EQ(answer, after_agent(discovery_frame(padi, client, client, 80, {0x8100})));
+  // Larger than the agent's buffer: answered here.
+  line.send(discovery_frame(padi, everybody, client, 1510));
+  const frame_bytes told = line.receive();
+  ASSERT_EQ(told.size(), 60u);
+  EXPECT_EQ(told[15], pado);
+  node.stop();
+  EXPECT_TRUE(uplink.receive(false).empty());
+  EXPECT_TRUE(other.receive(false).empty());
+  EXPECT_EQ(node.count("answered"), 1);
+}
+
+TEST_F(KernelBridge, MembersComeAndGoAndAreRenamed)
+{
+  cabled_bridge node(settings_of());
+  std::atomic<int> port = 0;
+  node.agent = [&](frame_bytes& record) { return port = record[port_place], treat(record); };
+  node.start();
+  wire uplink("hup9");
+  cable_make("line5");
+  EXPECT_EQ(port_at("line5"), std::nullopt);
+  EXPECT_TRUE(run("ip link set line5 master br0"));
+  ASSERT_TRUE(wait_until([] { return port_at("line5") == 5; }));
+  const wire line("hline5");
+  const frame_bytes request = discovery_frame(padi, everybody, client);
+  line.send(request);
+  EXPECT_EQ(uplink.receive(), after_agent(request));
+  EXPECT_EQ(port, 5);
+  EXPECT_TRUE(run("ip link set line5 down && ip link set line5 name line6 && ip link set line6 up"));
+  ASSERT_TRUE(wait_until([] { return port_at("line6") == 6; }));
+  link_up("line6");
+  line.send(request);
+  EXPECT_EQ(uplink.receive(), after_agent(request));
+  EXPECT_EQ(port, 6);
+  // Who takes another's number makes both nameless.
+  EXPECT_TRUE(run("ip link set line6 down && ip link set line6 name other1 && ip link set other1 up"));
+  EXPECT_TRUE(wait_until([] { return port_at("line1") == 0 && port_at("other1") == 0; }));
+  EXPECT_TRUE(run("ip link set other1 nomaster"));
+  EXPECT_TRUE(wait_until([] { return port_at("line1") == 1 && !port_at("other1") && !has_qdisc("other1"); }));
+  EXPECT_TRUE(run("ip link del line2"));
+  EXPECT_TRUE(run("ip link del br0 && ip link add br0 type bridge && ip link set br0 up"));
+  EXPECT_TRUE(wait_until([] { return !port_at("up9") && !has_qdisc("line1"); }));
+  EXPECT_TRUE(run("ip link set up9 master br0 && ip link set line1 master br0"));
+  ASSERT_TRUE(wait_until([] { return port_at("up9") == 9 && port_at("line1") == 1; }));
+  const wire first("hline1");
+  ASSERT_TRUE(wait_until([&] { return first.send(request), uplink.receive(false) == after_agent(request); }));
+  node.stop();
+}
+
+// Whatever somebody takes off is back, and meanwhile nothing untreated reaches the network.
+TEST_F(KernelBridge, ProgramsThatSomebodyTookOffAreBack)
+{
+  testing::internal::CaptureStderr();
+  cabled_bridge node(settings_of());
+  node.agent = treat;
+  node.start();
+  wire line("hline1"), uplink("hup9");
+  const frame_bytes request = discovery_frame(padi, everybody, client);
+  for (const std::string what :
+       {"tc qdisc del dev line1 clsact", "tc filter del dev line1 ingress", "tc qdisc del dev up9 clsact",
+        "tc qdisc del dev br0_back clsact", "ip link del br0_back"}) {
+    ASSERT_TRUE(run(what)) << what;
+    const auto begin = std::chrono::steady_clock::now();
+    frame_bytes came;
+    ASSERT_TRUE(wait_until([&] { return line.send(request), !(came = uplink.receive(false)).empty(); })) << what;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1)) << what;
+    for (; !came.empty(); came = uplink.receive(false))
+      ASSERT_TRUE(came == after_agent(request) || what.find("up9") != std::string::npos) << what;
+  }
+  node.stop();
+  const std::string told = testing::internal::GetCapturedStderr();
+  for (const char* where : {"line1", "up9"})
+    EXPECT_THAT(told, HasSubstr(std::string("kvbridged: br0: the programs at ") + where +
+                                " were taken off by somebody else, and are back\n"));
+  EXPECT_THAT(told, HasSubstr("the device br0_back was deleted by somebody else, and is back"));
+}
+
+TEST_F(KernelBridge, EndLeavesInterfacesAsTheyWere)
+{
+  const char everything[] = "tc qdisc show; for i in line1 line2 up9; do tc filter show dev $i ingress; done 2>&1";
+  ASSERT_TRUE(run("tc qdisc add dev line2 clsact && "
+                  "tc filter add dev line2 ingress prio 7 protocol ip u32 match u32 0 0 flowid 1:1"));
+  const std::string before = said(everything);
+  {
+    cabled_bridge node(settings_of());
+    EXPECT_NE(said(everything), before);
+  }
+  EXPECT_EQ(said(everything), before);
+  EXPECT_EQ(if_nametoindex("br0_back"), 0u);
+}
+
+// The next one goes on with the counts; between the two nothing passes.
+TEST_F(KernelBridge, ProgramsOutliveTheirProcessAndAreTakenOver)
+{
+  wire line("hline1"), uplink("hup9");
+  const frame_bytes request = discovery_frame(padi, everybody, client);
+  {
+    cabled_bridge node(settings_of());
+    node.agent = treat;
+    node.start();
+    line.send(request);
+    EXPECT_EQ(uplink.receive(), after_agent(request));
+    EXPECT_THROW(bridge_make(settings_of(), *std::make_unique<loop>()), fatal);
+    EXPECT_THROW(kernel_release("br0"), fatal);
+    node.stop();
+  }
+  EXPECT_THAT(kernel_status(false), HasSubstr("br0: no kvbridged, road down\n"));
+  line.send(request);
+  EXPECT_TRUE(run("ip link set line2 nomaster"));
+  {
+    cabled_bridge next(settings_of());
+    EXPECT_FALSE(has_qdisc("line2"));
+    line.send(request);
+    next.agent = treat;
+    next.start();
+    line.send(request);
+    EXPECT_EQ(uplink.receive(), after_agent(request));
+    EXPECT_TRUE(uplink.receive(false).empty());
+    next.stop();
+    EXPECT_EQ(next.count("captured"), 2);
+    EXPECT_EQ(next.count("stopped"), 2);
+  }
+  EXPECT_EQ(kernel_release("br0"), "line1: left as it was found\nup9: left as it was found\n");
+  EXPECT_FALSE(has_qdisc("line1") || has_qdisc("up9"));
+  line.send(request);
+  EXPECT_EQ(uplink.receive(), request);
+}
+
+// The loop stands still, as that of a process that was killed: its heart is not heard any more.
+TEST_F(KernelBridge, DeadProcessIsSeenWithinASecond)
+{
+  wire line("hline1"), uplink("hup9");
+  const frame_bytes request = discovery_frame(padi, everybody, client);
+  for (const when_down mode : {when_down::open, when_down::closed}) {
+    const bool open = mode == when_down::open;
+    cabled_bridge node(settings_of({.mode = mode}));
+    node.agent = treat;
+    node.start();
+    line.send(request);
+    EXPECT_EQ(uplink.receive(), after_agent(request));
+    node.stop();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    line.send(request);
+    EXPECT_EQ(uplink.receive(open), open ? request : frame_bytes{});
+    EXPECT_EQ(node.count("stopped"), open ? 0 : 1);
+    EXPECT_EQ(node.count("passed"), open ? 1 : 0);
+  }
+}
+
+TEST_F(KernelBridge, RateIsEachSubscribersOwn)
+{
+  cabled_bridge node(settings_of({.rate = {.per_second = 1, .burst = 5}}));
+  wire line1("hline1"), line2("hline2"), uplink("hup9");
+  node.agent = treat;
+  node.start();
+  for (int i = 0; i < 1000; ++i)
+    line1.send(discovery_frame(padi, everybody, client));
+  for (int i = 0; i < 5; ++i)
+    line2.send(discovery_frame(padi, everybody, host_address(2)));
+  std::map<unsigned char, int> came;
+  for (int i = 0; i < 10; ++i)
+    if (const frame_bytes frame = uplink.receive(); frame.size() > 12)
+      ++came[frame[11]];
+  node.stop();
+  EXPECT_EQ(came[2], 5);
+  EXPECT_GE(came[1], 5);
+  EXPECT_GE(node.count("refused by rate"), 990);
+  EXPECT_EQ(node.count("captured") + node.count("refused by rate"), 1005);
+}
+
+// Ten thousand clients at once, each frame with a number of its own.
+TEST_F(KernelBridge, StormLosesNothing)
+{
+  constexpr unsigned clients = 10'000;
+  cabled_bridge node(settings_of());
+  wire line("hline1"), uplink("hup9");
+  node.agent = treat;
+  node.start();
+  for (unsigned i = 0; i < clients; ++i) {
+    mac_address address = client;
+    address[1] = static_cast<unsigned char>(i >> 8);
+    address[2] = static_cast<unsigned char>(i);
+    line.send(discovery_frame(padi, everybody, address));
+  }
+  std::set<unsigned> came;
+  for (unsigned i = 0; i < clients; ++i) {
+    const frame_bytes frame = uplink.receive();
+    ASSERT_EQ(frame.size(), 60u) << i;
+    ASSERT_EQ(frame.back(), treated);
+    came.insert(unsigned{frame[7]} << 8 | frame[8]);
+  }
+  node.stop();
+  EXPECT_EQ(came.size(), clients);
+  EXPECT_EQ(node.count("lost"), 0);
+}
+
+}  // namespace
