@@ -53,9 +53,10 @@ class Tree:
             left.unlink()
 
     def configure(self):
-        """With what compiles and links quickest; an AddressSanitizer's program says where it was wrong either way."""
+        """With what compiles and links quickest, unless the environment names a compiler."""
         linker = "-fuse-ld=lld" if shutil.which("ld.lld") else ""
-        compiler = ["-DCMAKE_CXX_COMPILER=clang++", "-DCMAKE_C_COMPILER=clang"] if shutil.which("clang++") else []
+        quick = shutil.which("clang++") and "CXX" not in os.environ
+        compiler = ["-DCMAKE_CXX_COMPILER=clang++", "-DCMAKE_C_COMPILER=clang"] if quick else []
         done = run([
             "cmake", "-G", "Ninja", "-S", self.source, "-B", self.build,
             "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0 -w", "-DPPPOEIA_SANITIZE=address",
