@@ -1,5 +1,6 @@
 // Bridge instances on a kernel in memory: creation step by step, each step's failure, deletion, the worker.
 #include "pppoeia/frame.h"
+#include "pppoeia/local_mac.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/receive_ring.h"
@@ -7,6 +8,7 @@
 #include "pppoeia/refusal_log.h"
 #include "pppoeia/text.h"
 #include "tests/support/fake_kernel.h"
+#include "tests/support/files.h"
 #include "tests/support/records_fixture.h"
 #include "tests/support/syslog_capture.h"
 
@@ -15,7 +17,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
 #include <iterator>
 #include <thread>
 
@@ -24,12 +25,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-size_t threads_of_this_process()
-{
-  const auto tasks = std::filesystem::directory_iterator("/proc/self/task");
-  return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
-}
 
 // Lines since the last call, without those on the worker's priority: they stand anywhere, and depend on the machine.
 std::vector<std::string> messages()
@@ -69,6 +64,19 @@ protected:
     pppoeia_stats stats{};
     EXPECT_EQ(pppoeia_bridge_stats_get("br0", &stats), 0);
     return stats.padi;
+  }
+  // An agent that has just been initialised, but for the given kernel.
+  template <typename Body>
+  static void on_fresh_kernel(Body body)
+  {
+    pppoeia_fini();
+    {
+      fake_kernel fresh;
+      EXPECT_EQ(pppoeia_init(), 0);
+      body(fresh);
+      pppoeia_fini();
+    }
+    EXPECT_EQ(pppoeia_init(), 0);
   }
   // The device of "br0" goes away, and neither kernel module answers.
   void lose_modules()
@@ -153,20 +161,35 @@ TEST_F(BridgeInstance, EveryFailingStepCleansUp)
       {"set_nonblocking", -1, "<br0> Cannot set socket to non-blocking mode."},
       {"bind_packet", -1, "<br0> Cannot bind socket."},
   };
-  for (const row& row : rows) {
-    pppoeia_fini();
-    fake_kernel fresh;
-    EXPECT_EQ(pppoeia_init(), 0);
-    fresh.failing[row.step] = EIO;
-    messages();
-    EXPECT_EQ(pppoeia_bridge_add("br0", 4), row.result) << row.step;
-    EXPECT_THAT(messages(), Contains(row.message)) << row.step;
-    EXPECT_FALSE(bridge_find("br0"));
-    EXPECT_EQ(fresh.open_descriptors(), 0u) << row.step;
-    EXPECT_THAT(fresh.devices, IsEmpty()) << row.step;
-    pppoeia_fini();
-  }
-  EXPECT_EQ(pppoeia_init(), 0);
+  for (const row& row : rows)
+    on_fresh_kernel([&](fake_kernel& fresh) {
+      fresh.failing[row.step] = EIO;
+      messages();
+      EXPECT_EQ(pppoeia_bridge_add("br0", 4), row.result) << row.step;
+      EXPECT_THAT(messages(), Contains(row.message)) << row.step;
+      EXPECT_FALSE(bridge_find("br0"));
+      EXPECT_EQ(fresh.open_descriptors(), 0u) << row.step;
+      EXPECT_THAT(fresh.devices, IsEmpty()) << row.step;
+    });
+}
+
+// As in a process whose standard input was closed.
+TEST_F(BridgeInstance, DescriptorZeroIsOneAsAnyOther)
+{
+  for (const char* step : {"open:/proc/net/mng/config", "open:/proc/net/kvbridge/config",
+                           "open:/proc/net/kvbridge/br0/bridge", "datagram_socket", "packet_socket"})
+    on_fresh_kernel([&](fake_kernel& fresh) {
+      fresh.kvmng_version = 2;
+      fresh.at_zero = step;
+      messages();
+      pppoeia_init();
+      EXPECT_THAT(messages(), Contains("Kernel module 'kvmng' version mismatch (2 instead of 3)."));
+      add_with_port();
+      unsigned char mac[6];
+      EXPECT_EQ(pppoeia_get_local_mac(mac), 0) << step;
+      EXPECT_EQ(pppoeia_bridge_del("br0"), 0) << step;
+      EXPECT_EQ(fresh.open_descriptors(), 0u) << step;
+    });
 }
 
 TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
@@ -174,7 +197,7 @@ TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
   // The first thread of a process may bring a helper of the thread library along.
   ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
   ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
-  const size_t threads = threads_of_this_process();
+  const auto threads = entries("/proc/self/task");
   for (int round = 0; round < 20; ++round) {
     add_with_port();
     const int wire = kernel.wire("br0_pppoe");
@@ -186,7 +209,7 @@ TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
     EXPECT_EQ(padis(), 3u);
     ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
   }
-  EXPECT_EQ(threads_of_this_process(), threads);
+  EXPECT_EQ(entries("/proc/self/task"), threads);
   EXPECT_EQ(pppoeia_bridge_del("br0"), -ENOENT);
 }
 
@@ -274,6 +297,7 @@ TEST_F(BridgeInstance, DeviceThatVanishesIsMadeAnewAndServedAsBefore)
     EXPECT_GT(kernel.tried(step), before) << step;
   }
   kernel.fail_from_now({});
+  kernel.at_zero = "open:/proc/net/mng/config";
   EXPECT_TRUE(logged("<br0> Pseudo device 'br0_pppoe' is back."));
   EXPECT_EQ(heard.size(), 2u) << testing::PrintToString(heard);
   EXPECT_TRUE(serves());
@@ -294,6 +318,7 @@ TEST_F(BridgeInstance, DeviceThatComesBackAnotherIsTold)
 {
   ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
   kernel.stag_ethertype = 0x9100;
+  kernel.at_zero = "open:/proc/net/kvbridge/br0/bridge";
   kernel.vanish("br0_pppoe");
   EXPECT_TRUE(logged("<br0> MTU or S-Tag EtherType have changed: delete the bridge and add it again."));
 }

@@ -2,6 +2,7 @@
 // syslog(), below, sends to a socket that the test reads, and like the C library's it waits for room there, with a
 // lock.
 #include "base/system_log.h"
+#include "tests/support/files.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -327,8 +327,7 @@ TEST(SystemLog, ItsThreadLeavesOnlyTheSignalsOfTheEndToOthers)
     for (system_log(LOG_INFO, "it runs"); syslog_done == 0;)
       std::this_thread::yield();
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-      std::ifstream file(entry.path() / "status");
-      const std::string status{std::istreambuf_iterator<char>(file), {}};
+      const std::string status = file_text(entry.path() / "status");
       if (status.find("Name:\tlog-writer\n") != std::string::npos)
         system_log(LOG_INFO, status.substr(status.find("SigBlk:"), 24).c_str());
     }

@@ -1,6 +1,7 @@
 // What reaches a terminal, in whose name, and what cannot hold the process up.
 #include "base/caller.h"
 #include "base/terminal.h"
+#include "tests/support/files.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -28,17 +29,7 @@ constexpr gid_t further_group = 54323;
 
 class Terminal : public testing::Test {
 protected:
-  Terminal()
-  {
-    char name[] = "/tmp/terminal_test.XXXXXX";
-    folder_ = mkdtemp(name);
-    chmod(folder_.c_str(), 0755);
-  }
-  ~Terminal() override
-  {
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind";
-    std::filesystem::remove_all(folder_);
-  }
+  ~Terminal() override { EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind"; }
 
   std::string file(const std::string& name, uid_t user, gid_t group, mode_t mode) const
   {
@@ -49,21 +40,15 @@ protected:
     return path;
   }
 
-  static std::string content(const std::string& path)
-  {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
-
-  std::filesystem::path folder_;
+  const own_folder own_;
+  const std::filesystem::path folder_ = own_.path;
 };
 
 TEST_F(Terminal, TakesTheTextOrSaysWhatFailed)
 {
   const std::string path = file("file", getuid(), getgid(), 0600);
   EXPECT_EQ(terminal_write(path, "AS"), nullptr);
-  EXPECT_EQ(content(path), "AS it was") << "not truncated";
+  EXPECT_EQ(file_text(path), "AS it was") << "not truncated";
   const std::string fifo = folder_ / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   for (const std::string& bad : {folder_.string(), fifo, std::string("/nonexistent/tty"), std::string(5000, '/') + "x"})
@@ -113,16 +98,16 @@ TEST_F(TerminalOfCaller, IsWrittenWithTheirRightsAlone)
   for (const std::string& theirs : {file("user", operator_id, 0, 0200), file("group", 0, operator_group, 0020),
                                     file("further", 0, further_group, 0020), file("all", 0, 0, 0002)}) {
     EXPECT_EQ(write_as_operator(theirs), nullptr) << theirs;
-    EXPECT_EQ(content(theirs), "THEIRSwas") << theirs;
+    EXPECT_EQ(file_text(theirs), "THEIRSwas") << theirs;
   }
   for (const std::string& ours : {file("ours", 0, 0, 0664), file("other", operator_id + 1, operator_id, 0660)}) {
     EXPECT_STREQ(write_as_operator(ours), not_opened) << ours;
-    EXPECT_EQ(content(ours), "as it was") << ours;
+    EXPECT_EQ(file_text(ours), "as it was") << ours;
   }
   const std::string hidden = file("hidden", operator_id, 0, 0600);
   chmod(folder_.c_str(), 0700);
   EXPECT_STREQ(write_as_operator(hidden), not_opened);
-  EXPECT_EQ(content(hidden), "as it was");
+  EXPECT_EQ(file_text(hidden), "as it was");
 }
 
 TEST_F(TerminalOfCaller, ThoseWhoCannotBeToldWriteNothingAndRootEverything)
@@ -136,7 +121,7 @@ TEST_F(TerminalOfCaller, ThoseWhoCannotBeToldWriteNothingAndRootEverything)
   const caller root{0, 0, {}};
   const caller_scope scope(&root);
   EXPECT_EQ(terminal_write(path, "ROOT'S"), nullptr);
-  EXPECT_EQ(content(path), "ROOT'Swas");
+  EXPECT_EQ(file_text(path), "ROOT'Swas");
 }
 
 // Ways round the permissions of a file: by what the process has open, and where the kernel asks for user 0 or for a
@@ -150,7 +135,7 @@ TEST_F(TerminalOfCaller, TheProcesssOwnFilesAndTerminalAreOutOfReach)
                                  "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd),
                                  std::string("/proc/self/fd/0"), std::string("/dev/stderr")})
     EXPECT_STREQ(write_as_operator(way), not_opened) << way;
-  EXPECT_EQ(content(path), "as it was");
+  EXPECT_EQ(file_text(path), "as it was");
   close(fd);
   // The text is no number, so it changes nothing where it does get through.
   const std::string setting = "/proc/sys/vm/swappiness";
@@ -185,9 +170,7 @@ TEST_F(TerminalOfCaller, LeavesTheProcessAsItIs)
       for (std::ifstream status(task.path() / "status"); std::getline(status, line);)
         if (line.starts_with("Cap") || line.starts_with("Uid") || line.starts_with("Gid") || line.starts_with("Groups"))
           all << line << "\n";
-    const auto descriptors = std::filesystem::directory_iterator("/proc/self/fd");
-    all << "dumpable " << prctl(PR_GET_DUMPABLE) << " descriptors "
-        << std::distance(begin(descriptors), end(descriptors));
+    all << "dumpable " << prctl(PR_GET_DUMPABLE) << " descriptors " << entries("/proc/self/fd");
     return all.str();
   };
   const std::string before = state();

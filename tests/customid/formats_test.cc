@@ -3,22 +3,13 @@
 #include "pppoeia/log.h"
 #include "tests/customid/case_file.h"
 #include "tests/customid/example_node.h"
+#include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
 #include <set>
-#include <sstream>
 
 namespace {
-
-std::string file_text(const std::string& path)
-{
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 struct result {
   std::string text;

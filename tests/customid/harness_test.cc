@@ -3,9 +3,9 @@
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/pppoeia.h"
 #include "tests/customid/example_node.h"
+#include "tests/support/files.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <unistd.h>
@@ -33,10 +33,9 @@ protected:
     char path[] = "/tmp/harness_test.XXXXXX";
     close(mkstemp(path));
     EXPECT_EQ(operation(path), result);
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
+    const std::string text = file_text(path);
     unlink(path);
-    return text.str();
+    return text;
   }
 
   std::string set(const char* option, const char* value, const char* bridge = "br0", int result = 0)

@@ -1,4 +1,5 @@
 // A real host and a wrong library for each way to be wrong.
+#include "tests/support/files.h"
 #include "tests/system/private_node.h"
 
 #include <cstdlib>
@@ -20,8 +21,6 @@ class LibraryLoading : public testing::Test {
 protected:
   LibraryLoading()
   {
-    char name[] = "/tmp/bll-libraries.XXXXXX";
-    folder = mkdtemp(name);
     write("board", "BT5\n");
     for (const auto& [variable, value] : environment())
       setenv(variable.c_str(), value.c_str(), 1);
@@ -30,7 +29,6 @@ protected:
   {
     for (const auto& [variable, value] : environment())
       unsetenv(variable.c_str());
-    fs::remove_all(folder);
   }
   std::vector<std::pair<std::string, std::string>> environment() const
   {
@@ -60,7 +58,8 @@ protected:
     return wait_until([&] { return running.output().find(text) != std::string::npos; });
   }
 
-  std::string folder;
+  const own_folder own;
+  const std::string& folder = own.path;
 };
 
 TEST_F(LibraryLoading, ALibraryThatCannotBeOpenedIsLeftOut)

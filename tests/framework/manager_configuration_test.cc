@@ -43,6 +43,7 @@ TEST_F(ManagerConfiguration, WithoutFullNamesTheDescriptionIsMatched)
   set("PPPOEIA_NODE_CONF", "node.conf", "active_capabilities = 5, 13\n");
   configure("<BOARD Id='BT5 r'><BLE Name='a'/></BOARD><BOARD Id='BOARD_BT5'><BLE Name='b'/></BOARD>");
   EXPECT_THAT(manager().getActiveBLEsList(), ElementsAre("a"));
+  EXPECT_TRUE(manager().isFeatureSupported("dsfec"));
 }
 
 TEST_F(ManagerConfiguration, WhatIsMissingIsReportedAndLivedWith)
@@ -88,6 +89,8 @@ TEST_F(ManagerConfiguration, FeaturesFollowTheBoardAndTheNode)
   for (const char* feature : {"dsfec", "httpserver", "onubasedoltstates", "sfpuplinkspeed", "uplinksfpwhitelist"})
     EXPECT_TRUE(other.isFeatureSupported(feature)) << feature;
   EXPECT_FALSE(other.isFeatureSupported("legacyalarm"));
+  set("BLL_BOARD_ID", "board", "BT9\n");
+  EXPECT_TRUE(BLLManager().isFeatureSupported("uplinksfpwhitelist"));
   set("BLL_BOARD_ID", "board", "BTB\n");
   EXPECT_FALSE(BLLManager().isFeatureSupported("lagmembership"));
 }

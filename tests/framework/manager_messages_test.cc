@@ -4,6 +4,7 @@
 #include "base/caller.h"
 #include "rte/BLL/core/bll_commands.h"
 #include "rte/BLL/core/self_debugger.h"
+#include "tests/support/files.h"
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
@@ -150,8 +151,7 @@ TEST_F(ManagerMessages, TheReplyReachesTheTerminalOrTheLogSaysWhyNot)
 
 TEST(ManagerMessagesManual, NamesEveryMessage)
 {
-  std::ifstream file(PROJECT_DOCS "/framework.md");
-  const std::string manual(std::istreambuf_iterator<char>(file), {});
+  const std::string manual = file_text(PROJECT_DOCS "/framework.md");
   for (const bllCommand_t& command : bllCommands) {
     const std::string name = std::string(command.message) + (command.prefix ? "..." : "");
     EXPECT_THAT(manual,

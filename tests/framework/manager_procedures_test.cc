@@ -1,5 +1,6 @@
 // Starting, rolling back, saving and stopping entities in the order of their dependences.
 #include "tests/framework/manager_support.h"
+#include "tests/support/files.h"
 
 #include <algorithm>
 #include <random>
@@ -43,10 +44,8 @@ TEST_F(ManagerProcedures, ALifeFromConfigurationToStop)
   calls.clear();
   manager().stop(true, path("saved.xml"));
   EXPECT_THAT(calls, ElementsAre("stop a", "stop b", "stop c", "save c", "save b", "save a"));
-  std::ifstream file(path("saved.xml"));
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Configuration>\n"
-            "  <c Of=\"c\"/>\n  <b Of=\"b\"/>\n  <a Of=\"a\"/>\n</Configuration>\n");
+  EXPECT_EQ(file_text(path("saved.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Configuration>\n"
+                                          "  <c Of=\"c\"/>\n  <b Of=\"b\"/>\n  <a Of=\"a\"/>\n</Configuration>\n");
   calls.clear();
   manager().stop(true, path("again.xml"));
   EXPECT_FALSE(manager().applyDefaultSettings());
@@ -127,9 +126,7 @@ TEST_F(ManagerProcedures, NamesThatXmlDoesNotAllowAreNotSaved)
   manager().saveConfiguration(path("saved.xml"));
   EXPECT_THAT(calls, ElementsAre("save a b", "save c"));
   EXPECT_THAT(logged(), ElementsAre("BLE a b cannot be saved under its name.\n"));
-  std::ifstream file(path("saved.xml"));
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}),
-              testing::EndsWith("<Configuration>\n  <c Of=\"c\"/>\n</Configuration>\n"));
+  EXPECT_THAT(file_text(path("saved.xml")), testing::EndsWith("<Configuration>\n  <c Of=\"c\"/>\n</Configuration>\n"));
 }
 
 TEST_F(ManagerProcedures, OfTwoThreadsThatStopOneDoes)

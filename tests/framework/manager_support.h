@@ -4,10 +4,10 @@
 
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/log.h"
+#include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
@@ -58,8 +58,6 @@ class ManagerTest : public testing::Test {
 protected:
   ManagerTest()
   {
-    char name[] = "/tmp/bll-test.XXXXXX";
-    folder = mkdtemp(name);
     set("BLL_BOARD_ID", "board", "BT5 rev 2\r\n");
     set("PPPOEIA_NODE_CONF", "node.conf", "active_capabilities = 12\n");
     configure("");
@@ -70,7 +68,6 @@ protected:
     made.reset();
     for (const char* variable : {"BLL_BOARD_ID", "PPPOEIA_NODE_CONF", "BLL_CONFIG", "BLL_LIB_DIR"})
       unsetenv(variable);
-    std::filesystem::remove_all(folder);
   }
 
   std::string path(const std::string& file) const { return folder + "/" + file; }
@@ -114,7 +111,8 @@ protected:
   }
   static void logEverything() { singleton<Log>::instance().setLogLevel(static_cast<LogImpl::logLevel_t>(4)); }
 
-  std::string folder;
+  const own_folder own;
+  const std::string& folder = own.path;
   names_t calls;
   std::vector<std::unique_ptr<entity_t>> entities;
   std::unique_ptr<BLLManager> made;

@@ -1,3 +1,4 @@
+#include "tests/support/files.h"
 // A message broker of the test's own: Debian's rabbitmq-server with its node name, home, data and ports in a new
 // temporary directory and on loopback only. Where none is installed, installed() says so. Started processes die with
 // the test.
@@ -10,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -55,8 +55,6 @@ public:
 
   Broker()
   {
-    char name[] = "/tmp/broker.XXXXXX";
-    directory_ = mkdtemp(name);
     environment_ = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
                     "HOME=" + directory_,
                     "RABBITMQ_NODENAME=test" + std::to_string(getpid()) + "@127.0.0.1",
@@ -80,8 +78,6 @@ public:
   {
     stop();
     end(names_);
-    std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
   }
   Broker(const Broker&) = delete;
   Broker& operator=(const Broker&) = delete;
@@ -138,7 +134,8 @@ private:
   }
 
   const int port_ = freePort();
-  std::string directory_;
+  const own_folder own_;
+  const std::string& directory_ = own_.path;
   std::vector<std::string> environment_;
   pid_t names_ = -1;
   pid_t broker_ = -1;

@@ -1,9 +1,9 @@
 // The message queue client without a broker, and against servers that are none.
 #include "rte/BLL/core/rabbit_mq_inter_soc.h"
+#include "tests/support/files.h"
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -40,9 +40,16 @@ public:
   }
   ~Server()
   {
-    over_ = true;
-    thread_.join();
+    heard();
     close(listener_);
+  }
+  // What its clients have said, to the end.
+  const std::string& heard()
+  {
+    over_ = true;
+    if (thread_.joinable())
+      thread_.join();
+    return heard_;
   }
 
   rabbitMqSettings_t settings;
@@ -58,12 +65,16 @@ private:
       const int client = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
       ++connections;
       behaviour(client, over_);
+      char bytes[4096];
+      for (ssize_t size; (size = recv(client, bytes, sizeof bytes, 0)) > 0;)
+        heard_.append(bytes, static_cast<size_t>(size));
       close(client);
     }
   }
 
   const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   std::atomic<bool> over_ = false;
+  std::string heard_;
   std::thread thread_;
 };
 
@@ -138,6 +149,24 @@ std::string contentHeader(uint64_t size)
   return frame(2, 1, bigEndian(60, 2) + bigEndian(0, 2) + bigEndian(size, 8) + bigEndian(0, 2));
 }
 
+std::string shortText(const std::string& text)
+{
+  return bigEndian(text.size(), 1) + text;
+}
+
+// All that a client says until its queue is declared: durable, nothing else, and no heartbeats.
+std::string introduction()
+{
+  const std::string plain("\0guest\0guest", 12);
+  return std::string("AMQP\0\0\x09\x01", 8) +
+         method(0, 0x000A000B, bigEndian(0, 4) + shortText("PLAIN") + bigEndian(12, 4) + plain + shortText("en_US")) +
+         method(0, 0x000A001F, bigEndian(1, 2) + bigEndian(8192, 4) + bigEndian(0, 2)) +  // tune-ok
+         method(0, 0x000A0028, shortText("/") + bigEndian(0, 2)) +                        // open
+         method(1, 0x0014000A, bigEndian(0, 1)) +                                         // channel.open
+         method(1, 0x0055000A, bigEndian(0, 1)) +                                         // confirm.select
+         method(1, 0x0032000A, bigEndian(0, 2) + shortText("q") + bigEndian(2, 1) + bigEndian(0, 4));
+}
+
 // Both calls fail within the bound, and once more at once.
 void expectFailures(const rabbitMqSettings_t& settings, const std::string& message = "message")
 {
@@ -156,11 +185,6 @@ void expectFailures(const rabbitMqSettings_t& settings, const std::string& messa
   EXPECT_EQ(got, "as it was");
 }
 
-ptrdiff_t entries(const char* directory)
-{
-  return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
 // The other cases prove something only if the imitation is good enough to be believed.
 TEST(RabbitMqHostile, ImitatedBrokerIsBelieved)
 {
@@ -173,6 +197,14 @@ TEST(RabbitMqHostile, ImitatedBrokerIsBelieved)
   std::string got;
   EXPECT_TRUE(mq.consume("q", got, 0));
   EXPECT_EQ(got, "hello");
+  const std::string mandatory = bigEndian(0, 2) + shortText("") + shortText("q") + bigEndian(1, 1);
+  const std::string persistent = bigEndian(0x1000, 2) + bigEndian(2, 1);
+  EXPECT_EQ(publishing.heard(), introduction() + method(1, 0x003C0028, mandatory) +
+                                    frame(2, 1, bigEndian(60, 2) + bigEndian(0, 2) + bigEndian(7, 8) + persistent) +
+                                    frame(3, 1, "message"));
+  EXPECT_EQ(consuming.heard(), introduction() +
+                                   method(1, 0x003C0046, bigEndian(0, 2) + shortText("q") + bigEndian(0, 1)) +
+                                   method(1, 0x003C0050, bigEndian(1, 8) + bigEndian(0, 1)));
 }
 
 TEST(RabbitMqHostile, NothingIsTouchedBeforeFirstUse)

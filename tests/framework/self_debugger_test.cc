@@ -3,6 +3,7 @@
 #include "rte/BLL/core/self_debugger.h"
 
 #include "rte/BLL/core/report_sink.h"
+#include "tests/support/files.h"
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -16,7 +17,6 @@
 #include <linux/seccomp.h>
 #include <sched.h>
 #include <semaphore>
-#include <sstream>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -289,10 +289,9 @@ TEST(SelfDebugger, EveryFatalSignalIsReportedOnceAndOnlyForItsProcess)
       return raise(signal);
     });
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << signal << ": " << status;
-    std::stringstream report;
-    report << std::ifstream(path).rdbuf();
-    EXPECT_THAT(report.str(), HasSubstr(" got signal " + std::to_string(signal)));
-    EXPECT_EQ(report.str().find("***"), report.str().rfind("*** Process"));
+    const std::string report = file_text(path);
+    EXPECT_THAT(report, HasSubstr(" got signal " + std::to_string(signal)));
+    EXPECT_EQ(report.find("***"), report.rfind("*** Process"));
   }
   unlink(path.c_str());
 }

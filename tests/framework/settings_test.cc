@@ -1,5 +1,6 @@
 // The XML settings store.
 #include "rte/BLL/core/storage_mng.h"
+#include "tests/support/files.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -19,18 +20,13 @@ using testing::internal::GetCapturedStdout;
 
 class Settings : public testing::Test {
 protected:
-  Settings()
-  {
-    char name[] = "/tmp/bll-settings.XXXXXX";
-    folder = mkdtemp(name);
-    CaptureStdout();
-  }
+  Settings() { CaptureStdout(); }
   ~Settings() override
   {
     const std::string rest = GetCapturedStdout();
     if (HasFailure())
       std::cout << heard << rest << std::endl;
-    std::filesystem::remove_all(folder);
+    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
   }
   std::string path(const std::string& file) const { return folder + "/" + file; }
   std::string write(const std::string& content) const
@@ -38,11 +34,7 @@ protected:
     std::ofstream(path("in.xml")) << content;
     return path("in.xml");
   }
-  std::string saved() const
-  {
-    std::ifstream file(path("out.xml"));
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string saved() const { return file_text(path("out.xml")); }
   // What was said on standard output since the last time.
   std::string said()
   {
@@ -60,7 +52,9 @@ protected:
     return result;
   }
 
-  std::string folder;
+  const std::ptrdiff_t descriptors = entries("/proc/self/fd");
+  const own_folder own;
+  const std::string& folder = own.path;
   std::string heard;  // printed after a failure: the report of it is in there
   Storage::StorageMng store;
 };
@@ -114,6 +108,10 @@ TEST_F(Settings, AnyValueIsReadBackAsItWasSet)
     ASSERT_TRUE(store.load(path("out.xml"))) << saved();
     EXPECT_EQ(store.getRoot("a")->getValue("v"), value);
   }
+  // What XML cannot hold stands in the file as a private character.
+  store.getRoot("a")->setValue("w", "\x01\x1F\x20\x7E\x80\xFF");
+  ASSERT_TRUE(store.save(path("out.xml")));
+  EXPECT_THAT(saved(), testing::HasSubstr(" w=\"\xEE\xBC\x81\xEE\xBC\x9F ~\xEE\xBE\x80\xEE\xBF\xBF\"/>"));
 }
 
 TEST_F(Settings, FilesInOtherEncodingsAreReadAndSavedAsUtf8)
@@ -239,14 +237,14 @@ TEST_F(Settings, AFailedSaveKeepsTheOldFile)
   EXPECT_FALSE(store.save(path("no/such/folder.xml")));
   EXPECT_FALSE(store.save("/dev/full"));
   EXPECT_FALSE(store.save(folder));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1) << "nothing is left lying about";
+  EXPECT_EQ(entries(folder), 1) << "nothing is left lying about";
 }
 
 TEST_F(Settings, WhatASaveHasLeftBehindIsInNobodysWay)
 {
   for (int n = 0; n < 100; ++n)
     std::ofstream(path("out.xml." + std::to_string(getpid()) + "." + std::to_string(n) + ".new"));
-  const auto files = [&] { return std::distance(std::filesystem::directory_iterator(folder), {}); };
+  const auto files = [&] { return entries(folder); };
   const auto before = files();
   EXPECT_TRUE(Storage::StorageMng().save(path("out.xml")));
   EXPECT_TRUE(Storage::StorageMng().save(path("out.xml")));
@@ -256,11 +254,16 @@ TEST_F(Settings, WhatASaveHasLeftBehindIsInNobodysWay)
 TEST_F(Settings, ASaveKeepsModeAndLinks)
 {
   std::ofstream(path("out.xml")) << "old";
-  std::filesystem::permissions(path("out.xml"), std::filesystem::perms{0640});
+  const uid_t owner = geteuid() == 0 ? 54321 : geteuid();
+  EXPECT_EQ(chown(path("out.xml").c_str(), owner, getegid()), 0);
+  EXPECT_EQ(chmod(path("out.xml").c_str(), 04640), 0);
   std::filesystem::create_symlink("out.xml", path("link"));
   EXPECT_TRUE(store.save(path("link")));
   EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
-  EXPECT_EQ(std::filesystem::status(path("out.xml")).permissions(), std::filesystem::perms{0640});
+  struct stat kept = {};
+  EXPECT_EQ(stat(path("out.xml").c_str(), &kept), 0);
+  EXPECT_EQ(kept.st_uid, owner);
+  EXPECT_EQ(kept.st_mode & 07777, 04640U);
   EXPECT_THAT(saved(), testing::HasSubstr("<Configuration/>"));
 }
 

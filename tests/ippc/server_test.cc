@@ -2,6 +2,7 @@
 #include "base/caller.h"
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
+#include "tests/support/files.h"
 
 #include <gtest/gtest.h>
 
@@ -87,12 +88,31 @@ protected:
   ippc::server server;
 };
 
-TEST_F(IppcServer, AnswersOnASocketForItsGroup)
+TEST_F(IppcServer, AnswersOnASocketForItsGroupAndLeavesNothing)
 {
-  EXPECT_TRUE(serves());
-  struct stat file {};
-  ASSERT_EQ(stat(path.c_str(), &file), 0);
-  EXPECT_EQ(file.st_mode & 0777, 0660u);
+  const std::string longest = path + std::string(107 - path.size(), 'x');
+  const mode_t former = umask(0027);
+  const auto before = entries("/proc/self/fd");
+  {
+    ippc::server other(longest, echo);
+    ASSERT_EQ(other.start(), 0);
+    struct stat file {};
+    ASSERT_EQ(stat(longest.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 0777, 0660u);
+    ippc::client client, late;
+    EXPECT_TRUE(client.open(longest));
+    EXPECT_EQ(ask(client).result, 7);
+    EXPECT_TRUE(late.open(longest));
+  }
+  EXPECT_FALSE(std::filesystem::exists(longest));
+  for (const std::string& bad : {longest + "x", std::string()}) {
+    EXPECT_EQ(ippc::server(bad, echo).start(), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+  }
+  EXPECT_FALSE(ippc::client().open(longest + "x"));
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(entries("/proc/self/fd"), before);
+  EXPECT_EQ(umask(former), 0027u);
 }
 
 TEST_F(IppcServer, SocketOfALivingServerIsNotTakenAStaleOneIs)
@@ -238,10 +258,6 @@ TEST_F(IppcServer, EveryPacketIsAnsweredBeforeTheEndIsSeen)
 
 TEST_F(IppcServer, DescriptorsThatAreSentAlongAreNotKept)
 {
-  const auto open_now = [] {
-    const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-    return std::distance(begin(all), end(all));
-  };
   const int fd = raw_connection();
   char byte = 0;
   iovec data{&byte, 1};
@@ -254,12 +270,12 @@ TEST_F(IppcServer, DescriptorsThatAreSentAlongAreNotKept)
   *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof fd), SOL_SOCKET, SCM_RIGHTS};
   std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), &fd, sizeof fd);
   EXPECT_TRUE(serves());
-  const auto before = open_now();
+  const auto before = entries("/proc/self/fd");
   for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(sendmsg(fd, &message, 0), 1);
     ASSERT_EQ(status_received(fd), -2);
   }
-  EXPECT_LE(open_now(), before);
+  EXPECT_LE(entries("/proc/self/fd"), before);
   close(fd);
 }
 
@@ -285,7 +301,7 @@ TEST_F(IppcServer, ClientThatDoesNotReadDisturbsNobody)
   close(fd);
 }
 
-TEST(IppcClient, TellsNoServerFromTimeOut)
+TEST(IppcClient, TellsApartWhyThereIsNoReply)
 {
   ippc::client nobody;
   EXPECT_FALSE(nobody.open("/nonexistent/socket"));
@@ -295,6 +311,30 @@ TEST(IppcClient, TellsNoServerFromTimeOut)
   ippc::client client;
   ASSERT_TRUE(client.open(path));
   EXPECT_EQ(ask(client, 20ms).error, ippc::call_error::time_out);
+  close(accept(fd, nullptr, nullptr));
+  // Of what a server may send first, only the reply to this call is one.
+  const auto outcome = [&](const std::vector<unsigned char>& reply) {
+    ippc::client caller;
+    EXPECT_TRUE(caller.open(path));
+    const int end = accept(fd, nullptr, nullptr);
+    EXPECT_EQ(send(end, reply.data(), reply.size(), 0), static_cast<ssize_t>(reply.size()));
+    shutdown(end, SHUT_WR);
+    const ippc::call_error error = ask(caller).error;
+    close(end);
+    return error;
+  };
+  const auto answered = [&](const ippc::reply& reply) {
+    std::vector<unsigned char> packet;
+    reply_encode(reply, packet);
+    return outcome(packet);
+  };
+  using enum ippc::call_error;
+  EXPECT_EQ(answered({.function_id = 7, .sequence = 1, .arguments = {}}), none);
+  EXPECT_EQ(answered({.function_id = 7, .sequence = 2, .arguments = {}}), protocol);
+  EXPECT_EQ(answered({.function_id = 8, .sequence = 1, .arguments = {}}), protocol);
+  EXPECT_EQ(answered({.status = -3, .arguments = {}}), busy);
+  EXPECT_EQ(outcome({0x49}), protocol);
+  EXPECT_EQ(outcome({}), no_server);
   close(fd);
   std::filesystem::remove(path);
 }

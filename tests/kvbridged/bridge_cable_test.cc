@@ -16,8 +16,10 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <thread>
 
 namespace {
 
@@ -205,6 +207,26 @@ TEST_F(BridgeOnCables, APseudoDeviceHasItsBridgesMtu)
   EXPECT_TRUE(run("ip link set br1_pppoe mtu 1707"));  // as an agent did that is gone
   EXPECT_EQ(all.device_create("br1_pppoe"), EEXIST);
   EXPECT_EQ(mtu_of("br1_pppoe"), 1600);
+}
+
+TEST_F(BridgeOnCables, StartedWithAFilterInForceHoldsDiscoveryBack)
+{
+  const cabled_bridge cables("brx", {"1,subscriber,line1", "9,network,up1"});
+  const host line("hline1"), uplink("hup1");
+  std::vector<bridge_settings> settings{bridge_parse("br0")};
+  port_parse("br0,1,subscriber,line1", settings);
+  port_parse("br0,9,network,up1", settings);
+  loop events;
+  kvbridged::modules all(settings, events, {{"br0", 1}});
+  const descriptor stop(eventfd(0, 0));
+  events.watch(stop.get(), [&] { events.end(); });
+  std::thread running([&] { events.run(); });
+  line.send(discovery_frame(padi, everybody, client));
+  line.send(packet(everybody, client));
+  EXPECT_EQ(uplink.receive(), packet(everybody, client));
+  eventfd_write(stop.get(), 1);
+  running.join();
+  EXPECT_NE(all.statistics().find("forwarded 1, dropped 1,"), std::string::npos) << all.statistics();
 }
 
 // Behind a tag, which the kernel takes off at each end of a cable: places count from the frame's start.

@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -37,8 +38,12 @@ bool fails(const std::string& step)
   return false;
 }
 
-int keep(int fd, int peer = -1)
+int keep(const std::string& step, int fd, int peer = -1)
 {
+  if (step == fake->at_zero && !table.contains(0)) {
+    dup2(fd, 0);
+    close(std::exchange(fd, 0));
+  }
   table[fd] = peer;
   return fd;
 }
@@ -69,8 +74,9 @@ int step(const std::string& name, Work work)
 
 int open_control(const char* path)
 {
-  return step(std::string("open:") + path,
-              [&] { return path_exists(path) ? keep(open("/dev/null", O_RDONLY | O_CLOEXEC)) : refused(ENOENT); });
+  const std::string name = std::string("open:") + path;
+  return step(
+      name, [&] { return path_exists(path) ? keep(name, open("/dev/null", O_RDONLY | O_CLOEXEC)) : refused(ENOENT); });
 }
 
 int answer(void* argument, const void* value, size_t size)
@@ -135,7 +141,7 @@ int close_descriptor(int fd)
 
 int datagram_socket()
 {
-  return step("datagram_socket", [] { return keep(open("/dev/null", O_RDWR | O_CLOEXEC)); });
+  return step("datagram_socket", [] { return keep("datagram_socket", open("/dev/null", O_RDWR | O_CLOEXEC)); });
 }
 
 // The same for what is asked of a device, which must be there.
@@ -180,7 +186,8 @@ int packet_socket()
 {
   return step("packet_socket", [] {
     int pair[2];
-    return socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) < 0 ? -1 : keep(pair[0], pair[1]);
+    return socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) < 0 ? -1
+                                                                           : keep("packet_socket", pair[0], pair[1]);
   });
 }
 

@@ -30,6 +30,8 @@ public:
   // Steps that fail, by name ("packet_socket", "control:0x40047ac8", "open:/proc/net/mng/config"), with this errno. A
   // step named with "@n" behind it fails at its n-th call only.
   std::map<std::string, int> failing;
+  // The step that answers with descriptor 0 while the agent has none of that number.
+  std::string at_zero;
 
   // Devices created and not deleted.
   std::set<std::string> devices;

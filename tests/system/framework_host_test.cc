@@ -1,6 +1,7 @@
 // The framework as a whole: bllhost with the example plug-ins, a real port mapper, real RPC clients, and what the
 // system log received.
 #include "rte/BLL/core/rpc_bll_service.h"
+#include "tests/support/files.h"
 #include "tests/system/node_test.h"
 #include "tools/bllhost/port_mapper.h"
 
@@ -119,8 +120,7 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
   EXPECT_EQ(host->end(), 0);
   EXPECT_TRUE(node.wait_for_log("Good-bye"));
   EXPECT_THAT(log(), ContainsRegex("depends is down, before hello.\nGood-bye, world.\n"));
-  std::ifstream saved(work + "/saved.xml");
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(saved), {}), ContainsRegex("<hello.*\n.*<depends>"));
+  EXPECT_THAT(file_text(work + "/saved.xml"), ContainsRegex("<hello.*\n.*<depends>"));
   EXPECT_EQ(send("depends").first, 3) << "nobody serves it any more";
 }
 

@@ -1,6 +1,7 @@
 // kvbridged by itself: who may use its control files, what it leaves when it is killed, devices that vanish, refusals.
 #include "platform/kvbridged/loop.h"
 #include "platform/kvbridged/modules.h"
+#include "tests/support/files.h"
 #include "tests/system/node_test.h"
 
 #include <gmock/gmock.h>
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -106,6 +108,38 @@ TEST_F(Kvbridged, ControlFilesAreRootsAlone)
   }
   EXPECT_EQ(if_nametoindex("br0_pppoe"), 0u);
   EXPECT_EQ(request(inherited.get(), device_create, "br0_pppoe"), 0);
+}
+
+TEST_F(Kvbridged, ControlFilesAnswerAsThoseOfTheModules)
+{
+  EXPECT_EQ(run("cd " + tree + " && find . -printf '%y%m %p\\n' | LC_ALL=C sort -k2").second,
+            "d500 .\nd500 ./kvbridge\nd500 ./kvbridge/br0\nf400 ./kvbridge/br0/bridge\nf400 ./kvbridge/config\n"
+            "d500 ./mng\nf400 ./mng/config\n");
+  const auto number = [](const std::string& file, unsigned long code) {
+    const kvbridged::descriptor fd(open((tree + file).c_str(), O_RDONLY | O_CLOEXEC));
+    int32_t value = 0;
+    return ioctl(fd.get(), code, &value) == 0 ? value : -errno;
+  };
+  EXPECT_EQ(number("/mng/config", 0x80046d02), 3);
+  EXPECT_EQ(number("/kvbridge/config", 0x80047a05), 56);
+  EXPECT_EQ(number("/kvbridge/br0/bridge", 0x80047a06), 0x88a8);
+  for (const char* file : {"/mng/config", "/kvbridge/config", "/kvbridge/br0/bridge"})
+    EXPECT_EQ(number(file, 0x80046dff), -ENOTTY);
+
+  // The filter is the process's, whichever of its threads attached it.
+  ASSERT_EQ(opened_request(device_create, "br0_pppoe"), 0);
+  const std::string owner = "br0 " + std::to_string(getpid()) + "\n";
+  const kvbridged::descriptor bridge(open((tree + "/kvbridge/br0/bridge").c_str(), O_RDONLY | O_CLOEXEC));
+  std::thread([&] {
+    char record[34] = "pppoe";
+    std::strcpy(record + 17, "br0_pppoe");
+    EXPECT_EQ(request(bridge.get(), 0x40047ac8, record), 0);
+  }).join();
+  EXPECT_THAT(file_text(tree + ".lock"), testing::StartsWith(owner));
+  EXPECT_EQ(in_child([] { return opened_request(device_delete, "br0_pppoe"); }), 0);
+  EXPECT_THAT(file_text(tree + ".lock"), testing::StartsWith(owner));
+  std::thread([] { EXPECT_EQ(opened_request(device_delete, "br0_pppoe"), ENODEV); }).join();
+  EXPECT_THAT(file_text(tree + ".lock"), Not(HasSubstr(owner)));
 }
 
 TEST_F(Kvbridged, DevicesAreThoseOfBridges)

@@ -1,4 +1,5 @@
 #include "tests/system/node_test.h"
+#include "tests/support/files.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -14,17 +15,7 @@ extern "C" const char* __lsan_default_suppressions()
 
 namespace {
 
-struct folder {
-  folder() : path(mkdtemp(std::string("/tmp/node-test.XXXXXX").data()))
-  {
-    std::filesystem::permissions(path, std::filesystem::perms{0755});
-  }
-  ~folder() { std::filesystem::remove_all(path); }
-
-  std::string path;
-};
-
-const folder own;
+const own_folder own;
 
 }  // namespace
 

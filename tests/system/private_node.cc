@@ -1,11 +1,11 @@
 #include "tests/system/private_node.h"
+#include "tests/support/files.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -163,6 +163,5 @@ int background::wait()
 
 std::string background::output() const
 {
-  std::ifstream file("/proc/self/fd/" + std::to_string(output_));
-  return {std::istreambuf_iterator<char>(file), {}};
+  return file_text("/proc/self/fd/" + std::to_string(output_));
 }

@@ -3,12 +3,12 @@
 #include "rte/BLL/core/report_sink.h"
 #include "rte/BLL/core/self_debugger.h"
 #include "tests/support/fake_kernel.h"
+#include "tests/support/files.h"
 
 #include <csignal>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,10 +54,9 @@ TEST(ThreadCrash, InAWorkerIsReported)
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
-  std::ostringstream report;
-  report << std::ifstream(report_path).rdbuf();
+  const std::string report = file_text(report_path);
   unlink(report_path.c_str());
-  EXPECT_THAT(report.str(), testing::HasSubstr(" got signal 11"));
+  EXPECT_THAT(report, testing::HasSubstr(" got signal 11"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
 #include "pppoeia/api_table.h"
+#include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
 
 #include <gmock/gmock.h>
@@ -147,6 +148,22 @@ TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEndsUnlessForced)
   EXPECT_EQ(failed.err, "standard input:1: no such command: nonsense\nstandard input:2: no such port\n");
 }
 
+// What people read: the settings of a card, and behind each command what it says.
+TEST(Reports, ReadAsInTheTranscript)
+{
+  const std::string transcript = file_text(TEST_SOURCE_DIR "/tests/tools/transcript.txt");
+  std::string told = transcript.substr(0, transcript.find("\n\n") + 2);
+  running_agent agent;
+  EXPECT_EQ(agent.batch(told).err, "");
+  std::istringstream lines(transcript);
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with("$ ")) {
+      const outcome result = agent.batch(line.substr(2) + "\n");
+      told += line + "\n" + result.out + result.err;
+    }
+  EXPECT_EQ(told, transcript);
+}
+
 TEST_F(Command, JsonHoldsAnyBytes)
 {
   std::string text;
@@ -269,9 +286,7 @@ std::string in_manual(std::string_view text)
 
 TEST(Commands, AreListedAsDocumented)
 {
-  std::ostringstream page;
-  page << std::ifstream(TEST_SOURCE_DIR "/docs/ippc.md").rdbuf();
-  const std::string text = page.str();
+  const std::string text = file_text(TEST_SOURCE_DIR "/docs/ippc.md");
   constexpr std::string_view mark = "<!-- operations -->\n";
   const size_t at = text.find(mark);
   ASSERT_NE(at, std::string::npos);

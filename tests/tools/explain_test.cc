@@ -189,13 +189,4 @@ TEST_F(Lines, CheckFindsWhatMakesTrouble)
                           "no-value remote-id 2/20 CONTACT", "shared circuit-id 1/4095 2/4095"));
 }
 
-TEST_F(Lines, FormatTestShowsTheAgentsAnswers)
-{
-  EXPECT_EQ(agent.told({"format", "test", "br0", "--circuit-id", "$PORT.$VLAN", "--port", "2", "--vlan", "9"}),
-            "Setting customCidStr: '$PORT.$VLAN'\nSetting intfId: 2\nSetting vlan: 9\n\n"
-            " Generated Custom Circuit Id: '2.9'\n");
-  EXPECT_EQ(agent.told({"format", "test", "br0", "--mode", "available"}),
-            "\n Generated Custom Circuit Id: '2.9'\n\n Generated Custom Remote Id: ''\n");
-}
-
 }  // namespace

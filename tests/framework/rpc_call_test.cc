@@ -1,0 +1,168 @@
+// Calls and their replies as bytes: what each message is answered, and records on a connection however they come.
+#include "rte/BLL/core/rpc_call.h"
+#include "rte/BLL/core/rpc_connection.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <rpc/rpc.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr uint32_t program = 0x20000099, version = 3, procedure = 5;
+
+using words = std::vector<uint32_t>;
+
+std::string packed(const words& all)
+{
+  std::string bytes;
+  for (const uint32_t word : all) {
+    const uint32_t big = htonl(word);
+    bytes.append(reinterpret_cast<const char*>(&big), sizeof big);
+  }
+  return bytes;
+}
+
+words unpacked(const std::string& bytes)
+{
+  words all(bytes.size() / 4);
+  std::memcpy(all.data(), bytes.data(), all.size() * 4);
+  for (uint32_t& word : all)
+    word = ntohl(word);
+  return all;
+}
+
+std::string seen;  // by the last call
+
+// Answers the number after the one sent.
+void dispatch(svc_req* request, SVCXPRT* transport)
+{
+  const auto* names = reinterpret_cast<const authunix_parms*>(request->rq_clntcred);
+  const auto* caller = static_cast<const sockaddr_in*>(transport->xp_rtaddr.buf);
+  const auto* own = static_cast<const sockaddr_in*>(transport->xp_ltaddr.buf);
+  seen = std::to_string(request->rq_proc) + " " + transport->xp_netid + " " + std::to_string(transport->xp_port) + " " +
+         std::to_string(ntohs(caller->sin_port)) + " " + std::to_string(ntohs(own->sin_port)) +
+         (names ? std::string(" ") + names->aup_machname + " " + std::to_string(names->aup_gids[0]) : "");
+  int number = 0;
+  if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(xdr_int), &number))
+    return svcerr_decode(transport);
+  ++number;
+  svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_int), &number);
+  EXPECT_TRUE(svc_freeargs(transport, reinterpret_cast<xdrproc_t>(xdr_int), &number));
+}
+
+constexpr rpcService_t service{program, version, dispatch};
+constexpr uint16_t own_port = 901, caller_port = 902;
+
+sockaddr_in at(uint16_t port)
+{
+  return {AF_INET, htons(port), {}, {}};
+}
+
+std::optional<caller> admitAll(const rpcPeer_t&, const svc_req&)
+{
+  return caller{0, 0, {}};
+}
+
+std::optional<caller> admitNone(const rpcPeer_t&, const svc_req&)
+{
+  return {};
+}
+
+words answer(const words& message, int protocol = IPPROTO_UDP, const rpcAdmit_t& admit = admitAll, size_t most = 1000)
+{
+  std::string bytes = packed(message);
+  seen.clear();
+  return unpacked(rpcAnswer(service, bytes, {-1, protocol, at(own_port), at(caller_port)}, admit, most));
+}
+
+// A call with no credential and one number.
+words call(uint32_t id, uint32_t number, uint32_t called = procedure)
+{
+  return {id, 0, 2, program, version, called, 0, 0, 0, 0, number};
+}
+
+words success(uint32_t id, uint32_t number)
+{
+  return {id, 1, 0, 0, 0, 0, number};
+}
+
+TEST(RpcCall, EachMessageHasItsReply)
+{
+  EXPECT_EQ(answer(call(7, 41)), success(7, 42));
+  EXPECT_EQ(seen, "5 udp 901 902 901");
+  const words named = {8, 0, 2, program, version, procedure, 1, 28, 9, 1, 'h' << 24, 5, 6, 1, 77, 0, 0, 41};
+  EXPECT_EQ(answer(named, IPPROTO_TCP), success(8, 42));
+  EXPECT_EQ(seen, "5 tcp 901 902 901 h 77");
+  EXPECT_EQ(answer(call(7, 41), IPPROTO_UDP, admitNone), (words{7, 1, 1, 1, 5}));
+  EXPECT_EQ(seen, "");
+  EXPECT_EQ(answer(call(7, 41, 0), IPPROTO_UDP, admitNone), success(7, 42)) << "the null procedure is open to all";
+
+  EXPECT_EQ(answer({7, 0, 2, program + 1, version, procedure, 0, 0, 0, 0}), (words{7, 1, 0, 0, 0, 1}));
+  EXPECT_EQ(answer({7, 0, 2, program, version + 1, procedure, 0, 0, 0, 0}),
+            (words{7, 1, 0, 0, 0, 2, version, version}));
+  EXPECT_EQ(answer({7, 0, 2, program, version, procedure, 0, 0, 0, 0}), (words{7, 1, 0, 0, 0, 4}));
+  EXPECT_EQ(answer({7, 0, 2, program, version, procedure, 3, 0, 0, 0, 41}), (words{7, 1, 1, 1, 2}));
+  EXPECT_EQ(answer({7, 0, 2, program, version, procedure, 1, 4, 9, 0, 0, 41}), (words{7, 1, 1, 1, 1}));
+  EXPECT_EQ(answer({7, 0, 3, program, version, procedure, 0, 0, 0, 0}), (words{7, 1, 1, 0, 2, 2}));
+  EXPECT_EQ(answer({7, 0, 2, program}), (words{7, 1, 0, 0, 0, 4}));
+  for (const words& no_call : {words{}, words{7}, words{7, 1, 0, 0, 0, 0}, words{7, 2, 2, program}})
+    EXPECT_EQ(answer(no_call), words{});
+  EXPECT_EQ(answer(call(7, 41), IPPROTO_UDP, admitAll, 28), success(7, 42));
+  EXPECT_EQ(answer(call(7, 41), IPPROTO_UDP, admitAll, 27), words{});
+}
+
+TEST(RpcConnection, TakesRecordsHoweverTheyCome)
+{
+  constexpr uint32_t last = 0x80000000;
+  const std::string first = packed(call(1, 10)), second = packed(call(2, 20));
+  const std::string sent = packed({20}) + first.substr(0, 20) + packed({0}) + packed({last | 24}) + first.substr(20) +
+                           packed({last | 8}) + packed({3, 1}) + packed({last | 44}) + second;
+  std::string expected;
+  for (const words& reply : {success(1, 11), success(2, 21)})
+    expected += packed({last | 28}) + packed(reply);
+  for (const size_t step : {size_t{1}, size_t{7}, sent.size()}) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    {
+      rpcConnection_t connection(ends[0], service, at(own_port), at(caller_port));
+      EXPECT_TRUE(connection.tend(admitAll)) << "nothing has come yet";
+      for (size_t done = 0; done < sent.size(); done += step) {
+        const size_t part = std::min(step, sent.size() - done);
+        ASSERT_EQ(send(ends[1], sent.data() + done, part, 0), static_cast<ssize_t>(part));
+        ASSERT_TRUE(connection.tend(admitAll));
+        EXPECT_EQ(connection.events(), POLLIN);
+      }
+      char got[1000];
+      const ssize_t count = recv(ends[1], got, sizeof got, 0);
+      EXPECT_EQ(std::string(got, static_cast<size_t>(std::max<ssize_t>(count, 0))), expected);
+      const std::string tooLong = packed({rpcConnection_t::largestRecord}), over = packed({last | 1});
+      EXPECT_GT(send(ends[1], tooLong.data(), tooLong.size(), 0), 0);
+      EXPECT_TRUE(connection.tend(admitAll));
+      const std::string whole(rpcConnection_t::largestRecord, 'x');
+      size_t done = 0;
+      for (int tries = 0; done < whole.size() && tries < 1000; ++tries) {
+        const ssize_t part = send(ends[1], whole.data() + done, whole.size() - done, 0);
+        done += static_cast<size_t>(std::max<ssize_t>(part, 0));
+        ASSERT_TRUE(connection.tend(admitAll));
+      }
+      ASSERT_EQ(done, whole.size());
+      EXPECT_GT(send(ends[1], over.data(), over.size(), 0), 0);
+      bool open = true;
+      for (int tries = 0; open && tries < 1000; ++tries)
+        open = connection.tend(admitAll);
+      EXPECT_FALSE(open) << "a byte more than a record may have";
+    }
+    char none;
+    EXPECT_EQ(recv(ends[1], &none, 1, 0), 0) << "closed";
+    close(ends[1]);
+  }
+}
+
+}  // namespace
