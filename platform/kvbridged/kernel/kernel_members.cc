@@ -68,8 +68,8 @@ void kernel_members::look_at_all()
 {
   std::vector<link_info> links = links_all();
   // Uplinks first: once they are guarded, nothing that passes a subscriber's port without a program gets out.
-  std::ranges::stable_partition(
-      links, [&](const link_info& link) { return settings_.kernel.value().uplinks.contains(link.name); });
+  std::stable_partition(links.begin(), links.end(),
+                        [&](const link_info& link) { return settings_.kernel.value().uplinks.contains(link.name); });
   std::map<int, member> gone = members_;
   for (const link_info& link : links)
     if (link.is_bridge && link.name == settings_.name)
