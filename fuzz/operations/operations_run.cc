@@ -135,8 +135,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.words != api::values::none)
       text = word_of(choose, wanted.words);
     else if (wanted.name == "value" && choose.below(2))
-      text = choose.one_of({"1", "2", "3", "5", "7", "100", "4094", "65637", "-1", "4294967297", " 9", "x",
-                            "00:11:22:aa:bb:CC", "00:11:22:aa:bb:cg", "001122aabbcc"});
+      text = choose.one_of({"1", "2", "3", "7", "010", "0x1f", "4094", "65637", "-1", "4294967297", " 9", "x",
+                            "00:11:22:aa:bb:CC", "00:11:22:aa:bb:cg", "00:11:22:aa:bb:cc:dd", "00-11-22-aa-bb-cc"});
     else if (wanted.name != "format" || choose.below(4))
       text = some_text(choose, wanted.size);
     text += '\0';
