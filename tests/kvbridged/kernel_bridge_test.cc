@@ -245,6 +245,11 @@ TEST_F(KernelBridge, MembersComeAndGoAndAreRenamed)
   line.send(request);
   EXPECT_EQ(uplink.receive(), after_agent(request));
   EXPECT_EQ(port, 6);
+  // Another name of the bridge opens nothing.
+  EXPECT_TRUE(run("ip link set br0 down && ip link set br0 name br7 && ip link set br7 up"));
+  line.send(request);
+  EXPECT_EQ(uplink.receive(), after_agent(request));
+  EXPECT_TRUE(run("ip link set br7 down && ip link set br7 name br0 && ip link set br0 up"));
   // Who takes another's number makes both nameless.
   EXPECT_TRUE(run("ip link set line6 down && ip link set line6 name other1 && ip link set other1 up"));
   EXPECT_TRUE(wait_until([] { return port_at("line1") == 0 && port_at("other1") == 0; }));
@@ -258,6 +263,29 @@ TEST_F(KernelBridge, MembersComeAndGoAndAreRenamed)
   const wire first("hline1");
   ASSERT_TRUE(wait_until([&] { return first.send(request), uplink.receive(false) == after_agent(request); }));
   node.stop();
+}
+
+TEST_F(KernelBridge, MemberMovesToAnotherBridge)
+{
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(run("ip link add br1 type bridge && ip link set br1 up"));
+  bridge_settings other = settings_of();
+  other.name = "br1";
+  cabled_bridge node(settings_of()), next(other);
+  node.start();
+  next.start();
+  const auto bridge_at_line = [] {
+    const auto found = found_programs::at(static_cast<int>(if_nametoindex("line2")));
+    return found ? found->bridge() : "";
+  };
+  for (const char* bridge : {"br1", "br0", "br1", "br0"}) {
+    EXPECT_TRUE(run(std::string("ip link set line2 master ") + bridge));
+    EXPECT_TRUE(wait_until([&] { return bridge_at_line() == bridge; }));
+  }
+  node.stop();
+  next.stop();
+  EXPECT_EQ(bridge_at_line(), "br0");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("taken off")));
 }
 
 // Whatever somebody takes off is back, and meanwhile nothing untreated reaches the network.

@@ -88,7 +88,7 @@ void kernel_members::leftovers_take_off() const
   for (const link_info& link : links_all()) {
     const auto found = members_.contains(link.index) ? std::nullopt : found_programs::at(link.index);
     if (found && found->bridge() == settings_.name)
-      programs_.member_detach(link.index);
+      programs_.former_detach(link.index);
   }
 }
 
@@ -99,8 +99,6 @@ void kernel_members::link_seen(const link_info& link)
   const bool is_this = link.is_bridge && link.name == settings_.name;
   if (is_this && std::exchange(bridge_index_, link.index) != link.index)
     return look_at_all();
-  if (!is_this && link.index == bridge_index_)
-    return bridge_lost();
   const bool belongs = bridge_index_ != 0 && link.master == bridge_index_;
   const auto at = members_.find(link.index);
   if (belongs && (at == members_.end() || at->second.name != link.name)) {

@@ -58,7 +58,7 @@ private:
   const bridge_settings& settings_;
   tc_programs& programs_;
   std::function<void(int)> others_;
-  int bridge_index_ = 0;  // 0 while there is none
+  int bridge_index_ = 0;  // 0 while there is none; it may have been renamed since it was found
   std::map<int, member> members_;
   std::map<uint16_t, int> by_number_;
   int checked_ = 0;  // the member that was looked at last
