@@ -72,24 +72,8 @@ servers_start() {
 }
 
 packages_install() { dpkg -i ./*.deb; }
-configure() {
-  echo 'KVBRIDGED_OPTIONS="--kernel-bridge br0 --uplink uplink0 --port line1=1 --port line2=2 --port line3=3 --port uplink0=9"' >/etc/default/kvbridged
-  {
-    echo init
-    echo bridge add br0 16
-    echo port trust set-all br0 untrusted
-    echo bridge vlan set-all br0 on
-    echo 'format remote-id set br0 "$PORT_REM_ID"'
-    for number in 1 2 3; do
-      echo "port add br0 $number line$number $number --type eth"
-      echo "port remote-id set br0 $number customer-000$number"
-      echo "port state set br0 $number subscriber"
-    done
-    echo port add br0 9 uplink0 uplink --type eth --kind 1
-    echo port trust set br0 9 trusted
-    echo port state set br0 9 network
-  } >/etc/pppoeia/card.conf
-}
+# The commands of docs/deployment.md, as they stand there.
+manual() { awk -v which="$1" '$1 == "```sh" && $2 == which { on = 1; next } $1 == "```" { on = 0 } on' deployment.md; }
 everything_is_up() {
   for unit in kvbridged pppoeia pppoeia-card; do
     systemctl is-active -q "$unit" || { systemctl status --no-pager -n 5 "$unit" | tail -6; return 1; }
@@ -145,7 +129,7 @@ purge() {
   files >/var/tmp/after
   sed -i '\#^/var/tmp/#d' /var/tmp/before /var/tmp/after
   diff /var/tmp/before /var/tmp/after || return 1
-  ! getent group pppoeia && [ -z "$(tc filter show dev line1 ingress 2>/dev/null)" ] && ! ip link show br0_pppoe 2>/dev/null
+  ! getent group pppoeia && [ -z "$(tc filter show dev lan1 ingress 2>/dev/null)" ] && ! ip link show br0_pppoe 2>/dev/null
 }
 
 if [ ! -e /var/lib/rebooted ]; then
@@ -154,8 +138,10 @@ if [ ! -e /var/lib/rebooted ]; then
   files >/var/tmp/before
   check "the packages install" packages_install
   bash network.sh
-  configure
-  check "the services start" sh -c 'systemctl restart kvbridged && systemctl restart pppoeia'
+  manual bridge >/vm/bridge.sh
+  check "the manual's bridge is made" bash -e /vm/bridge.sh
+  manual services >/vm/services.sh
+  check "the manual's services start" bash -e /vm/services.sh
   check "the lines are configured" within 60 everything_is_up
   servers_start
   check "the wire is watched" capture_start
@@ -183,6 +169,7 @@ Before=network.target kvbridged.service
 Type=oneshot
 RemainAfterExit=yes
 ExecStart=/bin/bash /vm/network.sh
+ExecStart=/bin/bash -e /vm/bridge.sh
 [Install]
 WantedBy=multi-user.target
 UNIT
