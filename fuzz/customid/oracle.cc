@@ -19,6 +19,7 @@ struct machine {
   string kept_delimiter;
   unsigned long kept_number = 0;
   std::map<size_t, size_t> segments;
+  string opening;  // of a line about the bridge
 
   void log(const string& line) { id.log.push_back(line); }
   bool fail(const string& why)
@@ -220,7 +221,7 @@ bool machine::macro(const string& written, const string& name, string::size_type
   if (!value.log.empty())
     log(value.log);
   if (!value.known) {
-    log("<br0> >> Error reading macro " + name + ". Appending macro string.");
+    log(opening + "Error reading macro " + name + ". Appending macro string.");
     id.text += written;
     return true;
   }
@@ -233,12 +234,12 @@ bool machine::macro(const string& written, const string& name, string::size_type
 
 void machine::bytes()
 {
-  log("<br0> >> Generating binary string");
+  log(opening + "Generating binary string");
   for (size_t i = 0; i < id.text.size();) {
     const size_t length = segments.contains(i) ? segments[i] : 0;
     for (size_t k = 0; k < length; k += 2, i += 2) {
       if (i + 1 >= id.text.size())
-        return log("<br0> >> idStringToBinaryVector failed!");
+        return log(opening + "idStringToBinaryVector failed!");
       id.bin.push_back(static_cast<unsigned char>(std::stoul(id.text.substr(i, 2), nullptr, 16)));
     }
     if (length == 0)
@@ -248,10 +249,11 @@ void machine::bytes()
 
 }  // namespace
 
-oracle_identifier oracle_generate(const string& format, const std::map<string, oracle_value>& values)
+oracle_identifier oracle_generate(const string& format, const std::map<string, oracle_value>& values,
+                                  const string& bridge)
 {
-  machine m{values, {}, {}, 0, {}};
-  m.log("<br0> >> genCustomId");
+  machine m{values, {}, {}, 0, {}, "<" + bridge + "> >> "};
+  m.log(m.opening + "genCustomId");
   string rest = format;
   for (bool more = true; more;) {
     // The name that begins first, the longest there.
@@ -278,14 +280,14 @@ oracle_identifier oracle_generate(const string& format, const std::map<string, o
       m.id.text = before;
   }
   m.id.text += rest;
-  m.log("<br0> >> Generated custom ID '" + string(m.id.text.c_str()) + "'.");
+  m.log(m.opening + "Generated custom ID '" + string(m.id.text.c_str()) + "'.");
   if (!m.segments.empty())
     m.bytes();
   if (m.id.bin.empty() && m.id.text.size() >= 64) {
-    m.log("<br0> >> Cutting CHAR string from " + std::to_string(m.id.text.size()) + " to 63 chars");
+    m.log(m.opening + "Cutting CHAR string from " + std::to_string(m.id.text.size()) + " to 63 chars");
     m.id.text.resize(63);
   } else if (m.id.bin.size() > 63) {
-    m.log("<br0> >> Cutting BIN string from " + std::to_string(m.id.bin.size()) + " to 63 bytes");
+    m.log(m.opening + "Cutting BIN string from " + std::to_string(m.id.bin.size()) + " to 63 bytes");
     m.id.bin.resize(63);
   }
   return m.id;

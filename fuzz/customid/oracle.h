@@ -21,7 +21,8 @@ struct oracle_identifier {
   bool operator==(const oracle_identifier&) const = default;
 };
 
-// Expands `format` with the values given by macro name, for a bridge "br0".
-oracle_identifier oracle_generate(const std::string& format, const std::map<std::string, oracle_value>& values);
+// Expands `format` with the values given by macro name, for that bridge.
+oracle_identifier oracle_generate(const std::string& format, const std::map<std::string, oracle_value>& values,
+                                  const std::string& bridge = "br0");
 
 #endif

@@ -366,6 +366,7 @@ private:
   // The identifier's bytes, at most 63.
   bytes identifier_bytes(const identifier& id, const char* which)
   {
+    result.log.insert(result.log.end(), id.told.begin(), id.told.end());
     bytes value(id.text.begin(), id.text.end());
     if (!id.binary.empty()) {
       say("<%s>    Using %s bin.", name(), which);

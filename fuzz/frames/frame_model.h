@@ -21,9 +21,16 @@ struct line_port {
   unsigned kind = 0;
 };
 
+struct log_line {
+  int level;
+  std::string text;
+  bool operator==(const log_line&) const = default;
+};
+
 struct identifier {
   std::string text;
-  bytes binary;  // wins when not empty
+  bytes binary;                // wins when not empty
+  std::vector<log_line> told;  // while it was made
 };
 
 // What is configured, and what the world answers, while one record passes.
@@ -41,12 +48,6 @@ struct world {
   identifier circuit;
   identifier remote;
   std::optional<std::array<unsigned char, 6>> own_address;
-};
-
-struct log_line {
-  int level;
-  std::string text;
-  bool operator==(const log_line&) const = default;
 };
 
 struct outcome {
