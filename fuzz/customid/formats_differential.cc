@@ -1,4 +1,6 @@
-// Random formats against the oracle: texts, bytes and log lines. CUSTOMID_RANDOM_FORMATS=n runs n of them.
+// The macro language beside its model: random formats, and texts, bytes and log lines compared. A difference is shown
+// by the shortest format that has it. Usage: formats_differential [SEED [SECONDS]]; by default a seed of its own for 2
+// seconds.
 #include "fuzz/customid/oracle.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/vocabulary.h"
@@ -7,13 +9,14 @@
 #include "tests/customid/node_stub.h"
 #include "tests/support/syslog_capture.h"
 
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <random>
 
 namespace {
 
-using random_source = std::mt19937;
+using random_source = std::mt19937_64;
 
 size_t below(random_source& random, size_t n)
 {
@@ -84,34 +87,74 @@ oracle_identifier generate(const pppoeia_bridge& bridge, const std::string& form
   syslog_take();
   pppoeia_log_level = level;
   genCustomId(&bridge, 9, 300, 5, format, id.text, id.bin, idGenLive);
-  pppoeia_log_level = log_info;
   id.log = syslog_take_texts();
   return id;
 }
 
-TEST(RandomFormats, AgreeWithTheOracle)
+std::string shown(const oracle_identifier& id)
 {
-  const char* wanted = std::getenv("CUSTOMID_RANDOM_FORMATS");
-  const long count = wanted ? std::atol(wanted) : 20000;
-  example_node example;
-  node().ipv4["dev9"] = {10, 1, 2, 30};
-  random_source random(4711);
-  for (long i = 0; i < count; ++i) {
-    const bool ipv6 = below(random, 4) != 0;
-    node().ipv6 =
-        ipv6 ? std::optional(std::array<uint8_t, 16>{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1})
-             : std::nullopt;
-    const std::string format = random_format(random);
-    oracle_identifier expected = oracle_generate(format, values_of_port_9(ipv6));
-    ASSERT_EQ(generate(example.bridge(), format, log_debug), expected) << format;
-    expected.log.clear();
-    ASSERT_EQ(generate(example.bridge(), format, log_info), expected) << format;
+  std::string text = "'" + id.text + "'";
+  for (const unsigned char byte : id.bin) {
+    char digits[4];
+    std::snprintf(digits, sizeof digits, " %02x", byte);
+    text += digits;
   }
+  for (const std::string& line : id.log)
+    text += "\n    " + line;
+  return text;
+}
+
+// What the two make of a format, where that differs; with log lines and without.
+std::string difference(const pppoeia_bridge& bridge, const std::string& format, bool ipv6)
+{
+  node().ipv6.reset();
+  if (ipv6)
+    node().ipv6 = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+  oracle_identifier said = oracle_generate(format, values_of_port_9(ipv6));
+  for (const int32_t level : {int32_t{log_debug}, int32_t{log_info}}) {
+    const oracle_identifier seen = generate(bridge, format, level);
+    if (level == log_info)
+      said.log.clear();
+    if (seen != said)
+      return "  expected " + shown(said) + "\n  got " + shown(seen) + "\n";
+  }
+  return "";
+}
+
+void show_shortest(const pppoeia_bridge& bridge, std::string format, bool ipv6)
+{
+  for (size_t at = format.size(); at-- > 0;) {
+    std::string shorter = format;
+    shorter.erase(at, 1);
+    if (!difference(bridge, shorter, ipv6).empty())
+      format = shorter;
+  }
+  std::printf("format '%s'%s:\n%s", format.c_str(), ipv6 ? "" : " without an IPv6 address",
+              difference(bridge, format, ipv6).c_str());
 }
 
 }  // namespace
 
-void PrintTo(const oracle_identifier& id, std::ostream* out)
+int main(int argc, char** argv)
 {
-  *out << '\'' << id.text << "' " << testing::PrintToString(id.bin) << testing::PrintToString(id.log);
+  const unsigned long long seed = argc > 1 ? std::strtoull(argv[1], nullptr, 0) : std::random_device{}();
+  const int seconds = argc > 2 ? std::atoi(argv[2]) : 2;
+  std::printf("seed %llu\n", seed);
+  random_source random(seed);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  example_node example;
+  node().ipv4["dev9"] = {10, 1, 2, 30};
+  for (unsigned long count = 0;; ++count) {
+    if (count % 64 == 0 && std::chrono::steady_clock::now() >= end) {
+      std::printf("%lu formats alike\n", count);
+      return 0;
+    }
+    const bool ipv6 = below(random, 4) != 0;
+    const std::string format = random_format(random);
+    if (difference(example.bridge(), format, ipv6).empty())
+      continue;
+    std::printf("after %lu formats: ", count);
+    show_shortest(example.bridge(), format, ipv6);
+    return 1;
+  }
 }
