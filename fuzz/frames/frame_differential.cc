@@ -272,12 +272,13 @@ std::string judge(const model::world& w, const model::bytes& record, std::string
   return difference(seen, said);
 }
 
-// The record without as many of its bytes as can go while it still makes a difference.
+// The record without as many of its bytes as can go, in some seconds, while it still makes a difference.
 model::bytes shortest(const model::world& w, model::bytes record)
 {
   std::string ignored;
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   for (size_t step = record.size() / 2; step > 0; step /= 2)
-    for (size_t at = record.size(); at >= 107 + step; at -= step) {
+    for (size_t at = record.size(); at >= 107 + step && std::chrono::steady_clock::now() < limit; at -= step) {
       const auto end = record.begin() + static_cast<std::ptrdiff_t>(at);
       model::bytes shorter(record.begin(), end - static_cast<std::ptrdiff_t>(step));
       shorter.insert(shorter.end(), end, record.end());
