@@ -51,7 +51,7 @@ killed_comes_back() {  # UNIT
 
 # --- A session: pppd with the kernel's PPPoE; IP through it; its end seen by the other side.
 session() {  # NUMBER LINK
-  in_ns "client$1" pppd plugin pppoe.so "$2" noauth nodefaultroute noipdefault nodetach user c password c \
+  ip netns exec "client$1" pppd plugin pppoe.so "$2" noauth nodefaultroute noipdefault nodetach user c password c \
     lcp-echo-interval 5 lcp-echo-failure 3 >"/tmp/pppd$1.log" 2>&1 &
   local pppd=$!
   within 30 sh -c "ip -n client$1 -4 addr show dev ppp0 2>/dev/null | grep -q 'inet 10'" || { cat "/tmp/pppd$1.log"; kill $pppd; return 1; }
@@ -60,7 +60,7 @@ session() {  # NUMBER LINK
   wait "$pppd"
   within 30 sh -c "! ip -n server -o link show type ppp 2>/dev/null | grep -q ." && return
   ip -n server link show
-  tail -5 "/tmp/server$1.log" "/tmp/pppd$1.log"
+  tail -n 5 "/tmp/server$1.log" "/tmp/pppd$1.log"
   in_ns server ps -eo pid,args | grep -a '[p]pp'
   return 1
 }
