@@ -106,7 +106,7 @@ string location(chooser& choose)
 string port_information(chooser& choose)
 {
   string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4);
-  info += choose.one_of({"eth", "atm", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
+  info += choose.one_of({"eth", "atm", "atm", "onu", "gem", "", "tencharact", "twelve chars", "at", "atmx"});
   info.resize(16);
   info += raw(choose.below(8), 4);
   info += location(choose);

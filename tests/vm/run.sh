@@ -30,10 +30,10 @@ capture_start() {
   within 20 test -s /tmp/wire.pcap
 }
 # The PADIs among that, behind none to two tags, and how many of them bear a Remote ID of a line of this card.
-wire() { in_ns server tcpdump -r /tmp/wire.pcap -nn -A "(ether[12:2] = 0x8863 and ether[15] = 9) or
+wire() { tcpdump -r /tmp/wire.pcap -U -w - "(ether[12:2] = 0x8863 and ether[15] = 9) or
   (ether[16:2] = 0x8863 and ether[19] = 9) or (ether[20:2] = 0x8863 and ether[23] = 9)" 2>/dev/null; }
-padis() { wire | grep -ac 'PADI'; }
-tagged() { wire | grep -aoc 'customer-000[123]'; }
+padis() { wire | tcpdump -r - -nn 2>/dev/null | grep -c PADI; }
+tagged() { wire | grep -ao 'customer-000[123]' | wc -l; }
 all_treated() {
   echo "$(padis) PADIs, $(tagged) with a Remote ID"
   [ "$(padis)" -gt 0 ] && [ "$(padis)" = "$(tagged)" ]
