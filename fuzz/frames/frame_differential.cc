@@ -60,6 +60,8 @@ model::world random_world(rng& random)
                        static_cast<int>(below(random, 3)), below(random, 8)});
   w.circuit = random_identifier(random);
   w.remote = random_identifier(random);
+  if (below(random, 1000) == 0)
+    w.longest_record = w.largest = 66000;
   if (below(random, 8))
     w.own_address = {2, 0, 0x5e, 1, 2, 3};
   return w;
@@ -108,6 +110,12 @@ model::bytes random_record(rng& random, const model::world& w)
   put16(r, below(random, 65536));
   const size_t length_place = r.size();
   put16(r, 0);
+  if (w.longest_record > 60000) {  // a payload around half of what its length can say, and around all of it
+    const model::bytes value(one_of(random, {32767u, 65535u}) - below(random, 80));
+    put16(r, 0x0104);
+    put16(r, static_cast<unsigned>(value.size()));
+    r.insert(r.end(), value.begin(), value.end());
+  }
   for (unsigned tags = below(random, 5); tags > 0; --tags)
     add_tag(random, r);
   size_t payload = r.size() - length_place - 2;
@@ -137,12 +145,21 @@ model::bytes random_record(rng& random, const model::world& w)
 class given_identifiers : public identifier_source {
 public:
   explicit given_identifiers(const model::world& w) : w_(w) {}
-  void circuit_id(pppoeia_bridge&, pppoeia_port&, uint16_t, identifier& id) override { give(w_.circuit, id); }
-  void remote_id(pppoeia_bridge&, pppoeia_port&, uint16_t, identifier& id) override { give(w_.remote, id); }
+  void circuit_id(pppoeia_bridge&, pppoeia_port& port, uint16_t vid, identifier& id) override
+  {
+    give(w_.circuit, port, vid, id);
+  }
+  void remote_id(pppoeia_bridge&, pppoeia_port& port, uint16_t vid, identifier& id) override
+  {
+    give(w_.remote, port, vid, id);
+  }
+
+  std::vector<std::pair<unsigned, unsigned>> asked;  // port and VLAN
 
 private:
-  static void give(const model::identifier& from, identifier& to)
+  void give(const model::identifier& from, const pppoeia_port& port, uint16_t vid, identifier& to)
   {
+    asked.emplace_back(port.port_id, vid);
     std::strcpy(to.text, from.text.c_str());
     to.bin = from.binary;
   }
@@ -194,8 +211,10 @@ model::outcome agent(const model::world& w, const model::bytes& record, model::b
     if (w.ports[i].present)
       bridge.port(i + 1, w.ports[i].side, static_cast<uint32_t>(w.ports[i].trust)).port_info_extra = w.ports[i].kind;
   own_address = w.own_address;
-  std::fill(buffer.begin(), buffer.end(), 0);
+  std::memset(buffer.data(), 0, std::min(buffer.size(), record.size() + 4096));
   std::copy(record.begin(), record.end(), buffer.begin());
+  constexpr uint32_t no_port = UINT32_MAX;
+  bridge->cur_port = no_port;
   given_identifiers identifiers(w);
   frame_services services{identifiers, address_get};
   syslog_take();
@@ -204,6 +223,8 @@ model::outcome agent(const model::world& w, const model::bytes& record, model::b
   model::outcome seen;
   seen.sent.assign(buffer.begin(), buffer.begin() + length);
   seen.counted = counted(bridge->stats);
+  seen.kept = {bridge->frame_client_mac, bridge->frame_vlan_words,
+               bridge->cur_port == no_port ? 0 : bridge->cur_port + 1, identifiers.asked};
   for (uint32_t i = 0; i < w.ports.size(); ++i) {
     const pppoeia_stats none{};
     if (std::memcmp(&bridge->port[i].stats, &none, sizeof none) != 0 &&
@@ -227,6 +248,8 @@ std::string difference(const model::outcome& seen, const model::outcome& said)
         return text + ", first difference at " + std::to_string(i);
     return text;
   }
+  if (seen.kept != said.kept)
+    return "kept client, tag words, port, or what identifiers were asked for";
   if (seen.counted != said.counted)
     return "counted " + seen.counted + " instead of " + said.counted;
   for (size_t i = 0; i < std::max(seen.log.size(), said.log.size()); ++i) {
@@ -242,7 +265,7 @@ std::string difference(const model::outcome& seen, const model::outcome& said)
 // What differs between agent and model for this record; empty when nothing does.
 std::string judge(const model::world& w, const model::bytes& record, std::string& branch)
 {
-  static model::bytes buffer(4096);
+  static model::bytes buffer(70000);
   const model::outcome seen = agent(w, record, buffer);
   const model::outcome said = model::frame(w, record, reinterpret_cast<uintptr_t>(buffer.data()));
   branch = said.branch;
@@ -253,14 +276,16 @@ std::string judge(const model::world& w, const model::bytes& record, std::string
 model::bytes shortest(const model::world& w, model::bytes record)
 {
   std::string ignored;
-  for (size_t at = record.size(); at-- > 107;) {
-    model::bytes shorter = record;
-    shorter.erase(shorter.begin() + static_cast<std::ptrdiff_t>(at));
-    const auto length = static_cast<uint32_t>(shorter.size());
-    std::memcpy(&shorter[48], &length, sizeof length);
-    if (!judge(w, shorter, ignored).empty())
-      record = std::move(shorter);
-  }
+  for (size_t step = record.size() / 2; step > 0; step /= 2)
+    for (size_t at = record.size(); at >= 107 + step; at -= step) {
+      const auto end = record.begin() + static_cast<std::ptrdiff_t>(at);
+      model::bytes shorter(record.begin(), end - static_cast<std::ptrdiff_t>(step));
+      shorter.insert(shorter.end(), end, record.end());
+      const auto length = static_cast<uint32_t>(shorter.size());
+      std::memcpy(&shorter[48], &length, sizeof length);
+      if (!judge(w, shorter, ignored).empty())
+        record = std::move(shorter);
+    }
   return record;
 }
 

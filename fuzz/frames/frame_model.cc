@@ -21,6 +21,9 @@ public:
 
   outcome run()
   {
+    for (size_t i = 113; i < 119; ++i)
+      result.kept.client = result.kept.client * 256 + byte(i);
+    result.kept.words = net16(4) * 65536 + net16(6);
     if (received == 0 || host32(48) != received || received > w.longest_record)
       return drop("record");
     length = received;
@@ -35,6 +38,7 @@ public:
       return drop("port");
     }
     at = &w.ports[port - 1];
+    result.kept.port = port;
     if (!vlan_comes_under_rules(port))
       return pass("vlan");
     return discovery();
@@ -132,7 +136,7 @@ private:
   // --- the Ethernet part
   bool vlan_comes_under_rules(unsigned port)
   {
-    unsigned vid = 0;
+    vid = 0;
     ethertype = 107 + 12;
     const unsigned outer = net16(ethertype);
     if (outer == w.stag || outer == 0x8100) {
@@ -394,6 +398,7 @@ private:
 
   bool vendor_tag_in()
   {
+    result.kept.asked.assign(2, {result.kept.port, vid});
     const bytes circuit = identifier_bytes(w.circuit, "CID");
     const bytes remote = identifier_bytes(w.remote, "RID");
     bytes tag{0x01, 0x05, 0, 0, 0x00, 0x00, 0x0d, 0xe9};
@@ -470,6 +475,7 @@ private:
   bytes r;
   outcome result;
   const line_port* at = nullptr;
+  unsigned vid = 0;
   size_t length = 0;     // the record's, as it will leave
   size_t ethertype = 0;  // place of the EtherType field behind all VLAN tags
   unsigned code = 0;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace model {
@@ -50,7 +51,18 @@ struct world {
   std::optional<std::array<unsigned char, 6>> own_address;
 };
 
+// What the bridge keeps of a record, for identifiers and for queries that come later.
+struct memory {
+  uint64_t client = 0;  // its address, the first byte in bits 40 to 47
+  uint32_t words = 0;   // tag control words of the header, the outer one above
+  unsigned port = 0;    // that it came in by; 0: none known
+  // Port and VLAN of each identifier that was wanted for it.
+  std::vector<std::pair<unsigned, unsigned>> asked;
+  bool operator==(const memory&) const = default;
+};
+
 struct outcome {
+  memory kept;
   bytes sent;           // empty: dropped
   std::string counted;  // of bridge and port alike; empty: nothing
   std::vector<log_line> log;

@@ -54,7 +54,7 @@ agent::identifier agent::circuit_id(bridge& of, port& line, unsigned vid, use da
     return {id.substr(0, 63), {}};
   }
   if (mode == 1 && line.type == "atm")
-    return {begins + std::to_string(line.parent) + print(":%d.%d", line.vpi, line.vci), {}};
+    return {begins + print("%d:%d.%d", static_cast<int>(line.parent), line.vpi, line.vci), {}};
   if (mode != 2)
     return {};
   const unsigned cvid = of.customer_word == no_vlan ? no_vlan : of.customer_word % 4096;

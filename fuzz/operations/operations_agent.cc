@@ -62,7 +62,7 @@ std::map<int, socket_state> sockets;  // by descriptor
 // Whether it is to be done; otherwise errno says why not.
 bool told(const string& what)
 {
-  if (!in_hand || std::this_thread::get_id() != listened_to)
+  if (std::this_thread::get_id() != listened_to || !in_hand)
     return true;
   heard.push_back(what);
   const auto at = in_hand->failing.find(what);
@@ -239,18 +239,20 @@ real_agent::real_agent(const node& machine) : terminal_(machine.terminal), forme
   syslog_take();
 }
 
-real_agent::~real_agent()
+size_t real_agent::end()
 {
   in_hand = nullptr;
   if (pppoeia_globals.load())
     pppoeia_fini();
+  return machine_.open_descriptors();
+}
+
+real_agent::~real_agent()
+{
+  end();
   customFormatTestDebug = false;
   kernel = former_;
   syslog_take();
-  if (machine_.open_descriptors() != 0) {
-    std::fprintf(stderr, "%zu descriptors are left\n", machine_.open_descriptors());
-    std::abort();
-  }
 }
 
 bool real_agent::has_bridge(const string& name) const
@@ -306,8 +308,8 @@ outcome real_agent::call(const step& now)
   seen.result = call.result;
   seen.arguments = call.arguments;
   seen.kernel = heard;
-  late_ = !now.arguments.empty() && now.arguments.back().starts_with(terminal_) &&
-          std::chrono::steady_clock::now() - begun > std::chrono::milliseconds(500);
+  const bool reports = now.id >= 70 && now.id <= 74;
+  late_ = reports && std::chrono::steady_clock::now() - begun > std::chrono::milliseconds(500);
   if (late_)
     std::this_thread::sleep_for(std::chrono::seconds(11));
   return seen;

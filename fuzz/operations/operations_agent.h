@@ -18,6 +18,9 @@ public:
 
   outcome run(const step& now);
 
+  // Ends it, in order. How many descriptors it left open.
+  size_t end();
+
   // Where the record of the last step stood; 0 if that was none.
   uintptr_t where() const { return where_; }
   bool has_bridge(const string& name) const;

@@ -33,7 +33,7 @@ int main(int argc, char** argv)
   unsigned long count = 0;
   while (std::chrono::steady_clock::now() < end) {
     operations::sequence failed;
-    if (operations::judge(operations::sequence_make(random, 10 + random.below(150)), failed, count).empty())
+    if (operations::judge(operations::sequence_make(random, 20 + random.below(300)), failed, count).empty())
       continue;
     std::fprintf(stderr, "after %lu calls and frames:\n", count);
     operations::show_shortest(failed);

@@ -4,6 +4,17 @@
 #include <cstring>
 
 namespace operations {
+namespace {
+
+string raw(uint64_t value, size_t size)
+{
+  string text;
+  for (; size > 0; --size, value >>= 8)
+    text += static_cast<char>(value);
+  return text;
+}
+
+}  // namespace
 
 // One operation. A letter for each argument: b bridge, p port, n number, v VLAN id, s text; capital when the trace of
 // the call leaves it out; q a port that it shows in its own way, k whether tags are kept; r record, o output, x
@@ -354,22 +365,16 @@ void agent::bridge_delete(const string& which)
 void agent::defaults()
 {
   const string bridge_name = text(0);
-  const auto number_text = [](unsigned value) {
-    string raw(4, '\0');
-    for (size_t i = 0; i < 4; ++i)
-      raw[i] = static_cast<char>(value >> (8 * i));
-    return raw;
-  };
   const auto done = [&](unsigned id, std::vector<string> arguments) {
     arguments.insert(arguments.begin(), bridge_name);
     step one;
     one.id = id;
     one.arguments = arguments;
     const step* const outer = now;
-    outcome all = out;
+    outcome before = out;
     const outcome inner = run(one, 0);
-    all.log.insert(all.log.end(), inner.log.begin(), inner.log.end());
-    out = all;
+    before.log.insert(before.log.end(), inner.log.begin(), inner.log.end());
+    out = before;
     now = outer;
     name = "pppoeia_apply_default_settings";
     return inner.result;
@@ -377,14 +382,14 @@ void agent::defaults()
   bridge* const all = find(bridge_name);
   if (!all)
     return end("-ENOENT", -2);
-  done(10, {number_text(0)});
-  done(83, {number_text(99)});
-  done(19, {number_text(1)});
-  done(21, {number_text(1)});
-  done(23, {number_text(1)});
-  done(13, {number_text(0)});
+  done(10, {raw(0, 4)});
+  done(83, {raw(99, 4)});
+  done(19, {raw(1, 4)});
+  done(21, {raw(1, 4)});
+  done(23, {raw(1, 4)});
+  done(13, {raw(0, 4)});
   level = 3;
-  done(42, {number_text(0)});
+  done(42, {raw(0, 4)});
   done(52, {""});
   done(54, {"$PORT_REM_ID"});
   done(82, {});
@@ -396,12 +401,12 @@ void agent::defaults()
       state = 3;
       trust = 0;
     }
-    const string id = number_text(slot.id);
-    if (const int failed = done(31, {id, number_text(state)}))
+    const string id = raw(slot.id, 4);
+    if (const int failed = done(31, {id, raw(state, 4)}))
       return fail(failed);
-    done(34, {id, number_text(trust)});
+    done(34, {id, raw(trust, 4)});
     done(37, {id, ""});
-    done(45, {id, number_text(0)});
+    done(45, {id, raw(0, 4)});
     done(67, {id});
   }
 }
@@ -841,17 +846,12 @@ std::vector<step> agent::questions(bool last) const
       all.push_back(question);
     }
   };
-  const auto raw = [](unsigned value, size_t size) {
-    string text;
-    for (; size > 0; --size, value >>= 8)
-      text += static_cast<char>(value);
-    return text;
-  };
   ask_for(".", {});
   for (const bridge& of : bridges) {
     for (const char* kinds : {"b", ".b"})
       ask_for(kinds, {of.name});
-    ask_for("bn", {of.name, raw(0, 4)});
+    for (const unsigned selector : {0u, 1u, 2u})
+      ask_for("bn", {of.name, raw(selector, 4)});
     for (const unsigned vid : {0u, 7u, 511u, 4095u})
       ask_for("bv", {of.name, raw(vid, 2)});
     for (const port& slot : of.slots) {
@@ -873,19 +873,34 @@ std::vector<step> agent::questions(bool last) const
     all.back().arguments = std::move(arguments);
   };
   add(2, {raw(7, 4)});
-  for (const bridge& of : bridges)
+  const string console = "/console", room(300, '~');
+  for (const bridge& of : bridges) {
+    const unsigned named = of.vlans.empty() ? 99 : of.vlans.begin()->first;
+    const string vid = raw(named, 2), same_low_bits = raw(named + 4096, 2);
+    const auto each_line = [&](unsigned id, std::vector<string> behind) {
+      for (const port& slot : of.slots) {
+        std::vector<string> arguments{of.name, raw(slot.id, 4)};
+        arguments.insert(arguments.end(), behind.begin(), behind.end());
+        if (!slot.device.empty())
+          add(id, arguments);
+      }
+    };
+    for (const unsigned mode : {0u, 1u, 2u}) {
+      each_line(45, {raw(mode, 4)});
+      each_line(68, {vid, room});
+    }
     for (const char* format :
          {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID", "$INTF_DSCR",
-          "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID"}) {
+          "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID", "$CLNT_MAC,$AGENT_MAC,$AGENT_BOARD"}) {
       add(52, {of.name, format});
-      for (const port& slot : of.slots) {
-        if (slot.device.empty())
-          continue;
-        add(45, {of.name, raw(slot.id, 4), raw(2, 4)});
-        const unsigned vid = of.vlans.empty() ? 99 : of.vlans.begin()->first;
-        add(68, {of.name, raw(slot.id, 4), raw(vid, 2), string(300, '~')});
-      }
+      each_line(68, {vid, room});
     }
+    add(54, {of.name, "$CVID,$VLAN,$VLAN_NAME"});
+    each_line(69, {same_low_bits, room});
+    add(72, {of.name, "pppoeiaTestSetCustomRidStr", "$PORT,$VLAN,$CVID,$ONU,$VGEM,$CLNT_MAC", console});
+    for (const char* mode : {"test", "available"})
+      add(74, {of.name, "pppoeiaTestRunRid", mode, console});
+  }
   return all;
 }
 

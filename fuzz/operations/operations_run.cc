@@ -34,19 +34,19 @@ const string& terminal()
 
 string bridge_name(chooser& choose)
 {
-  return choose.below(40) ? choose.one_of({"br0", "br0", "br0", "br0", "br0", "br1", "tencharact"})
-                          : choose.one_of({"br2", "none", "", "elevenchars", "a/b", "br0x", "BR0"});
+  return choose.below(12) ? "br0"
+                          : choose.one_of({"br1", "br1", "tencharact", "br2", "none", "", "elevenchars", "a/b"});
 }
 
 unsigned port_id(chooser& choose)
 {
-  return choose.below(12) ? 1 + choose.below(4)
-                          : choose.one_of({0u, 5u, 6u, 7u, 8u, 9u, 65535u, 0x10001u, 0xffffffffu});
+  return choose.below(12) ? choose.one_of({1u, 1u, 1u, 2u, 2u, 3u})
+                          : choose.one_of({0u, 4u, 5u, 6u, 7u, 8u, 9u, 65535u, 0x10001u, 0xffffffffu});
 }
 
 unsigned vlan_id(chooser& choose)
 {
-  return choose.below(4) ? choose.one_of({7u, 100u, 101u})
+  return choose.below(6) ? choose.one_of({7u, 100u, 100u, 101u})
                          : choose.one_of({0u, 1u, 511u, 512u, 4094u, 4095u, 4096u, 4196u, 8191u, 65535u});
 }
 
@@ -83,27 +83,34 @@ string some_text(chooser& choose, size_t most)
     return string(most, 'm');
   case 1:
     return string(most + 1, 'o');
-  case 2:
-    return string(choose.below(static_cast<unsigned>(most) + 2), static_cast<char>('a' + choose.below(26)));
+  case 2: {
+    const char letter = static_cast<char>('a' + choose.below(26));
+    return string(choose.below(static_cast<unsigned>(most) + 2), letter);
+  }
   default:
     return choose.one_of(texts);
   }
 }
 
-string port_information(chooser& choose)
-{
-  const string type = choose.one_of({"eth", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
-  string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4) + type;
-  info.resize(16);
-  info += raw(choose.below(8), 4);
-  return info;
-}
-
+// Choices are taken one in a statement: their order must not depend on the compiler.
 string location(chooser& choose)
 {
-  string text = raw(choose.below(4), 4) + choose.one_of({"P1", "", "8 chars."});
+  string text = raw(choose.below(4), 4);
+  text += choose.one_of({"P1", "", "8 chars."});
   text.resize(12);
-  return text + raw(some_number(choose), 4) + raw(some_number(choose), 4) + raw(some_number(choose), 4) + raw(0, 4);
+  for (int number = 0; number < 3; ++number)
+    text += raw(some_number(choose), 4);
+  return text + raw(0, 4);
+}
+
+string port_information(chooser& choose)
+{
+  string info = raw(choose.below(3) ? choose.below(4) : some_number(choose), 4);
+  info += choose.one_of({"eth", "atm", "atm", "onu", "gem", "", "tencharact", "twelve chars"});
+  info.resize(16);
+  info += raw(choose.below(8), 4);
+  info += location(choose);
+  return info;
 }
 
 string word_of(chooser& choose, api::values words)
@@ -128,9 +135,9 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.words != api::values::none)
       text = word_of(choose, wanted.words);
     else if (wanted.name == "value" && choose.below(2))
-      text = choose.one_of({"1", "2", "7", "100", "65637", "-1", "4294967297", " 9", "x", "00:11:22:aa:bb:CC",
-                            "00:11:22:aa:bb:cg", "001122aabbcc"});
-    else
+      text = choose.one_of({"1", "2", "3", "7", "010", "0x1f", "4094", "65637", "-1", "4294967297", " 9", "x",
+                            "00:11:22:aa:bb:CC", "00:11:22:aa:bb:cg", "00:11:22:aa:bb:cc:dd", "00-11-22-aa-bb-cc"});
+    else if (wanted.name != "format" || choose.below(4))
       text = some_text(choose, wanted.size);
     text += '\0';
     break;
@@ -147,7 +154,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.name == "max-pdu")
       text = raw(choose.one_of({1500u, 1500u, 1501u, 1499u, 200u, 201u, 9000u, 9001u, 100u, 0u, 0xffffffffu}), 4);
     if (wanted.name == "mode")
-      text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu}), 4);
+      text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu, 0xfffffffeu}), 4);
     if (wanted.name == "ports")
       text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65537u}), 4);
     break;
@@ -155,7 +162,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     text = raw(0x665544332211u + choose.below(256), 6);
     break;
   case api::kind::port_info:
-    text = port_information(choose) + location(choose);
+    text = port_information(choose);
     break;
   case api::kind::name_update:
     text = location(choose);
@@ -219,7 +226,7 @@ step frame_make(chooser& choose)
   one.bridge = choose.one_of({"br0", "br0", "br0", "br1", "tencharact"});
   bytes& r = one.record;
   r.resize(107);
-  const unsigned vid = vlan_id(choose), cvid = choose.one_of({4095u, 4095u, 5u, 0x1fffu});
+  const unsigned vid = vlan_id(choose), cvid = choose.one_of({4095u, 4095u, 4094u, 5u, 0x1fffu});
   r[4] = static_cast<unsigned char>(vid >> 8);
   r[5] = static_cast<unsigned char>(vid);
   r[6] = static_cast<unsigned char>(cvid >> 8);
@@ -257,8 +264,39 @@ step plain(unsigned id, std::vector<string> arguments)
 
 step port_add(chooser& choose, unsigned id)
 {
-  return plain(29, {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id),
-                    port_information(choose) + location(choose)});
+  return plain(29,
+               {"br0", raw(id, 4), "dev" + std::to_string(id), "0/" + std::to_string(id), port_information(choose)});
+}
+
+void move(chooser& choose, std::vector<step>& steps)
+{
+  const unsigned id = port_id(choose);
+  steps.push_back(plain(30, {"br0", raw(id, 4)}));
+  steps.push_back(port_add(choose, id));
+}
+
+// A bridge with lines, VLANs and entries, mostly open for frames.
+void begin(chooser& choose, std::vector<step>& steps)
+{
+  steps.push_back(plain(0, {}));
+  if (choose.below(2)) {
+    steps.push_back(plain(6, {"br0", raw(choose.below(9), 4)}));
+    failure_add(choose, steps.back());
+  }
+  steps.push_back(plain(6, {"br0", raw(2 + choose.below(6), 4)}));
+  for (unsigned id = choose.below(6); id > 0; --id)
+    steps.push_back(port_add(choose, id));
+  if (choose.below(3)) {
+    steps.push_back(plain(13, {"br0", raw(1, 4)}));
+    steps.push_back(plain(32, {"br0", raw(1 + choose.below(3), 4)}));
+  }
+  for (const unsigned vlan : {7u, 100u, 101u}) {
+    if (choose.below(2))
+      steps.push_back(plain(79, {"br0", raw(vlan, 2)}));
+    for (const unsigned format_set : {58u, 60u})
+      if (choose.one_in(3))
+        steps.push_back(plain(format_set, {"br0", raw(1, 4), raw(vlan, 2), "$PORT"}));
+  }
 }
 
 // --- comparing -------------------------------------------------------------------------------------------------------
@@ -344,6 +382,13 @@ public:
     const string what = real_.was_late() ? "" : difference(seen, said);
     return what.empty() ? "" : "the model's branch '" + said.branch + "'\n" + what;
   }
+  // What is wrong at the end of all steps.
+  string end()
+  {
+    const size_t left = real_.end();
+    return left == 0 ? "" : std::to_string(left) + " descriptors are left open\n";
+  }
+
   std::vector<step> questions(bool last) const { return model_.questions(last); }
 
 private:
@@ -360,7 +405,7 @@ string judge_plainly(sequence& given)
       given.steps.resize(i + 1);
       return what;
     }
-  return "";
+  return both.end();
 }
 
 }  // namespace
@@ -380,26 +425,24 @@ sequence sequence_make(chooser& choose, unsigned most)
   machine.ipv6 = choose.below(2);
   machine.mac = choose.below(4);
   machine.terminal = terminal();
-  const auto level = choose.one_of({-1, 0, 2, 3, 4, 6, 7, 7, 7, 7, 8});
-  made.steps.push_back(plain(2, {raw(static_cast<uint32_t>(level), 4)}));
+  const step level = plain(2, {raw(static_cast<uint32_t>(choose.one_of({-1, 0, 2, 3, 4, 5, 6, 7, 7, 7, 7, 8})), 4)});
+  made.steps.push_back(level);
   if (choose.below(30))
-    made.steps.push_back(plain(0, {}));
-  for (unsigned times = 1 + choose.below(2); times > 0; --times) {  // the second is refused, unless the first failed
-    made.steps.push_back(plain(6, {"br0", raw(2 + choose.below(6), 4)}));
-    failure_add(choose, made.steps.back());
-  }
-  for (unsigned id = 1; id <= choose.below(4); ++id)
-    made.steps.push_back(port_add(choose, id));
+    begin(choose, made.steps);
   std::vector<unsigned> favourites;
   for (int i = 0; i < 6; ++i)
     favourites.push_back(choose.below(static_cast<unsigned>(api::operations.size())));
   while (made.steps.size() < most && !choose.is_empty()) {
     made.steps.push_back(choose.below(10) ? call_make(choose, favourites) : frame_make(choose));
-    if (choose.one_in(30)) {  // a line moves: its slot keeps more than one thinks
-      const unsigned id = port_id(choose);
-      made.steps.push_back(plain(30, {"br0", raw(id, 4)}));
-      made.steps.push_back(port_add(choose, id));
-    }
+    const unsigned id = made.steps.back().id;
+    if (choose.one_in(30))  // a line moves: its slot keeps more than one thinks
+      move(choose, made.steps);
+    if (id == 1 && choose.one_in(3))
+      made.steps.push_back(plain(1, {}));
+    if ((id == 1 || id == 7) && choose.below(4))
+      begin(choose, made.steps);
+    if (choose.one_in(20))  // also after what makes the log silent
+      made.steps.push_back(level);
   }
   return made;
 }
@@ -427,7 +470,7 @@ string judge(const sequence& given, sequence& failed, unsigned long& count)
         failed.steps.pop_back();
     }
   }
-  return "";
+  return both.end();
 }
 
 void show_shortest(const sequence& failed)

@@ -12,10 +12,14 @@
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <net/if.h>
 #include <poll.h>
 #include <set>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -98,6 +102,17 @@ std::string said(const char* command)
     text += static_cast<char>(byte);
   pclose(output);
   return text;
+}
+
+// What loading programs takes.
+void rights_drop()
+{
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct rights[2]{};
+  syscall(SYS_capget, &header, rights);
+  rights[0].effective &= ~(1u << CAP_SYS_ADMIN);
+  rights[1].effective &= ~(1u << (CAP_BPF - 32));
+  syscall(SYS_capset, &header, rights);
 }
 
 bool has_qdisc(const std::string& interface)
@@ -230,6 +245,11 @@ TEST_F(KernelBridge, MembersComeAndGoAndAreRenamed)
   line.send(request);
   EXPECT_EQ(uplink.receive(), after_agent(request));
   EXPECT_EQ(port, 6);
+  // Another name of the bridge opens nothing.
+  EXPECT_TRUE(run("ip link set br0 down && ip link set br0 name br7 && ip link set br7 up"));
+  line.send(request);
+  EXPECT_EQ(uplink.receive(), after_agent(request));
+  EXPECT_TRUE(run("ip link set br7 down && ip link set br7 name br0 && ip link set br0 up"));
   // Who takes another's number makes both nameless.
   EXPECT_TRUE(run("ip link set line6 down && ip link set line6 name other1 && ip link set other1 up"));
   EXPECT_TRUE(wait_until([] { return port_at("line1") == 0 && port_at("other1") == 0; }));
@@ -243,6 +263,29 @@ TEST_F(KernelBridge, MembersComeAndGoAndAreRenamed)
   const wire first("hline1");
   ASSERT_TRUE(wait_until([&] { return first.send(request), uplink.receive(false) == after_agent(request); }));
   node.stop();
+}
+
+TEST_F(KernelBridge, MemberMovesToAnotherBridge)
+{
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(run("ip link add br1 type bridge && ip link set br1 up"));
+  bridge_settings other = settings_of();
+  other.name = "br1";
+  cabled_bridge node(settings_of()), next(other);
+  node.start();
+  next.start();
+  const auto bridge_at_line = [] {
+    const auto found = found_programs::at(static_cast<int>(if_nametoindex("line2")));
+    return found ? found->bridge() : "";
+  };
+  for (const char* bridge : {"br1", "br0", "br1", "br0"}) {
+    EXPECT_TRUE(run(std::string("ip link set line2 master ") + bridge));
+    EXPECT_TRUE(wait_until([&] { return bridge_at_line() == bridge; }));
+  }
+  node.stop();
+  next.stop();
+  EXPECT_EQ(bridge_at_line(), "br0");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("taken off")));
 }
 
 // Whatever somebody takes off is back, and meanwhile nothing untreated reaches the network.
@@ -276,7 +319,7 @@ TEST_F(KernelBridge, ProgramsThatSomebodyTookOffAreBack)
 TEST_F(KernelBridge, EndLeavesInterfacesAsTheyWere)
 {
   const char everything[] = "tc qdisc show; for i in line1 line2 up9; do tc filter show dev $i ingress; done 2>&1";
-  ASSERT_TRUE(run("tc qdisc add dev line2 clsact && "
+  ASSERT_TRUE(run("tc qdisc add dev line1 clsact && tc qdisc add dev line2 clsact && "
                   "tc filter add dev line2 ingress prio 7 protocol ip u32 match u32 0 0 flowid 1:1"));
   const std::string before = said(everything);
   {
@@ -364,6 +407,33 @@ TEST_F(KernelBridge, RateIsEachSubscribersOwn)
   EXPECT_GE(came[1], 5);
   EXPECT_GE(node.count("refused by rate"), 990);
   EXPECT_EQ(node.count("captured") + node.count("refused by rate"), 1005);
+}
+
+// One line, and the bridge as it was.
+TEST_F(KernelBridge, RefusedByTheKernelItSaysSo)
+{
+  const auto said_without_rights = [] {
+    const pid_t child = fork();
+    if (child == 0) {
+      loop events;
+      rights_drop();
+      try {
+        bridge_make(settings_of(), events);
+      } catch (const fatal& error) {
+        _exit(std::string(error.what()).find("takes no eBPF programs") == std::string::npos);
+      }
+      _exit(2);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+  };
+  EXPECT_EQ(said_without_rights(), 0);
+  EXPECT_FALSE(has_qdisc("line1") || if_nametoindex("br0_back") != 0);
+  loop events;
+  bridge_settings absent = settings_of();
+  absent.name = "nosuch0";
+  EXPECT_THROW(bridge_make(absent, events), fatal);
 }
 
 // Ten thousand clients at once, each frame with a number of its own.

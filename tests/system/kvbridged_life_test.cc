@@ -212,6 +212,11 @@ TEST_F(Kvbridged, ExitStatusesAreThoseOfTheManual)
                                                   {"run --bridge br1,color=red", 2},
                                                   {"run --bridge br1 --port br2,1,subscriber,eth0", 2},
                                                   {"run --bridge br1 --port br1,1,subscriber,nosuch0", 1},
+                                                  {"run --kernel-bridge nosuch0", 1},
+                                                  {"run --kernel-bridge br1 --port eth1=0", 2},
+                                                  {"run --kernel-bridge br1 --when-down ajar", 2},
+                                                  {"run --kernel-bridge br1 --padi-rate 20,burst=0", 2},
+                                                  {"release", 2},
                                                   {"exec -- /no/such/program", 1}};
   for (const auto& [arguments, status] : statuses)
     EXPECT_EQ(status_of(arguments), status) << arguments;

@@ -4,10 +4,10 @@
 //   member --program--> helper device --> this --record--> agent --record--> this --> helper device --program--> member
 //
 // at whose ingress they go on into the bridge as if they had come in just now. An error answer of the agent's leaves by
-// the member that the request came in by. Which member is behind which port number: see port_numbers.h.
+// the member that the request came in by. Who is a member: see kernel_members.h.
 //
-// Members come and go as netlink tells. Their programs are put back when somebody takes them off. A heartbeat keeps the
-// road open; without an agent, and without this process, it is down, and the programs do what the mode says.
+// A heartbeat keeps the road open; without an agent, and without this process, it is down, and the programs do what the
+// mode says.
 //
 // When the object goes while an agent's filter is in force, in closed mode, the programs stay, so that nothing passes
 // until the next kvbridged is there. Else every interface is left as it was found.
@@ -16,10 +16,9 @@
 
 #include "platform/kvbridged/agent_bridge.h"
 #include "platform/kvbridged/kernel/helper_device.h"
-#include "platform/kvbridged/kernel/links.h"
+#include "platform/kvbridged/kernel/kernel_members.h"
 #include "platform/kvbridged/kernel/tc_programs.h"
 
-#include <map>
 #include <memory>
 
 namespace kvbridged {
@@ -38,51 +37,28 @@ public:
   std::string statistics() const override;
 
 private:
-  struct member {
-    std::string name;
-    member_role role;
-    bool attached = false;
-    bool told_of_number = false;
-    bool told_of_error = false;
-  };
   enum class filter_state { none, attached, stopped };
 
-  void link_seen(const link_info& link);
-  void link_gone(int index);
-  void look_at_all();
-  void leftovers_take_off(const std::vector<link_info>& links) const;
-  void bridge_lost();
-  void member_leave(int index);
-  void numbers_assign();
-  void member_put(int index, member& one);
-  void number_tell(member& one) const;
-  void member_check(int index);
   void helper_watch();
   void helper_forget();
   void helper_lost();
   void helper_check();
-  void filters_changed(int index);
   void state_set(filter_state state, int device);
   void tick();
   void beat();
   void read_captured();
   void take(int index, const port_frame& frame);
-  void answer(int index, const port_frame& frame, size_t ethertype);
+  void answer(int index, const kernel_members::member& from, frame_view frame, size_t ethertype);
   bool give_back(frame_view frame, uint32_t mark);
-  void tell(const std::string& text) const;
 
   const kernel_settings& kernel() const { return *settings_.kernel; }
   std::string helper_name() const { return helper_name_of(settings_.name); }
 
   loop& events_;
-  int bridge_index_ = 0;  // 0 while there is none
-  std::map<int, member> members_;
-  std::map<uint16_t, int> by_number_;
   std::unique_ptr<helper_device> helper_;
   std::unique_ptr<tc_programs> programs_;
-  std::unique_ptr<link_watch> links_;
+  std::unique_ptr<kernel_members> members_;
   descriptor timer_;
-  unsigned ticks_ = 0;
   filter_state filter_ = filter_state::none;
   int device_ = -1;
   struct {

@@ -140,11 +140,22 @@ bool tc_programs::member_attached(int interface, bool uplink) const
 
 void tc_programs::member_detach(int interface)
 {
-  const int roles = bpf_map__fd(loaded_->maps.kvb_roles);
+  if (tc_program(interface, tc_side::in) == 0 || member_attached(interface, false))
+    return former_detach(interface);
+  forget(interface);
+}
+
+void tc_programs::former_detach(int interface)
+{
   uint32_t role = 0;
-  const bool known = bpf_map_lookup_elem(roles, &interface, &role) == 0;
+  const bool known = bpf_map_lookup_elem(bpf_map__fd(loaded_->maps.kvb_roles), &interface, &role) == 0;
   programs_take_off(interface, known && !(role & kvb_qdisc_found));
-  bpf_map_delete_elem(roles, &interface);
+  forget(interface);
+}
+
+void tc_programs::forget(int interface)
+{
+  bpf_map_delete_elem(bpf_map__fd(loaded_->maps.kvb_roles), &interface);
   bpf_map_delete_elem(bpf_map__fd(loaded_->maps.kvb_counts), &interface);
 }
 

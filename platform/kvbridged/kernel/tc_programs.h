@@ -47,12 +47,15 @@ public:
   // program goes its own way, but does not leave by an uplink that has.
   int member_attach(int interface, member_role role);
   bool member_attached(int interface, bool uplink) const;
-  // Leaves the interface as it was found; one that is gone is forgotten.
+  // Leaves the interface as it was found, but for programs of another bridge's; one that is gone is forgotten.
   void member_detach(int interface);
+  // The same where a former kvbridged's programs are.
+  void former_detach(int interface);
   kvb_counts counts(int interface) const;
 
 private:
   int qdisc_make(int interface, uint32_t& role) const;
+  void forget(int interface);
 
   std::string bridge_;
   std::unique_ptr<discovery_bpf, void (*)(discovery_bpf*)> loaded_;
