@@ -1,5 +1,6 @@
-// Operations that no function id reaches, so that no request and no model tries them: results, effects, log lines.
+// What no request reaches, and so no model tries: operations without a function id, and null for a result's place.
 #include "pppoeia/log.h"
+#include "pppoeia/lookup.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/api_fixture.h"
@@ -89,6 +90,18 @@ TEST_F(CFunctions, AVlanOfAPortIsSwitchedWhereTheBridgeHasIt)
     EXPECT_EQ(bridge.port[2].vlan_info.test(5), wanted == 1);
   }
   EXPECT_EQ(pppoeia_port_vlan_info_set("br0", 4, 5, 0), -ENODEV);
+}
+
+TEST_F(CFunctions, ResultsWithoutAPlaceAreRefused)
+{
+  uint32_t number = 0;
+  EXPECT_EQ(pppoeia_bridge_max_pdu_get("brX", nullptr), -EINVAL);
+  EXPECT_EQ(pppoeia_log_level_get(nullptr), -EINVAL);
+  EXPECT_EQ(pppoeia_port_pvc_get("br0", 3, nullptr, &number), 1);
+  EXPECT_EQ(pppoeia_port_pvc_get("br0", 3, &number, nullptr), 1);
+  EXPECT_EQ(pppoeia_port_parent_get("br0", 3, nullptr), 1);
+  EXPECT_EQ(br_port_parent_get("br0", 3, nullptr), 1);
+  EXPECT_EQ(pppoeia_port_vlan_get_first("br0", 3, nullptr), -ENXIO);
 }
 
 }  // namespace
