@@ -40,7 +40,7 @@ bool fails(const std::string& step)
 
 int keep(const std::string& step, int fd, int peer = -1)
 {
-  if (step == fake->at_zero && !table.contains(0)) {
+  if (fd > 0 && step == fake->at_zero && !table.contains(0)) {
     dup2(fd, 0);
     close(std::exchange(fd, 0));
   }

@@ -1,0 +1,107 @@
+// What no request reaches, and so no model tries: operations without a function id, and null for a result's place.
+#include "pppoeia/log.h"
+#include "pppoeia/lookup.h"
+#include "pppoeia/pppoeia.h"
+#include "pppoeia/records.h"
+#include "tests/support/api_fixture.h"
+#include "tests/support/syslog_capture.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+namespace {
+
+using testing::ElementsAre;
+
+class CFunctions : public testing::Test {
+protected:
+  CFunctions() : bridge(*bridge_find("br0")) { agent.port_add(3); }
+
+  api_fixture agent;
+  pppoeia_bridge& bridge;
+};
+
+TEST_F(CFunctions, TextsAreGivenOut)
+{
+  pppoeia_bridge_contact_set("br0", "a contact");
+  pppoeia_bridge_location_set("br0", "a location");
+  pppoeia_bridge_sysname_set("br0", "a name");
+  pppoeia_bridge_intf_descr_set("br0", 3, "a description");
+  pppoeia_bridge_cpe_serial_set("br0", 3, "a serial");
+  char text[65];
+  EXPECT_EQ(pppoeia_bridge_contact_get("br0", text), 0);
+  EXPECT_STREQ(text, "a contact");
+  EXPECT_EQ(pppoeia_bridge_location_get("br0", text), 0);
+  EXPECT_STREQ(text, "a location");
+  EXPECT_EQ(pppoeia_bridge_sysname_get("br0", text), 0);
+  EXPECT_STREQ(text, "a name");
+  EXPECT_EQ(pppoeia_bridge_intf_descr_get("br0", 3, text), 0);
+  EXPECT_STREQ(text, "a description");
+  EXPECT_EQ(pppoeia_bridge_cpe_serial_get("br0", 3, text), 0);
+  EXPECT_STREQ(text, "a serial");
+  uint8_t mac[6] = {};
+  pppoeia_bridge_cpe_mac_set("br0", 3, 0xffeeddccbbaaull);
+  EXPECT_EQ(pppoeia_bridge_cpe_serial_get("br0", 3, mac), 0);
+  EXPECT_THAT(mac, ElementsAre(0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff));
+  EXPECT_EQ(pppoeia_bridge_cpe_serial_get("br0", 3, static_cast<uint8_t*>(nullptr)), -EINVAL);
+  EXPECT_EQ(pppoeia_bridge_contact_get("brX", text), -ENOENT);
+  EXPECT_EQ(pppoeia_bridge_intf_descr_get("br0", 4, text), -ENODEV);
+  EXPECT_EQ(pppoeia_bridge_cpe_serial_get("br0", 4, text), -ENODEV);
+}
+
+TEST_F(CFunctions, EntriesGoBackToTheDefaultOfEachField)
+{
+  pppoeia_circuit_id_mode_port_vlan_set("br0", 3, 1, 2);
+  pppoeia_circuit_id_format_port_vlan_set("br0", 3, 1, "c");
+  pppoeia_remote_id_format_port_vlan_set("br0", 3, 1, "r");
+  const auto entry = [&] {
+    const pppoeia_port_vlan* found = port_vlan_find(bridge.port[2], 1);
+    return found ? std::to_string(found->cid_mode) + "/" + found->cid_format + "/" + found->rid_format : "none";
+  };
+  syslog_take();
+  pppoeia_log_level = log_debug;
+  EXPECT_EQ(pppoeia_circuit_id_mode_port_vlan_def_set("br0", 3, 1), 0);
+  EXPECT_EQ(entry(), "0/c/r");
+  EXPECT_EQ(pppoeia_circuit_id_format_port_vlan_def_set("br0", 3, 1), 0);
+  EXPECT_EQ(entry(), "0//r");
+  EXPECT_EQ(pppoeia_remote_id_format_port_vlan_def_set("br0", 3, 1), 0);
+  EXPECT_EQ(entry(), "0//");
+  pppoeia_log_level = log_info;
+  EXPECT_EQ(syslog_take().size(), 9u) << "entry, change and result of each";
+  for (const auto operation : {pppoeia_circuit_id_mode_port_vlan_def_set, pppoeia_circuit_id_format_port_vlan_def_set,
+                               pppoeia_remote_id_format_port_vlan_def_set}) {
+    EXPECT_EQ(operation("br0", 3, 2), -ENOENT);
+    EXPECT_EQ(operation("br0", 4, 1), -ENODEV);
+  }
+}
+
+TEST_F(CFunctions, AVlanOfAPortIsSwitchedWhereTheBridgeHasIt)
+{
+  int32_t flag = 7;
+  EXPECT_EQ(pppoeia_port_vlan_info_set("br0", 3, 600, 0), -1);
+  EXPECT_EQ(pppoeia_port_vlan_info_get("br0", 3, 600, &flag), -1);
+  EXPECT_EQ(flag, 7);
+  bridge.vlan_enabled.set(5);
+  for (const int32_t wanted : {0, 1}) {
+    EXPECT_EQ(pppoeia_port_vlan_info_set("br0", 3, 5, wanted), 0);
+    EXPECT_EQ(pppoeia_port_vlan_info_get("br0", 3, 5, &flag), 0);
+    EXPECT_EQ(flag, wanted);
+    EXPECT_EQ(bridge.port[2].vlan_info.test(5), wanted == 1);
+  }
+  EXPECT_EQ(pppoeia_port_vlan_info_set("br0", 4, 5, 0), -ENODEV);
+}
+
+TEST_F(CFunctions, ResultsWithoutAPlaceAreRefused)
+{
+  uint32_t number = 0;
+  EXPECT_EQ(pppoeia_bridge_max_pdu_get("brX", nullptr), -EINVAL);
+  EXPECT_EQ(pppoeia_log_level_get(nullptr), -EINVAL);
+  EXPECT_EQ(pppoeia_port_pvc_get("br0", 3, nullptr, &number), 1);
+  EXPECT_EQ(pppoeia_port_pvc_get("br0", 3, &number, nullptr), 1);
+  EXPECT_EQ(pppoeia_port_parent_get("br0", 3, nullptr), 1);
+  EXPECT_EQ(br_port_parent_get("br0", 3, nullptr), 1);
+  EXPECT_EQ(pppoeia_port_vlan_get_first("br0", 3, nullptr), -ENXIO);
+}
+
+}  // namespace
