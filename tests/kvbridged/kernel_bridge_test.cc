@@ -16,9 +16,11 @@
 #include <net/if.h>
 #include <poll.h>
 #include <set>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -271,9 +273,11 @@ TEST_F(KernelBridge, MemberMovesToAnotherBridge)
   EXPECT_TRUE(run("ip link add br1 type bridge && ip link set br1 up"));
   bridge_settings other = settings_of();
   other.name = "br1";
-  cabled_bridge node(settings_of()), next(other);
-  node.start();
-  next.start();
+  loop events;
+  const descriptor stop(eventfd(0, 0));
+  events.watch(stop.get(), [&] { events.end(); });
+  const auto first = bridge_make(settings_of(), events), second = bridge_make(other, events);
+  std::thread serving([&] { events.run(); });
   const auto bridge_at_line = [] {
     const auto found = found_programs::at(static_cast<int>(if_nametoindex("line2")));
     return found ? found->bridge() : "";
@@ -282,8 +286,8 @@ TEST_F(KernelBridge, MemberMovesToAnotherBridge)
     EXPECT_TRUE(run(std::string("ip link set line2 master ") + bridge));
     EXPECT_TRUE(wait_until([&] { return bridge_at_line() == bridge; }));
   }
-  node.stop();
-  next.stop();
+  eventfd_write(stop.get(), 1);
+  serving.join();
   EXPECT_EQ(bridge_at_line(), "br0");
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("taken off")));
 }

@@ -14,6 +14,7 @@
 #include <set>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 
 namespace {
 
@@ -59,7 +60,8 @@ int main(int argc, char** argv)
   constexpr int room = 64 * 1024 * 1024;
   setsockopt(server.get(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
   const auto begin = std::chrono::steady_clock::now();
-  for (unsigned vlan = 1; vlan <= vlans; ++vlan)
+  // The kernel takes 1,000 frames into a cable that nobody serves yet, and loses the rest.
+  for (unsigned vlan = 1; vlan <= vlans; ++vlan, std::this_thread::yield())
     for (unsigned port = 1; port <= ports; ++port)
       lines[port - 1].send(padi_of(port, vlan));
   std::set<std::pair<unsigned, unsigned>> came;

@@ -1,5 +1,6 @@
 #include "platform/kvbridged/kernel/kernel_bridge.h"
 
+#include "platform/kvbridged/kernel/monotonic.h"
 #include "platform/kvbridged/record.h"
 
 #include <algorithm>
@@ -92,11 +93,20 @@ void kernel_bridge::state_set(filter_state state, int device)
 
 void kernel_bridge::beat()
 {
+  last_beat_ = monotonic_ns();
   programs_->beat(filter_ == filter_state::attached);
+}
+
+// While frames come without end the timer may have to wait for its turn.
+void kernel_bridge::beat_if_due()
+{
+  if (monotonic_ns() - last_beat_ >= tick_ns)
+    beat();
 }
 
 void kernel_bridge::from_agent(frame_view record)
 {
+  beat_if_due();
   const auto returned = record_parse(record);
   if (!returned)
     return;
@@ -112,6 +122,7 @@ void kernel_bridge::from_agent(frame_view record)
 void kernel_bridge::read_captured()
 {
   constexpr int at_once_most = 64;
+  beat_if_due();
   for (int i = 0; i < at_once_most; ++i) {
     const auto frame = helper_->read();
     if (!frame)

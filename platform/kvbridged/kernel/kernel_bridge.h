@@ -46,6 +46,7 @@ private:
   void state_set(filter_state state, int device);
   void tick();
   void beat();
+  void beat_if_due();
   void read_captured();
   void take(int index, const port_frame& frame);
   void answer(int index, const kernel_members::member& from, frame_view frame, size_t ethertype);
@@ -59,6 +60,7 @@ private:
   std::unique_ptr<tc_programs> programs_;
   std::unique_ptr<kernel_members> members_;
   descriptor timer_;
+  uint64_t last_beat_ = 0;
   filter_state filter_ = filter_state::none;
   int device_ = -1;
   struct {

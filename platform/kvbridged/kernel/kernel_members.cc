@@ -169,6 +169,13 @@ void kernel_members::member_put(int index, member& one)
   one.attached = error == 0;
 }
 
+// Whoever moved it to another bridge may have been quicker than netlink.
+bool kernel_members::is_still_member(int index) const
+{
+  return std::ranges::any_of(
+      links_all(), [&](const link_info& link) { return link.index == index && link.master == bridge_index_; });
+}
+
 void kernel_members::member_check(int index)
 {
   const auto at = members_.find(index);
@@ -176,6 +183,8 @@ void kernel_members::member_check(int index)
     return;
   member& one = at->second;
   if (one.attached && programs_.member_attached(index, one.role.uplink))
+    return;
+  if (!is_still_member(index))
     return;
   const bool lost = one.attached;
   member_put(index, one);

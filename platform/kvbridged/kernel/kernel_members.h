@@ -51,6 +51,7 @@ private:
   void numbers_assign();
   void member_put(int index, member& one);
   void number_tell(member& one) const;
+  bool is_still_member(int index) const;
   void member_check(int index);
   void filters_changed(int index);
   void changes_lost();

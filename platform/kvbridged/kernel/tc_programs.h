@@ -33,8 +33,9 @@ public:
   tc_programs(const tc_programs&) = delete;
   tc_programs& operator=(const tc_programs&) = delete;
 
-  // How long the road stays open after the last beat.
-  static constexpr int64_t heart_stops_ns = 700'000'000;
+  // How long the road stays open after the last beat: a death is seen within a second, and one who is merely kept from
+  // the processor by a storm is not taken for dead too soon.
+  static constexpr int64_t heart_stops_ns = 950'000'000;
   // Says that kvbridged lives, and whether an agent does.
   void beat(bool road_open);
 
