@@ -31,10 +31,12 @@ std::string packed(const words& all)
 
 words unpacked(const std::string& bytes)
 {
-  words all(bytes.size() / 4);
-  std::memcpy(all.data(), bytes.data(), all.size() * 4);
-  for (uint32_t& word : all)
-    word = ntohl(word);
+  words all;
+  for (size_t at = 0; at + 4 <= bytes.size(); at += 4) {
+    uint32_t big;
+    std::memcpy(&big, &bytes[at], sizeof big);
+    all.push_back(ntohl(big));
+  }
   return all;
 }
 
