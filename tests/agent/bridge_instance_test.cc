@@ -296,8 +296,7 @@ TEST_F(BridgeInstance, DeviceThatVanishesIsMadeAnewAndServedAsBefore)
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_GT(kernel.tried(step), before) << step;
   }
-  kernel.fail_from_now({});
-  kernel.at_zero = "open:/proc/net/mng/config";
+  kernel.fail_from_now({}, "open:/proc/net/mng/config");
   EXPECT_TRUE(logged("<br0> Pseudo device 'br0_pppoe' is back."));
   EXPECT_EQ(heard.size(), 2u) << testing::PrintToString(heard);
   EXPECT_TRUE(serves());

@@ -280,10 +280,11 @@ void fake_kernel::vanish(const std::string& device)
   device_forget(device);
 }
 
-void fake_kernel::fail_from_now(const std::map<std::string, int>& steps)
+void fake_kernel::fail_from_now(const std::map<std::string, int>& steps, const std::string& zero_step)
 {
   const std::lock_guard lock(guard);
   failing = steps;
+  at_zero = zero_step;
 }
 
 int fake_kernel::tried(const std::string& step) const

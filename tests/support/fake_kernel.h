@@ -39,9 +39,9 @@ public:
   // The test's end of the packet socket that was bound last for `device`, or -1.
   int wire(const std::string& device) const;
 
-  // While workers run: a device goes away by itself, other steps fail, how often a step was tried.
+  // While workers run: a device goes away by itself, other steps fail or answer at zero, how often a step was tried.
   void vanish(const std::string& device);
-  void fail_from_now(const std::map<std::string, int>& steps);
+  void fail_from_now(const std::map<std::string, int>& steps, const std::string& zero_step = {});
   int tried(const std::string& step) const;
 
   // Descriptors that the agent opened and did not close.
