@@ -22,12 +22,15 @@ from tree import Failed, HOME, run
 
 WHOLE = {"agent_life_test", "framework_host_test", "thread_crash_test"}
 
-# Ends with all that it started; sees nothing of the host's processes and network; writes to nothing of the host.
+# Ends with all that it started; sees nothing of the host's processes and network; writes to nothing of the host. The copy
+# of the tree is held while /tmp is covered, since it may lie there.
 NOT_ALONE = 125
 SHELL = f"""
 {{
   mount --make-rprivate / && mount --bind / / && mount -o remount,bind,ro / &&
+  mount --bind '{HOME}' /mnt &&
   mount -t tmpfs none /tmp && mount -t tmpfs none /var/tmp && mount -t tmpfs none /run &&
+  mkdir -p '{HOME}' && mount --move /mnt '{HOME}' &&
   ip link set lo up && cd /tmp
 }} || exit {NOT_ALONE}
 "$@"
