@@ -24,7 +24,7 @@ INSTEAD = {
 }
 OPENING = {"(": ")", "[": "]", "{": "}"}
 LOG = re.compile(r"log$|log_|_log|^log[A-Z]|Log$|trace|entry$", re.I)  # what statements that only tell begin with
-WAIT = re.compile(r"_(ms|us)\b|(nano|micro|milli)?seconds\b|\bminutes\b|\bhours\b|backlog")  # how long no test may time
+WAIT = re.compile(r"sleep|_(ms|us)\b|(nano|micro|milli)?seconds\b|\bminutes\b|\bhours\b|backlog")  # how long no test may time
 
 
 @dataclasses.dataclass(frozen=True)
