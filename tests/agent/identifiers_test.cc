@@ -41,6 +41,13 @@ TEST_F(Identifiers, QueryOutsideAFrameHasNoClient)
   EXPECT_THAT(syslog_take_texts(), testing::Contains("<br0> >> Invalid frame )\n"));
 }
 
+TEST_F(Identifiers, NoBitOfAVlanAbove4095IsSet)
+{
+  char text[256];
+  EXPECT_EQ(gen_circuit_id_by_intf_vlan("br0", 1, 4096, text), 0);
+  EXPECT_STREQ(text, "VELTRONA: eth 0/port1");
+}
+
 // What standard output holds back until the process ends helps nobody who tries a format.
 TEST_F(Identifiers, TestDebugShowsAtOnceWhereModeAndFormatComeFrom)
 {

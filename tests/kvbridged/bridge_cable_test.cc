@@ -69,6 +69,8 @@ TEST_F(BridgeOnCables, NothingPassesTheAgentBehindTags)
   EXPECT_EQ(uplink.receive().size(), 61u);
   node.stop();
   EXPECT_EQ(diverted, 1 + 5 + 4 + 4);
+  EXPECT_EQ(node.count("to agent"), diverted);
+  EXPECT_EQ(node.count("from agent"), 1);
   EXPECT_EQ(node.count("hidden"), 3 * 6 + 2 * 2 + 1);
 }
 
