@@ -364,6 +364,23 @@ TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)
   EXPECT_THAT(offered(agent, {"nonsense", ""}), ElementsAre());
 }
 
+// Bridges of any name are known by their devices and by their files.
+TEST(Completion, FindsBridgesOfAnyName)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br11 8\nbridge add br3 8\nbridge add access 8\nbridge add gate 8\n"
+              "bridge add hidden 8\n");
+  EXPECT_THAT(offered(agent, {"show", "port", ""}), ElementsAre("br3", "br11"));
+  if (geteuid() != 0)
+    GTEST_SKIP() << "needs root";
+  const own_folder files;
+  const std::string script = "mkdir -p " + files.path + "/kvbridge/gate; mount --bind " + files.path +
+                             " /proc/$$/net; ip link add access_pppoe type veth peer name hidden_other; "
+                             "exec " PPPOEIACTL " --complete --socket " +
+                             agent.socket() + " show port ''";
+  EXPECT_EQ(run({"/usr/bin/unshare", "--net", "--mount", "sh", "-c", script}).out, "br3\nbr11\ngate\naccess\n");
+}
+
 TEST(Completion, WorksInBash)
 {
   running_agent agent;
