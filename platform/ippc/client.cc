@@ -129,23 +129,55 @@ call_reply client::call(uint16_t function_id, std::vector<std::vector<unsigned c
   return reply_take(function_id, sequence_, arguments);
 }
 
-call_error client::call_all(std::span<pending_call> calls, size_t ahead, std::chrono::milliseconds time_out)
+// One system call for all: the server is woken when they are there, and not for each.
+call_error client::requests_send(std::span<const pending_call> calls, std::chrono::milliseconds time_out)
 {
-  const uint32_t first = sequence_ + 1;
+  std::vector<std::vector<unsigned char>> packets;
+  for (const pending_call& one : calls) {
+    request_make(one.function_id, one.arguments);
+    packets.push_back(packet_);
+  }
+  std::vector<iovec> pieces;
+  for (std::vector<unsigned char>& packet : packets)
+    pieces.push_back({packet.data(), packet.size()});
+  std::vector<mmsghdr> messages(pieces.size());
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    messages[i].msg_hdr.msg_iov = &pieces[i];
+    messages[i].msg_hdr.msg_iovlen = 1;
+  }
+  const clock::time_point deadline = clock::now() + time_out;
+  for (size_t sent = 0; sent < messages.size();) {
+    const int count =
+        sendmmsg(fd_, &messages[sent], static_cast<unsigned>(messages.size() - sent), MSG_NOSIGNAL | MSG_DONTWAIT);
+    sent += count > 0 ? static_cast<size_t>(count) : 0;
+    if (count > 0 || errno == EINTR)
+      continue;
+    if (errno == EPIPE)  // the replies tell why
+      break;
+    if (errno != EAGAIN)
+      return call_error::no_server;
+    if (!wait_for(fd_, POLLOUT, deadline))
+      return call_error::time_out;
+  }
+  return call_error::none;
+}
+
+call_error client::call_all(std::span<pending_call> calls, size_t together, std::chrono::milliseconds time_out)
+{
   call_error error = call_error::none;
-  size_t sent = 0;
-  for (size_t i = 0; i < calls.size(); ++i) {
-    pending_call& one = calls[i];
-    for (; error == call_error::none && sent < std::min(calls.size(), i + ahead); ++sent) {
-      request_make(calls[sent].function_id, calls[sent].arguments);
-      error = request_send(time_out);
+  for (size_t begin = 0; begin < calls.size(); begin += together) {
+    const std::span<pending_call> some = calls.subspan(begin, std::min(together, calls.size() - begin));
+    const uint32_t first = sequence_ + 1;
+    if (error == call_error::none)
+      error = requests_send(some, time_out);
+    for (size_t i = 0; i < some.size(); ++i) {
+      if (error == call_error::none)
+        error = reply_receive(time_out);
+      some[i].reply = {.error = error};
+      if (error == call_error::none)
+        some[i].reply = reply_take(some[i].function_id, first + static_cast<uint32_t>(i), some[i].arguments);
+      error = some[i].reply.error;
     }
-    if (error == call_error::none)
-      error = reply_receive(time_out);
-    one.reply = {.error = error};
-    if (error == call_error::none)
-      one.reply = reply_take(one.function_id, first + static_cast<uint32_t>(i), one.arguments);
-    error = one.reply.error;
   }
   return error;
 }

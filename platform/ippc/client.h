@@ -50,11 +50,13 @@ public:
   call_reply call(uint16_t function_id, std::vector<std::vector<unsigned char>>& arguments,
                   std::chrono::milliseconds time_out);
 
-  // Calls functions in that order without waiting for one reply before the next request: at most `ahead` are on their
-  // way. The first error of the connection is told, and is that of every call from there on; each call has the time.
-  call_error call_all(std::span<pending_call> calls, size_t ahead, std::chrono::milliseconds time_out);
+  // Calls functions in that order, `together` of them on their way at a time: their packets and replies must have room
+  // in the socket. The first error of the connection is told, and is that of every call from there on; each reply has
+  // the time.
+  call_error call_all(std::span<pending_call> calls, size_t together, std::chrono::milliseconds time_out);
 
 private:
+  call_error requests_send(std::span<const pending_call> calls, std::chrono::milliseconds time_out);
   call_error request_send(std::chrono::milliseconds time_out);
   call_error reply_receive(std::chrono::milliseconds time_out);
   call_reply reply_take(uint16_t function_id, uint32_t sequence, std::vector<std::vector<unsigned char>>& arguments);

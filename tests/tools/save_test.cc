@@ -104,7 +104,7 @@ TEST(Save, PutsTheTestDataBackOrLeavesThemAlone)
   const outcome saved = agent.ctl({"save", "--no-trial", "br0"});
   EXPECT_EQ(saved.status, 8);
   EXPECT_THAT(saved.out, HasSubstr("# Not known, bridge br0: sysname, location, contact\n"));
-  EXPECT_THAT(saved.err, HasSubstr("port 3 of br0: name, type, kind"));
+  EXPECT_THAT(saved.err, HasSubstr("port 3 of br0: device, name, type, kind"));
   EXPECT_THAT(saved.out, Not(HasSubstr("sysname set")));
 }
 

@@ -38,7 +38,7 @@ answer connection::call(const api::operation& operation, std::span<const std::st
 
 void connection::call_all(std::span<question> questions)
 {
-  constexpr size_t ahead = 16;  // their replies fit into a socket that nobody reads
+  constexpr size_t together = 64;  // their packets fit into a socket
   std::vector<ippc::pending_call> calls;
   for (const question& one : questions)
     calls.push_back({one.operation->id, buffers_of(*one.operation, one.inputs), {}});
@@ -48,7 +48,7 @@ void connection::call_all(std::span<question> questions)
     return;
   }
   open_ = true;
-  client_.call_all(calls, ahead, time_out_);
+  client_.call_all(calls, together, time_out_);
   for (size_t i = 0; i < calls.size(); ++i)
     questions[i].told = {calls[i].reply.error, calls[i].reply.status, calls[i].reply.result,
                          std::move(calls[i].arguments)};

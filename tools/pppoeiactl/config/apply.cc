@@ -106,8 +106,8 @@ std::string undo(const context& context, const memory& memory, const card& befor
     const run_result result = plan_run(context, back, memory);
     if (result.ok())
       return "undone by " + std::to_string(back.commands.size()) + ", the card is as before";
-    return "undone in part only, by " + std::to_string(result.done.size()) + " of " +
-           std::to_string(back.commands.size()) + ": " + result.failure;
+    return "undone in part only, by " + std::to_string(result.done) + " of " + std::to_string(back.commands.size()) +
+           ": " + result.failure;
   } catch (const command_error& error) {
     return std::string("not undone: ") + error.what();
   }
@@ -122,8 +122,8 @@ void card_change(const context& context, const plan& plan, const memory& memory,
                  memory.path().c_str());
   if (result.ok())
     return;
-  throw command_error(result.status, result.failure + "; done before: " + std::to_string(result.done.size()) +
-                                         " commands, " + undo(context, memory, before, read));
+  throw command_error(result.status, result.failure + "; done before: " + std::to_string(result.done) + " commands, " +
+                                         undo(context, memory, before, read));
 }
 
 }  // namespace

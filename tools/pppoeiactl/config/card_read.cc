@@ -3,6 +3,7 @@
 #include "tools/pppoeiactl/bridge_report.h"
 #include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/config/memory.h"
+#include "tools/pppoeiactl/config/port_probe.h"
 #include "tools/pppoeiactl/discovery.h"
 #include "tools/pppoeiactl/format_trial.h"
 
@@ -20,28 +21,11 @@ using agent_client::question;
   throw command_error(exit_refused, agent_client::error_text(one.operation->name, one.told.result));
 }
 
-// Asks all and demands that each was answered, whatever the result.
-void ask_all(const context& context, std::vector<question>& questions)
-{
-  context.agent.call_all(questions);
-  for (const question& one : questions) {
-    context.demand_arrival(one.told);
-    if (one.told.status != 0)
-      throw command_error(exit_refused, "the agent did not take the request");
-  }
-}
-
-// An entry that no frame matches: tags have 12 bits.
-constexpr uint16_t vlan_of_no_frame = 60000;
-
 class bridge_reader {
 public:
   bridge_reader(const context& context, std::string name, const remembered_bridge* remembered, bool with_trial)
-      : context_(context), name_(std::move(name)), remembered_(remembered)
-  {
-    if (with_trial)
-      trial_.emplace(context, name_);
-  }
+      : context_(context), name_(std::move(name)), remembered_(remembered), with_trial_(with_trial)
+  {}
 
   bridge read()
   {
@@ -49,15 +33,12 @@ public:
     read_getters();
     read_vlans();
     read_entries();
-    report_ = bridge_report_read(context_, name_);
-    bridge_.named = report_.vlans;
-    read_macros();
+    read_macros_and_report();
     bridge_.values[bridge_slots] = remembered_slots();
     if (remembered_)
       bridge_.most_pdu = remembered_->max_pdu;
     for (auto& [id, port] : bridge_.ports)
       recall(id, port);
-    read_devices();
     return std::move(bridge_);
   }
 
@@ -169,32 +150,87 @@ private:
     return vlan;
   }
 
-  // What only a macro tells.
-  void read_macros()
+  // What only a macro tells; while ports are probed, the report names all their devices.
+  void read_macros_and_report()
   {
-    if (!trial_)
-      return;
-    words bridge_macros;
-    for (const setting& row : bridge_settings())
-      if (!row.macro.empty())
-        bridge_macros.emplace_back(row.macro);
-    const words of_bridge = trial_->expand(bridge_macros);
-    auto next = of_bridge.begin();
-    for (size_t i = 0; i < bridge_values; ++i)
-      if (!bridge_settings()[i].macro.empty())
-        bridge_.values[i] = *next++;
-    words port_macros;
-    for (const setting& row : port_settings())
-      if (!row.macro.empty())
-        port_macros.emplace_back(row.macro);
     std::vector<uint32_t> ids;
     for (const auto& [id, port] : bridge_.ports)
       ids.push_back(id);
-    const std::vector<words> of_ports = trial_->expand_on(ids, port_macros);
+    if (with_trial_) {
+      port_probe probe(context_, name_, bridge_.ports);
+      read_port_macros(probe, ids);
+      read_bridge_macros(probe, ids);
+      report_ = bridge_report_read(context_, name_);
+    } else {
+      report_ = bridge_report_read(context_, name_);
+    }
+    bridge_.named = report_.vlans;
+    for (auto& [id, port] : bridge_.ports)
+      if (const auto seen = report_.ports.find(id); seen != report_.ports.end())
+        port.values[port_device] = seen->second.device;
+  }
+
+  static std::vector<probed_macro> macros_of(std::span<const setting> rows)
+  {
+    std::vector<probed_macro> macros;
+    for (const setting& row : rows)
+      if (!row.macro.empty())
+        macros.push_back({row.macro, row.most});
+    return macros;
+  }
+
+  // What the probe could not tell is tried: that takes a report for each port.
+  std::vector<words> expand(port_probe& probe, const std::vector<uint32_t>& ids,
+                            const std::vector<probed_macro>& macros)
+  {
+    std::vector<words> values = probe.expand(ids, macros);
+    words parts;
+    for (const probed_macro& one : macros)
+      parts.emplace_back(one.macro);
+    std::vector<uint32_t> left;
     for (size_t i = 0; i < ids.size(); ++i)
-      macros_take(bridge_.ports[ids[i]], of_ports[i]);
+      if (values[i].empty())
+        left.push_back(ids[i]);
+    std::vector<words> tried = left.empty() ? std::vector<words>() : trial().expand_on(left, parts);
+    auto next = tried.begin();
+    for (words& of_port : values)
+      if (of_port.empty())
+        of_port = std::move(*next++);
+    return values;
+  }
+
+  format_trial& trial()
+  {
+    if (!trial_)
+      trial_.emplace(context_, name_);
+    return *trial_;
+  }
+
+  void read_port_macros(port_probe& probe, const std::vector<uint32_t>& ids)
+  {
+    const std::vector<words> values = expand(probe, ids, macros_of(port_settings()));
+    for (size_t i = 0; i < ids.size(); ++i)
+      macros_take(bridge_.ports[ids[i]], values[i]);
     for (auto& [id, port] : bridge_.ports)
       description_take(port);
+  }
+
+  // The same on each port.
+  void read_bridge_macros(port_probe& probe, const std::vector<uint32_t>& ids)
+  {
+    words values;
+    words parts;
+    const std::vector<probed_macro> macros = macros_of(bridge_settings());
+    for (const probed_macro& one : macros)
+      parts.emplace_back(one.macro);
+    if (ids.empty())
+      values = trial().expand(parts);
+    else
+      values = expand(probe, {ids[0]}, macros)[0];
+    auto next = values.begin();
+    for (size_t i = 0; i < bridge_values; ++i)
+      if (!bridge_settings()[i].macro.empty())
+        bridge_.values[i] = *next++;
   }
 
   // A number that the type does not use, or a panel that is not shown, has no expansion: it stays unknown.
@@ -229,21 +265,13 @@ private:
     return fits ? remembered_->slots : std::nullopt;
   }
 
-  const reported_port* reported(uint32_t id) const
-  {
-    const auto at = report_.ports.find(id);
-    return at == report_.ports.end() ? nullptr : &at->second;
-  }
-
   void recall(uint32_t id, port& port)
   {
-    if (const reported_port* seen = reported(id))
-      port.values[port_device] = seen->device;
     if (!remembered_ || !remembered_->ports.contains(id))
       return;
     const remembered_port& kept = remembered_->ports.at(id);
     port.doubtful = kept.doubtful;
-    if (kept.doubtful || !trial_)
+    if (kept.doubtful || !with_trial_)
       return;
     for (size_t i = port_device; i <= port_reserved; ++i) {
       const bool place = port_settings()[i].how == change::by_name;
@@ -256,29 +284,10 @@ private:
         port.values[i] = kept.known.values[i];
   }
 
-  void read_devices()
-  {
-    std::vector<question> adding;
-    std::vector<question> removing;
-    for (const auto& [id, port] : bridge_.ports)
-      if (!port.values[port_device]) {
-        const words object{std::to_string(id), std::to_string(vlan_of_no_frame)};
-        adding.push_back(ask(row("pppoeia_port_vlan_add"), object));
-        removing.push_back(ask(row("pppoeia_port_vlan_del"), object));
-      }
-    if (adding.empty())
-      return;
-    ask_all(context_, adding);
-    report_ = bridge_report_read(context_, name_);
-    ask_all(context_, removing);
-    for (auto& [id, port] : bridge_.ports)
-      if (const reported_port* seen = reported(id))
-        port.values[port_device] = seen->device;
-  }
-
   const context& context_;
   std::string name_;
   const remembered_bridge* remembered_;
+  bool with_trial_;
   std::optional<format_trial> trial_;
   bridge_report report_;
   bridge bridge_;

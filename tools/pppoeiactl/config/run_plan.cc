@@ -3,7 +3,7 @@
 namespace config {
 namespace {
 
-constexpr size_t together_max = 32;
+constexpr size_t together_max = 64;
 
 // Whether something must be asked between this command and the next.
 bool ends_group(const command& one)
@@ -60,7 +60,7 @@ private:
   void answered(const command& one, const agent_client::answer& told, std::string& after)
   {
     if (told.ok()) {
-      result_.done.push_back(one.text());
+      ++result_.done;
       after += one.after;
     } else if (result_.ok()) {
       fail(one, told);

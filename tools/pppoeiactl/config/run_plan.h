@@ -8,7 +8,7 @@
 namespace config {
 
 struct run_result {
-  words done;                      // the commands that the agent granted
+  size_t done = 0;                 // commands that the agent granted
   std::string failure;             // empty, or the command that it refused and why
   exit_status status = exit_done;  // of the failure
   bool memory_kept = true;         // what has no getter was noted

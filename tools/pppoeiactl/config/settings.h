@@ -31,6 +31,7 @@ struct setting {
   std::string_view setter;  // operations; the values are its arguments behind those that name the object
   std::string_view getter;  // empty: no operation tells
   std::string_view macro;   // whose expansion on the port is the value, where no operation tells
+  size_t most = 0;          // characters of that
 };
 
 enum node_value : size_t { node_debug_state, node_log_level, node_values };
