@@ -37,6 +37,9 @@ struct context {
 
   // The same, and throws unless the result is 0.
   agent_client::answer demand(const api::operation& operation, const words& inputs) const;
+
+  // Throws what a user is to be told of a result other than 0.
+  [[noreturn]] void refuse(const api::operation& operation, const words& inputs, int32_t result) const;
 };
 
 // The row of an operation that must exist: a misspelt name does not compile.
@@ -48,8 +51,18 @@ consteval const api::operation& row(std::string_view name)
   return api::operations[id];
 }
 
-// A decimal number in a command of this program's own, 0 to `most`; throws for any other text.
+// A decimal number in a command of this program's own, 0 to `most`; throws for any other text. `what` names it.
 uint64_t number_word_parse(const std::string& text, uint64_t most, const char* what);
+
+// A port's id, a VLAN's; "none" is no particular VLAN.
+uint32_t port_word_parse(const std::string& text);
+uint16_t vlan_word_parse(const std::string& text, const char* what = "vlan");
+
+// Throws what is wrong with a text as an input of that kind, if anything.
+void argument_check(const api::argument& argument, const std::string& text);
+
+// Throws for a format that is longer than any setter takes. `what` names it.
+void format_length_check(const std::string& what, const std::string& format);
 
 // A text as JSON: valid UTF-8 whatever its bytes are (bytes above 127 and control characters as \u00xx), and the bytes
 // in hexadecimal beside it as "<key>_hex".

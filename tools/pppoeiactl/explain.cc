@@ -8,16 +8,6 @@
 
 namespace {
 
-uint32_t port_parse(const std::string& text)
-{
-  return static_cast<uint32_t>(number_word_parse(text, UINT32_MAX, "port id"));
-}
-
-uint16_t vlan_parse(const std::string& text)
-{
-  return static_cast<uint16_t>(text == "none" ? no_vlan : number_word_parse(text, UINT16_MAX, "VLAN id"));
-}
-
 // Bytes in hexadecimal, for people with a blank between two.
 std::string hex_text(const std::vector<unsigned char>& bytes, bool blanks)
 {
@@ -89,9 +79,9 @@ void print_pieces(const format_reading& reading, const words& results)
 
 words pieces_expand(const context& context, const format_reading& reading, const words& line)
 {
-  const uint32_t port = port_parse(line[1]);
-  const uint16_t vlan = vlan_parse(line[2]);
-  const uint16_t cvid = line.size() > 3 ? vlan_parse(line[3]) : no_vlan;
+  const uint32_t port = port_word_parse(line[1]);
+  const uint16_t vlan = vlan_word_parse(line[2]);
+  const uint16_t cvid = line.size() > 3 ? vlan_word_parse(line[3], "cvid") : no_vlan;
   context.demand(row("pppoeia_port_state_get"), {line[0], line[1]});  // a port that does not exist has no values
   format_trial trial(context, line[0]);
   trial.line_set(port, vlan, cvid);
@@ -103,12 +93,11 @@ words pieces_expand(const context& context, const format_reading& reading, const
 
 }  // namespace
 
-void explain_run(const context& context, const words& line)
+void explain_run(const context& context, const given_words& given)
 {
-  if (line.size() != 3)
-    throw command_error(exit_usage, std::string("usage: ") + explain_usage);
-  const uint32_t port = port_parse(line[1]);
-  const uint16_t vlan = vlan_parse(line[2]);
+  const words& line = given.arguments;
+  const uint32_t port = port_word_parse(line[1]);
+  const uint16_t vlan = vlan_word_parse(line[2]);
   const line_view view = line_inspector(context, line[0]).view(port, vlan);
   const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
   report report;
@@ -122,10 +111,13 @@ void explain_run(const context& context, const words& line)
   report.print(context);
 }
 
-void format_explain_run(const context& context, const words& line)
+void format_explain_run(const context& context, const given_words& given)
 {
-  if (line.size() != 1 && line.size() != 4 && line.size() != 5)
-    throw command_error(exit_usage, std::string("usage: ") + format_explain_usage);
+  const words& line = given.arguments;
+  if (line.size() == 2 || line.size() == 3)
+    throw command_error(exit_usage, std::string("format explain: ") + (line.size() == 2 ? "PORT" : "VLAN") +
+                                        " is missing (usage: " + format_explain_usage + ")");
+  format_length_check("format", line[0]);
   const format_reading reading = format_read(line[0]);
   const bool on_line = line.size() > 1;
   const words results = on_line ? pieces_expand(context, reading, words(line.begin() + 1, line.end())) : words();

@@ -163,11 +163,9 @@ void print_text(const check& checked)
 
 }  // namespace
 
-void format_check_run(const context& context, const words& line)
+void format_check_run(const context& context, const given_words& given)
 {
-  if (line.size() != 1)
-    throw command_error(exit_usage, std::string("usage: ") + format_check_usage);
-  check checked(context, line[0]);
+  check checked(context, given.arguments[0]);
   checked.run();
   context.json ? print_json(checked) : print_text(checked);
 }

@@ -27,12 +27,12 @@ std::optional<pppoeia_port_vlan_entry> entry_of(const context& context, const st
                                                 const line_view& line)
 {
   const api::operation& operation = row("pppoeia_port_vlan_info_get");
-  const agent_client::answer answer =
-      context.ask(operation, {bridge, std::to_string(line.port), std::to_string(line.vlan)});
+  const words inputs{bridge, std::to_string(line.port), std::to_string(line.vlan)};
+  const agent_client::answer answer = context.ask(operation, inputs);
   if (line.vlan == no_vlan || answer.result == -ENOENT)
     return std::nullopt;
   if (answer.result != 0)
-    throw command_error(exit_refused, agent_client::error_text(operation.name, answer.result));
+    context.refuse(operation, inputs, answer.result);
   pppoeia_port_vlan_entry entry{};
   std::memcpy(&entry, answer.buffers.back().data(), std::min(answer.buffers.back().size(), sizeof entry));
   return entry;

@@ -5,8 +5,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <thread>
@@ -29,9 +32,11 @@ exit_status run_batch(const context& context, const settings& given)
 {
   if (given.batch == "-")
     return batch_run(context, std::cin, "standard input", given.go_on);
+  if (std::filesystem::is_directory(given.batch))
+    throw command_error(exit_usage, "--batch: '" + given.batch + "' is a directory, no file of commands");
   std::ifstream file(given.batch);
   if (!file)
-    throw command_error(exit_usage, "cannot read " + given.batch);
+    throw command_error(exit_usage, "--batch: '" + given.batch + "': " + std::strerror(errno));
   return batch_run(context, file, given.batch, given.go_on);
 }
 
@@ -79,7 +84,8 @@ exit_status run(const settings& given)
 }
 
 constexpr char exit_statuses[] =
-    "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 agent busy.";
+    "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 agent busy, "
+    "6 no permission.";
 
 [[noreturn]] void print_and_end(const std::string& text)
 {

@@ -117,7 +117,8 @@ In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
 .SH EXIT STATUS
-0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent.
+0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent, 6 no
+permission for the agent's socket.
 .SH SEE ALSO
 .BR kvbridged (8)
 )";
@@ -140,7 +141,7 @@ std::string operations_table()
 std::string manual_page()
 {
   std::string page = man_head;
-  for (const command_help& command : command_helps())
+  for (const command_row& command : command_table())
     page += ".TP\n.B " + man_text(command.usage) + "\n" + man_text(command.summary) + ".\n";
   return page + man_tail;
 }
