@@ -4,6 +4,7 @@
 #include "pppoeia/dispatcher.h"
 #include "tests/support/fake_kernel.h"
 
+#include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@ int main(int argc, char** argv)
 {
   if (argc != 2)
     return 2;
+  std::signal(SIGPIPE, SIG_IGN);  // nobody reads its traces
   static fake_kernel fake;  // the workers' until the process ends
   for (int number = 0; number < 16; ++number)
     fake.bridges.insert("br" + std::to_string(number));

@@ -3,6 +3,7 @@
 #include "tools/pppoeiactl/explain.h"
 #include "tools/pppoeiactl/format_check.h"
 #include "tools/pppoeiactl/format_test.h"
+#include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/save.h"
@@ -18,6 +19,7 @@ struct special {
   std::string_view usage;
   std::string_view summary;
   command_function* run;
+  std::string_view example;
   std::string_view arguments = {};
   std::string_view options = {};
 };
@@ -33,38 +35,71 @@ void fini_run(const context& context, const given_words& given)
 }
 
 constexpr special specials[] = {
-    {"init", "init", "Initialise the agent", init_run},
-    {"fini", "fini", "Delete every bridge and end the agent's state", fini_run},
-    {"show", "show", "Tell everything that the getters tell", show_all_run},
-    {"show all", "show all [BRIDGE...]", "The same, of some bridges", show_all_run, "bridge..."},
-    {"show bridge", "show bridge [BRIDGE]", "Tell a bridge's settings, or all bridges'", show_bridge_run, "bridge"},
-    {"show vlan", "show vlan BRIDGE", "Tell the VLANs that are enabled on a bridge", show_vlan_run, "bridge"},
-    {"show port", "show port BRIDGE [PORT]", "Tell a port's settings, or all ports'", show_port_run, "bridge port"},
-    {"show port-vlan", "show port-vlan BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run, "bridge port"},
-    {"save", save_usage, "Print a batch file that makes this configuration anew", save_run, "bridge...", save_options},
-    {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run, "bridge port vlan"},
+    {"init", "init", "Initialise the agent", init_run, "init"},
+    {"fini", "fini", "Delete every bridge and end the agent's state", fini_run, "fini"},
+    {"show", "show", "Tell everything that the getters tell", show_all_run, "show"},
+    {"show all", "show all [BRIDGE...]", "The same, of some bridges", show_all_run, "show all br0", "bridge..."},
+    {"show bridge", "show bridge [BRIDGE]", "Tell a bridge's settings, or all bridges'", show_bridge_run,
+     "show bridge br0", "bridge"},
+    {"show vlan", "show vlan BRIDGE", "Tell the VLANs that are enabled on a bridge", show_vlan_run, "show vlan br0",
+     "bridge"},
+    {"show port", "show port BRIDGE [PORT]", "Tell a port's settings, or all ports'", show_port_run, "show port br0 3",
+     "bridge port"},
+    {"show port-vlan", "show port-vlan BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run,
+     "show port-vlan br0 3", "bridge port"},
+    {"bridge show", "bridge show [BRIDGE]", "Tell a bridge's settings, or all bridges'", show_bridge_run,
+     "bridge show br0", "bridge"},
+    {"vlan show", "vlan show BRIDGE", "Tell the VLANs that are enabled on a bridge", show_vlan_run, "vlan show br0",
+     "bridge"},
+    {"port show", "port show BRIDGE [PORT]", "Tell a port's settings, or all ports'", show_port_run, "port show br0 3",
+     "bridge port"},
+    {"port-vlan show", "port-vlan show BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run,
+     "port-vlan show br0 3", "bridge port"},
+    {"save", save_usage, "Print a batch file that makes this configuration anew", save_run, "save br0", "bridge...",
+     save_options},
+    {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run, "explain br0 3 100",
+     "bridge port vlan"},
     {"format explain", format_explain_usage, "Tell how a format is read, and its result on a line", format_explain_run,
-     "format bridge port vlan cvid"},
-    {"format check", format_check_usage, "Look for identifiers that will make trouble", format_check_run, "bridge"},
+     "format explain '$PORT' br0 3 100", "format bridge port vlan cvid"},
+    {"format check", format_check_usage, "Look for identifiers that will make trouble", format_check_run,
+     "format check br0", "bridge"},
     {"format test", format_test_usage, "Set format test data and expand test formats with them", format_test_run,
-     "bridge", format_test_options},
-    {"call", "call ID [ARG...]", "Call any operation by its function id", nullptr},
+     "format test br0 --circuit-id '$PORT' --port 3", "bridge", format_test_options},
+    {"call", "call ID [ARG...]", "Call any operation by its function id", nullptr, "call 36 br0 3", "id"},
+    {"help", "help [WORD...]", "Tell what commands do, which values they take, and their defaults", help_run,
+     "help bridge state", "word..."},
 };
+
+command_row row_of(const special& own)
+{
+  return {std::string(own.command),
+          std::string(own.usage),
+          std::string(own.summary),
+          std::string(own.example),
+          nullptr,
+          own.run,
+          own.arguments,
+          own.options};
+}
+
+command_row row_of(const api::operation& operation)
+{
+  command_row row;
+  row.words = operation.command;
+  row.usage = operation_usage(operation);
+  row.summary = operation.summary;
+  row.example = operation_example(operation);
+  row.operation = &operation;
+  return row;
+}
 
 std::vector<command_row> table_make()
 {
   std::vector<command_row> rows;
   for (const special& own : specials)
-    rows.push_back({std::string(own.command), std::string(own.usage), std::string(own.summary), nullptr, own.run,
-                    own.arguments, own.options});
+    rows.push_back(row_of(own));
   for (const api::operation& operation : api::operations)
-    rows.push_back({std::string(operation.command),
-                    operation_usage(operation),
-                    std::string(operation.summary),
-                    &operation,
-                    nullptr,
-                    {},
-                    {}});
+    rows.push_back(row_of(operation));
   return rows;
 }
 
@@ -95,6 +130,8 @@ void command_run(const context& context, const words& line)
 {
   if (line.empty())
     return;
+  if (line.back() == "--help")
+    return help_run(context, {{line.begin(), line.end() - 1}, {}});
   const command_words::found found = all_command_words().find(line);
   const command_row& row = command_table()[found.row];
   const words rest(line.begin() + static_cast<std::ptrdiff_t>(found.length), line.end());
@@ -110,10 +147,16 @@ exit_status batch_run(const context& context, std::istream& lines, const std::st
 {
   exit_status first = exit_done;
   size_t number = 0;
+  struct context here = context;
+  here.warn = [&](const std::string& text) {
+    std::fprintf(stderr, "%s:%zu: warning: %s\n", name.c_str(), number, text.c_str());
+  };
+  if (!context.warn)
+    here.warn = {};
   for (std::string line; std::getline(lines, line);) {
     ++number;
     try {
-      command_run(context, line_split(line));
+      command_run(here, line_split(line));
     } catch (const command_error& error) {
       std::fprintf(stderr, "%s:%zu: %s\n", name.c_str(), number, error.what());
       first = first == exit_done ? error.status() : first;

@@ -23,10 +23,11 @@ struct command_row {
   std::string words;    // "format explain"
   std::string usage;    // the same with arguments and options
   std::string summary;  // what it does
-  const api::operation* operation;
-  command_function* run;       // of those that are no operation; null for "call", which takes what an operation takes
-  std::string_view arguments;  // of these, by the names that operations have for theirs: "bridge port..."
-  std::string_view options;    // of these, "=" behind those that take a value
+  std::string example;  // a whole command
+  const api::operation* operation = nullptr;
+  command_function* run = nullptr;  // of no operation; null for "call", which takes what an operation takes
+  std::string_view arguments = {};  // of no operation: by the names that operations have for theirs, "bridge port..."
+  std::string_view options = {};    // of no operation: "--a --b=", with "=" behind those that take a value
 };
 
 // All commands: the special ones, then the operations in the order of their ids.

@@ -98,6 +98,15 @@ command_words::found command_words::find(const words& line) const
   return {read.at->row, read.path.size()};
 }
 
+words command_words::in_full(const words& begin) const
+{
+  reading read{&root_, {}};
+  for (const std::string& word : begin)
+    if (!read.step(word))
+      read.fail(word);
+  return read.path;
+}
+
 words command_words::behind(const words& begin) const
 {
   reading read{&root_, {}};

@@ -22,6 +22,9 @@ public:
   // was probably meant.
   found find(const words& line) const;
 
+  // The words as they are meant, down to the last one; throws as find() does.
+  words in_full(const words& begin) const;
+
   // Words that may stand behind these, cut short ones among them.
   words behind(const words& begin) const;
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -27,6 +28,7 @@ using words = std::vector<std::string>;
 struct context {
   agent_client::connection& agent;
   bool json = false;
+  std::function<void(const std::string&)> warn = {};  // says that a value means nothing; empty: nobody is to know
 
   // Throws, with what a user is to be told, unless an answer arrived.
   void demand_arrival(const agent_client::answer& answer) const;

@@ -2,6 +2,7 @@
 
 #include "tools/pppoeiactl/given_words.h"
 #include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/warning.h"
 #include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>
@@ -51,7 +52,8 @@ options options_take(const api::operation& operation, const words& inputs)
 }
 
 // The inputs of all kinds in the operation's order, each checked.
-words inputs_arrange(const api::operation& operation, const options& given, const std::string& tty)
+words inputs_arrange(const context& context, const api::operation& operation, const options& given,
+                     const std::string& tty)
 {
   words arranged;
   auto next = given.plain.begin();
@@ -64,6 +66,9 @@ words inputs_arrange(const api::operation& operation, const options& given, cons
     argument_check(argument, text);
     arranged.push_back(text);
   }
+  if (context.warn)
+    for (const std::string& warning : warnings_of(operation, arranged))
+      context.warn(warning);
   return arranged;
 }
 
@@ -83,7 +88,7 @@ void answer_print(const context& context, const api::operation& operation, const
 void report_run(const context& context, const api::operation& operation, const options& given)
 {
   report_terminal terminal;
-  context.demand(operation, inputs_arrange(operation, given, given.tty.value_or(terminal.path())));
+  context.demand(operation, inputs_arrange(context, operation, given, given.tty.value_or(terminal.path())));
   const std::string text = terminal.take();
   if (context.json && !given.tty) {
     report report;
@@ -123,7 +128,7 @@ void operation_run(const context& context, const api::operation& operation, cons
     report_run(context, operation, given);
     return;
   }
-  answer_print(context, operation, context.demand(operation, inputs_arrange(operation, given, "")));
+  answer_print(context, operation, context.demand(operation, inputs_arrange(context, operation, given, "")));
 }
 
 std::string report_of(const context& context, const api::operation& operation, words inputs)
