@@ -304,7 +304,10 @@ TEST(Commands, RunAsTheirExamplesSay)
     const std::string bridge = command.words == "bridge add"
                                    ? ""
                                    : "bridge add br0 65\nport add br0 3 line3 0/3 --type atm\nvlan add br0 100\n"
-                                     "port-vlan add br0 3 100\nport-vlan add br0 3 200\n";
+                                     "port-vlan add br0 3 100\nport-vlan add br0 3 200\n"
+                                     "port-vlan circuit-id-mode set br0 3 100 ethernet\n"
+                                     "port-vlan circuit-id-mode set br0 3 200 ethernet\n"
+                                     "format remote-id set br0 $PORT\n";
     const outcome result = agent.batch("init\n" + bridge + command.example + "\n");
     EXPECT_EQ(result.status, 0) << command.example << result.err;
     EXPECT_EQ(result.err, "");

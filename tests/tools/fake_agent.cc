@@ -13,7 +13,7 @@ int main(int argc, char** argv)
   if (argc != 2)
     return 2;
   std::signal(SIGPIPE, SIG_IGN);  // nobody reads its traces
-  static fake_kernel fake;  // the workers' until the process ends
+  static fake_kernel fake;        // the workers' until the process ends
   for (int number = 0; number < 16; ++number)
     fake.bridges.insert("br" + std::to_string(number));
   ippc::server server(argv[1], pppoeia_ippc_dispatcher);

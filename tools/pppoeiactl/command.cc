@@ -58,7 +58,7 @@ constexpr special specials[] = {
     {"save", save_usage, "Print a batch file that makes this configuration anew", save_run, "save br0", "bridge...",
      save_options},
     {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run, "explain br0 3 100",
-     "bridge port vlan"},
+     "bridge port vlan cvid"},
     {"format explain", format_explain_usage, "Tell how a format is read, and its result on a line", format_explain_run,
      "format explain '$PORT' br0 3 100", "format bridge port vlan cvid"},
     {"format check", format_check_usage, "Look for identifiers that will make trouble", format_check_run,

@@ -13,6 +13,9 @@
 #include <string>
 #include <vector>
 
+// Of the JSON that this program prints: goes up when a key gets another meaning or goes away.
+inline constexpr int json_version = 1;
+
 // Thrown by commands, caught where one command ends: its text goes to standard error.
 class command_error : public std::runtime_error {
 public:

@@ -41,7 +41,8 @@ void add_identifier(const context& context, report& to, const std::string& name,
   add_bytes(context, to, name + "-bytes", id.bytes);
   to.add_number(name + "-length", static_cast<int64_t>(id.bytes.size()), std::to_string(id.bytes.size()));
   to.add_flag(name + "-cut", id.cut);
-  to.add_flag(name + "-of-last-frame", id.last_frame);
+  to.add_flag(name + "-inserted", id.inserted);
+  to.add_list(name + "-of-frame", id.of_frame, joined(id.of_frame));
   to.add_list(name + "-without-value", id.without_value, joined(id.without_value));
 }
 
@@ -98,12 +99,15 @@ void explain_run(const context& context, const given_words& given)
   const words& line = given.arguments;
   const uint32_t port = port_word_parse(line[1]);
   const uint16_t vlan = vlan_word_parse(line[2]);
-  const line_view view = line_inspector(context, line[0]).view(port, vlan);
+  const uint16_t cvid = line.size() > 3 ? vlan_word_parse(line[3], "cvid") : no_vlan;
+  const line_view view = line_inspector(context, line[0]).view(port, vlan, cvid);
   const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
   report report;
   report.add_text("bridge", line[0]);
   report.add_number("port", port, std::to_string(port));
   report.add_number("vlan", vlan, std::to_string(vlan));
+  report.add_number("cvid", cvid, cvid == no_vlan ? "none" : std::to_string(cvid));
+  report.add_flag("vlan-enabled", view.vlan_enabled);
   report.add_number("circuit-id-mode", view.mode, agent_client::number_word(mode, view.mode));
   report.add_word("circuit-id-mode-from", origin_text(view.mode_from));
   add_identifier(context, report, "circuit-id", view.circuit_id);

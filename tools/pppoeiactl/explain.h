@@ -4,7 +4,7 @@
 
 #include "tools/pppoeiactl/given_words.h"
 
-inline constexpr char explain_usage[] = "explain BRIDGE PORT VLAN";
+inline constexpr char explain_usage[] = "explain BRIDGE PORT VLAN [CVID]";
 inline constexpr char format_explain_usage[] = "format explain FORMAT [BRIDGE PORT VLAN [CVID]]";
 
 void explain_run(const context& context, const given_words& given);

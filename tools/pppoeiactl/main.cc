@@ -96,7 +96,7 @@ exit_status run(const settings& given)
 
 constexpr char exit_statuses[] =
     "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 agent busy, "
-    "6 no permission.";
+    "6 no permission, 7 a check found something.";
 
 [[noreturn]] void print_and_end(const std::string& text)
 {

@@ -137,12 +137,18 @@ at the same moment gets in the way.
 .B save \-\-no\-trial
 does without and reads less.
 .PP
+.B explain
+tells the identifiers that a frame of that port and VLAN will get, by the rules; what may differ from frame to frame
+(CVID, the second tag; CLNT_MAC, the client's address) is named.
+.BR "port\-vlan circuit\-id get" ,
+which the agent answers, has the VLAN of the bridge's last frame in mode ethernet, and its second tag in formats.
+.PP
 In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
 .SH EXIT STATUS
 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent, 6 no
-permission for the agent's socket.
+permission for the agent's socket, 7 a check found something.
 .SH SEE ALSO
 .BR kvbridged (8)
 )";
