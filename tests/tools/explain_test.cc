@@ -133,6 +133,20 @@ TEST_F(Lines, ExplainFollowsModeAndFormat)
   EXPECT_EQ(json({"explain", "br0", "1", "8191"})["circuit-id-mode-from"], "port");
 }
 
+TEST_F(Lines, FormatsOfAVlanBringTheirMode)
+{
+  configure("format set br0 1 100 --circuit-id '$SYSNAME $VLAN' --remote-id=$PORT\n");
+  nlohmann::json line = json({"explain", "br0", "1", "100"});
+  EXPECT_EQ(line["circuit-id"], "AN12 100");
+  EXPECT_EQ(line["remote-id"], "1");
+  configure("format set br0 1 100 --circuit-id '' --remote-id '' --mode unset\n");
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "1"}), nlohmann::json::array());
+  EXPECT_EQ(agent.ctl({"format", "set", "br0", "1", "100"}).status, 2);
+  EXPECT_EQ(agent.ctl({"format", "set", "br0", "1", "100", "--circuit-id", std::string(130, 'x')}).status, 2);
+  EXPECT_EQ(agent.ctl({"format", "explain", std::string(130, 'x')}).status, 2);
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "1"}), nlohmann::json::array());  // nothing was half done
+}
+
 TEST_F(Lines, ExplainTellsWhatIsCut)
 {
   configure("port circuit-id-mode set br0 1 custom\nformat circuit-id set br0 '$z60PORT.$PORT'\n");

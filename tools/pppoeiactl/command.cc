@@ -2,6 +2,7 @@
 
 #include "tools/pppoeiactl/explain.h"
 #include "tools/pppoeiactl/format_check.h"
+#include "tools/pppoeiactl/format_set.h"
 #include "tools/pppoeiactl/format_test.h"
 #include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/line.h"
@@ -63,6 +64,8 @@ constexpr special specials[] = {
      "format explain '$PORT' br0 3 100", "format bridge port vlan cvid"},
     {"format check", format_check_usage, "Look for identifiers that will make trouble", format_check_run,
      "format check br0", "bridge"},
+    {"format set", format_set_usage, "Set the formats of a port and VLAN, with the mode that they need", format_set_run,
+     "format set br0 3 100 --circuit-id '$SYSNAME $PORT'", "bridge port vlan", format_set_options},
     {"format test", format_test_usage, "Set format test data and expand test formats with them", format_test_run,
      "format test br0 --circuit-id '$PORT' --port 3", "bridge", format_test_options},
     {"call", "call ID [ARG...]", "Call any operation by its function id", nullptr, "call 36 br0 3", "id"},

@@ -62,6 +62,11 @@ constexpr option_note option_notes[] = {
     {"--kind", "1 and 5: an uplink, which skips the VLAN check"},
     {"--parent", "the port that this one lies on"},
     {"--location", "panel-kind, panel, onu, gem, pvc"},
+    {"--mode",
+     "of format set: unset, ethernet, atm, custom; custom where a Circuit ID format is given. Of format test: test, "
+     "available"},
+    {"--circuit-id", "a format, at most 128 characters; of a VLAN entry 127"},
+    {"--remote-id", "likewise"},
     {"--tty", "a device that the agent writes to instead of this terminal"},
 };
 
@@ -215,6 +220,7 @@ command_facts command_facts_of(const command_row& row)
   for (const std::string& argument : line_split(row.arguments))
     if (const argument_note* note = note_of(argument.substr(0, argument.find('.'))))
       facts.values.emplace_back(upper(note->name), note->what);
+  add_options(facts, row.options);
   return facts;
 }
 
