@@ -75,7 +75,7 @@ public:
     unsigned out = 0;
     for (unsigned i = 0; i < count; ++i) {
       const frame_record record{slot(i), received_[i].length, static_cast<uint32_t>(stride_)};
-      if (const uint32_t length = frame_process(bridge_, record, services))
+      if (const uint32_t length = frame_process(bridge_, record, services).length)
         send_[out++] = {slot(i), length};
     }
     if (out > 0)
