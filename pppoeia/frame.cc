@@ -162,6 +162,7 @@ frame_result drop_counted(passage& at, fate why)
 // Role, trust, count and edit of a discovery frame that fits.
 frame_result discovery_serve(passage& at)
 {
+  at.result.of_subscriber = at.port->state == 0 || at.port->state == 1;
   if (at.port->state == 0) {
     pppoeia_log(log_debug, "<%s> >> PPPoE is disabled on '%.16s'. Forwarding unchanged.", at.bridge.name,
                 at.input_device());

@@ -44,11 +44,12 @@ struct frame_services {
 struct frame_result {
   uint32_t length = 0;  // bytes to send back, from the first; 0 when it is dropped
   fate what = fate::record_length;
-  uint8_t code = 0;         // PPPoE code
-  uint16_t port = 0;        // input port as the kernel named it, whether there is one or not
-  uint16_t vid = 0;         // of the outermost VLAN tag
-  uint32_t ethertype = 0;   // of the discovery frame's EtherType field, once it is known to fit
-  uint32_t vendor_tag = 0;  // of the vendor tag that was put in
+  uint8_t code = 0;            // PPPoE code
+  bool of_subscriber = false;  // no server is behind the input port, or PPPoE is disabled there
+  uint16_t port = 0;           // input port as the kernel named it, whether there is one or not
+  uint16_t vid = 0;            // of the outermost VLAN tag
+  uint32_t ethertype = 0;      // of the discovery frame's EtherType field, once it is known to fit
+  uint32_t vendor_tag = 0;     // of the vendor tag that was put in
 };
 
 // Processes one record. The bridge's mutex is held. Counts the frame in the bridge and the input port.

@@ -1,6 +1,7 @@
 #include "pppoeia/status/bridge_status.h"
 
 #include "pppoeia/kernel_header.h"
+#include "pppoeia/status/options.h"
 
 #include <algorithm>
 #include <mutex>
@@ -24,13 +25,9 @@ void path_times::add(uint64_t ns)
   sum_ns.add(ns);
 }
 
-bridge_status::bridge_status(const char* name, uint32_t ports)
-    : name_(name), ports_(ports),
-      figures_(static_cast<port_figures*>(std::calloc(size_t{ports} + 1, sizeof(port_figures))))
-{
-  if (!figures_)
-    throw std::bad_alloc();
-}
+bridge_status::bridge_status(const char* name, uint32_t ports, line_limits limits)
+    : lines(ports, limits), name_(name), ports_(ports), figures_(size_t{ports} + 1)
+{}
 
 namespace {
 
@@ -54,6 +51,7 @@ void bridge_status::frame_done(const frame_record& record, const frame_result& r
   figures.fates[static_cast<size_t>(result.what)].add();
   if (counts_by_code(result.what))
     figures.codes[code_index(result.code)].add();
+  lines.learn(record, result, now_ns);
   if (class_of(result.what) != fate_class::dropped)
     return;
   const const_bytes frame = frame_of(record);
@@ -82,8 +80,10 @@ bridge_status* bridge_statuses::open(const char* name, uint32_t ports)
 {
   if (!status_built)
     return nullptr;
+  static const line_limits limits{number_option("PPPOEIA_LINES_PORT", 16, 1, 4096),
+                                  number_option("PPPOEIA_LINES", 65536, 1, 1u << 24)};
   try {
-    auto made = std::make_shared<bridge_status>(name, ports);
+    auto made = std::make_shared<bridge_status>(name, ports, limits);
     const std::lock_guard guard(known().mutex);
     known().bridges.push_back(made);
     return made.get();

@@ -8,10 +8,11 @@
 #include "pppoeia/frame.h"
 #include "pppoeia/pppoe.h"
 #include "pppoeia/status/drop_list.h"
+#include "pppoeia/status/line_table.h"
 #include "pppoeia/status/shared.h"
+#include "pppoeia/status/zeroed.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,7 +43,7 @@ public:
   static constexpr unsigned sample_every = 64;
 
   // Throws std::bad_alloc.
-  bridge_status(const char* name, uint32_t ports);
+  bridge_status(const char* name, uint32_t ports, line_limits limits);
   bridge_status(const bridge_status&) = delete;
   bridge_status& operator=(const bridge_status&) = delete;
 
@@ -64,22 +65,20 @@ public:
   shared<uint32_t> queue_depth;  // records that waited when the worker last looked, once a second
   shared<uint64_t> alive_ns;     // when the worker last came by; 0 before it did
   drop_list drops;
+  line_table lines;
 
 private:
-  struct release {
-    void operator()(void* memory) const { std::free(memory); }
-  };
-
   std::string name_;
   uint32_t ports_;
-  unsigned frames_ = 0;                               // worker only
-  std::unique_ptr<port_figures[], release> figures_;  // zero pages: ports without traffic take no memory
+  unsigned frames_ = 0;  // worker only
+  zeroed<port_figures> figures_;
 };
 
 // All bridges there are. Any thread.
 namespace bridge_statuses {
 
-// Makes one and enters it; null without memory, or where the build is without.
+// Makes one and enters it; null without memory, or where the build is without. The line table's limits are those of the
+// environment (PPPOEIA_LINES_PORT, PPPOEIA_LINES).
 bridge_status* open(const char* name, uint32_t ports);
 // Takes it off. Null is allowed. The worker has ended.
 void close(bridge_status* status);

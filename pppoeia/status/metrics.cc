@@ -203,6 +203,10 @@ constexpr bridge_row bridge_rows[] = {
      [](const bridge_status& bridge) { return bridge.send_failures.get(); }},
     {"pppoeia_bridge_lost_records", "counter", "Records lost in front of the agent, since its socket had no room.",
      [](const bridge_status& bridge) { return bridge.lost.get(); }},
+    {"pppoeia_bridge_replaced_lines", "counter", "Lines that left the line table to make room.",
+     [](const bridge_status& bridge) { return bridge.lines.replaced().get(); }},
+    {"pppoeia_bridge_unlearned_packets", "counter", "Frames of clients that found no room in the line table.",
+     [](const bridge_status& bridge) { return bridge.lines.unlearned().get(); }},
     {"pppoeia_bridge_queue_depth", "gauge", "Records that waited in the receive ring, once a second.",
      [](const bridge_status& bridge) { return uint64_t{bridge.queue_depth.get()}; }},
 };

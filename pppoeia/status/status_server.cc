@@ -5,6 +5,7 @@
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/http_server.h"
 #include "pppoeia/status/metrics.h"
+#include "pppoeia/status/reports.h"
 
 #include <atomic>
 #include <cerrno>
@@ -39,6 +40,24 @@ http_answer health_answer(const http_request&)
   return {.text = "ok\n"};
 }
 
+constexpr char json[] = "application/json";
+
+http_answer lines_answer(const http_request& request)
+{
+  const auto wanted = filter_read(request);
+  if (!wanted)
+    return {.status = 400};
+  return {.content_type = json, .rest = lines_report(*wanted)};
+}
+
+http_answer drops_answer(const http_request& request)
+{
+  const auto wanted = filter_read(request);
+  if (!wanted)
+    return {.status = 400};
+  return {.content_type = json, .text = drops_report(*wanted)};
+}
+
 struct page {
   std::string_view path;
   http_answer (*answer)(const http_request& request);
@@ -46,6 +65,8 @@ struct page {
 
 constexpr page pages[] = {
     {"/metrics", metrics_answer},
+    {"/lines", lines_answer},
+    {"/drops", drops_answer},
     {"/healthz", health_answer},
 };
 

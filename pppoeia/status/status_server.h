@@ -1,6 +1,8 @@
 // What the agent shows of itself to whoever may read: a thread of its own that answers HTTP requests.
 //
 //   /metrics   every counter, for monitoring systems
+//   /lines     who is on which line (?bridge=, port=, mac=)
+//   /drops     the last 1,024 frames that were dropped (?bridge=, port=, mac=, code=)
 //   /healthz   whether the workers are there
 //
 // It serves the socket /run/pppoeia/status (mode 0660, group pppoeia) or the path in PPPOEIA_STATUS_SOCKET (empty:
