@@ -84,11 +84,11 @@ public:
   }
 
   // Processes the first `count` records in turn and sends those that go on. The bridge's mutex is held.
-  void serve(unsigned count, frame_services& services)
+  void serve(unsigned count, frame_services& services, uint64_t at_ns)
   {
     unsigned out = 0;
     for (unsigned i = 0; i < count; ++i) {
-      results_[i] = process(record(i), services);
+      results_[i] = process(record(i), services, at_ns);
       if (results_[i].length > 0)
         send_[out++] = {slot(i), results_[i].length};
     }
@@ -121,9 +121,15 @@ private:
   unsigned char* slot(unsigned i) { return bridge_.frame_buffer + i * stride_; }
   frame_record record(unsigned i) { return {slot(i), received_[i].length, static_cast<uint32_t>(stride_)}; }
 
-  frame_result process(const frame_record& record, frame_services& services)
+  frame_result process(const frame_record& record, frame_services& services, uint64_t at_ns)
   {
     bridge_status* status = status_of(bridge_);
+    if (status && status->monitor.watched()) {
+      status->monitor.came(record);
+      const frame_result result = frame_process(bridge_, record, services);
+      status->monitor.left(record, result, at_ns);
+      return result;
+    }
     if (!status || !status->samples())
       return frame_process(bridge_, record, services);
     const uint64_t before = now_ns();
@@ -190,7 +196,7 @@ unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, fram
   const int count = records.receive(most);
   const int error = errno;
   if (count > 0)
-    records.serve(static_cast<unsigned>(count), services);
+    records.serve(static_cast<unsigned>(count), services, at_ns);
   pthread_mutex_unlock(&bridge.mutex);
   if (count <= 0) {
     device.failed(count < 0 ? error : 0);

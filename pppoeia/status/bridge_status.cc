@@ -98,9 +98,9 @@ void bridge_statuses::close(bridge_status* status)
   std::erase_if(known().bridges, [&](const auto& bridge) { return bridge.get() == status; });
 }
 
-std::vector<std::shared_ptr<const bridge_status>> bridge_statuses::all()
+std::vector<std::shared_ptr<bridge_status>> bridge_statuses::all()
 {
-  std::vector<std::shared_ptr<const bridge_status>> list;
+  std::vector<std::shared_ptr<bridge_status>> list;
   {
     const std::lock_guard guard(known().mutex);
     list.assign(known().bridges.begin(), known().bridges.end());

@@ -9,6 +9,7 @@
 #include "pppoeia/pppoe.h"
 #include "pppoeia/status/drop_list.h"
 #include "pppoeia/status/line_table.h"
+#include "pppoeia/status/monitor_ring.h"
 #include "pppoeia/status/shared.h"
 #include "pppoeia/status/zeroed.h"
 
@@ -66,6 +67,7 @@ public:
   shared<uint64_t> alive_ns;     // when the worker last came by; 0 before it did
   drop_list drops;
   line_table lines;
+  monitor_ring monitor;
 
 private:
   std::string name_;
@@ -83,7 +85,7 @@ bridge_status* open(const char* name, uint32_t ports);
 // Takes it off. Null is allowed. The worker has ended.
 void close(bridge_status* status);
 // In the order of their names.
-std::vector<std::shared_ptr<const bridge_status>> all();
+std::vector<std::shared_ptr<bridge_status>> all();
 
 }  // namespace bridge_statuses
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-using bridges = std::vector<std::shared_ptr<const bridge_status>>;
+using bridges = std::vector<std::shared_ptr<bridge_status>>;
 
 constexpr std::string_view code_names[code_count] = {"padi", "pado", "padr", "pads", "padt", "other"};
 

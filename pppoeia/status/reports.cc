@@ -10,7 +10,7 @@
 
 namespace {
 
-using bridge_list = std::vector<std::shared_ptr<const bridge_status>>;
+using bridge_list = std::vector<std::shared_ptr<bridge_status>>;
 
 template <typename Clock>
 int64_t ns_now()

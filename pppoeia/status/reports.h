@@ -19,6 +19,7 @@ class wall_clock {
 public:
   wall_clock();
   std::string text(uint64_t steady_ns) const;
+  uint64_t ns(uint64_t steady_ns) const { return steady_ns + static_cast<uint64_t>(ahead_ns_); }  // since 1970
 
 private:
   int64_t ahead_ns_;  // of the steady clock

@@ -5,6 +5,7 @@
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/http_server.h"
 #include "pppoeia/status/metrics.h"
+#include "pppoeia/status/monitor.h"
 #include "pppoeia/status/reports.h"
 
 #include <atomic>
@@ -58,16 +59,22 @@ http_answer drops_answer(const http_request& request)
   return {.content_type = json, .text = drops_report(*wanted)};
 }
 
+http_answer monitor_answer(const http_request& request)
+{
+  const auto wanted = filter_read(request);
+  if (!wanted)
+    return {.status = 400};
+  return {.content_type = "application/x-ndjson", .rest = monitor_report(*wanted)};
+}
+
 struct page {
   std::string_view path;
   http_answer (*answer)(const http_request& request);
 };
 
 constexpr page pages[] = {
-    {"/metrics", metrics_answer},
-    {"/lines", lines_answer},
-    {"/drops", drops_answer},
-    {"/healthz", health_answer},
+    {"/metrics", metrics_answer}, {"/lines", lines_answer},    {"/drops", drops_answer},
+    {"/monitor", monitor_answer}, {"/healthz", health_answer},
 };
 
 http_answer answer(const http_request& request)

@@ -3,6 +3,7 @@
 //   /metrics   every counter, for monitoring systems
 //   /lines     who is on which line (?bridge=, port=, mac=)
 //   /drops     the last 1,024 frames that were dropped (?bridge=, port=, mac=, code=)
+//   /monitor   frames as they pass, for as long as the reader stays (?bridge=, port=, mac=, code=, dropped=1)
 //   /healthz   whether the workers are there
 //
 // It serves the socket /run/pppoeia/status (mode 0660, group pppoeia) or the path in PPPOEIA_STATUS_SOCKET (empty:

@@ -3,6 +3,7 @@
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/metrics.h"
+#include "pppoeia/status/monitor.h"
 #include "pppoeia/status/reports.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/records_fixture.h"
@@ -166,6 +167,7 @@ TEST_P(Fates, MoveTheirCountersAndAreListed)
   byte_string record = given.frame.build();
   given.spoil(record);
   const samples before = samples_now();
+  const std::unique_ptr<http_body> monitor = monitor_report({});
   wire_send(kernel.wire("br0_pppoe"), record);
   ASSERT_TRUE(wait_for_records(1));
 
@@ -178,6 +180,15 @@ TEST_P(Fates, MoveTheirCountersAndAreListed)
       moved.emplace_back(name, by);
   }
   EXPECT_THAT(moved, UnorderedElementsAreArray(told(given)));
+
+  std::string seen;
+  EXPECT_EQ(monitor->next(seen), http_body::more::later);
+  const auto frame = nlohmann::json::parse(seen);
+  EXPECT_EQ(frame["fate"], words_of(given.what).name);
+  EXPECT_EQ(frame["port"], given.frame.port);
+  EXPECT_EQ(frame["length_before"], record.size() - 107);
+  EXPECT_EQ(frame["before"].get<std::string>().substr(12, 12), "021122aabbcc");
+  EXPECT_EQ(frame["length_after"] == 0, class_of(given.what) == fate_class::dropped);
 
   const auto drops = nlohmann::json::parse(drops_report({}))["drops"];
   if (class_of(given.what) != fate_class::dropped) {
