@@ -8,7 +8,9 @@ enum exit_status : int {
   exit_usage = 2,
   exit_no_agent = 3,
   exit_time_out = 4,
-  exit_busy = 5,  // the agent has no place for another connection
+  exit_busy = 5,           // the agent has no place for another connection
+  exit_no_permission = 6,  // the agent's socket is not for this user
+  exit_findings = 7,       // a check found something
 };
 
 #endif

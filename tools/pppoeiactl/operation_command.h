@@ -4,9 +4,6 @@
 
 #include "tools/pppoeiactl/context.h"
 
-// The operation whose command words begin the line, the longest one, and the rest of the line; null for none.
-const api::operation* operation_of(const words& line, words& rest);
-
 // Whether a person writes the argument as a word of its own.
 bool is_written(const api::argument& argument);
 
@@ -23,5 +20,8 @@ void call_run(const context& context, const words& line);
 
 // "bridge vlan set BRIDGE VLAN ENABLE": the command with its inputs.
 std::string operation_usage(const api::operation& operation);
+
+// The options that stand in it, "=" behind each that takes a value.
+std::string_view operation_options(const api::operation& operation);
 
 #endif

@@ -112,14 +112,11 @@ std::string saved_bridge(const context& context, const std::string& bridge, bool
 
 }  // namespace
 
-void save_run(const context& context, const words& line)
+void save_run(const context& context, const given_words& given)
 {
-  words bridges = line;
-  const bool with_trial = std::erase(bridges, "--no-trial") == 0;
-  if (std::ranges::any_of(bridges, [](const std::string& word) { return word.starts_with("--"); }))
-    throw command_error(exit_usage, std::string("usage: ") + save_usage);
+  const bool with_trial = !given.has("--no-trial");
   std::string file = head;
-  for (const std::string& bridge : bridges.empty() ? bridges_of(context) : bridges)
+  for (const std::string& bridge : given.arguments.empty() ? bridges_of(context) : given.arguments)
     file += saved_bridge(context, bridge, with_trial);
   file += "\n";
   for (const setting_pair& pair : node_settings)

@@ -168,7 +168,7 @@ std::string setting_line(const context& context, const setting_pair& pair, const
   if (answer.result == 1)  // not of this kind of port
     return {};
   if (answer.result != 0)
-    throw command_error(exit_refused, agent_client::error_text(getter.name, answer.result));
+    context.refuse(getter, object, answer.result);
   words arguments = object;
   bool unset = true;
   for (size_t i = object.size(); i < getter.arguments().size(); ++i) {
