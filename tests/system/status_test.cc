@@ -10,9 +10,11 @@
 #include <gmock/gmock.h>
 #include <optional>
 #include <sys/stat.h>
+#include <thread>
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 
 constexpr char socket_path[] = "/run/pppoeia/status";
@@ -86,6 +88,46 @@ TEST_F(StatusTest, CountsAFrameOfALine)
   }
   EXPECT_EQ(agent->end(), 0);
   EXPECT_FALSE(std::filesystem::exists(socket_path));
+}
+
+TEST_F(StatusTest, TellsOfALine)
+{
+  bridge_make();
+  const host subscriber("sub"), server("peer");
+  EXPECT_THAT(run("pppoeiactl lines --client 02:00:00:00:00:01").second, HasSubstr("No frame of 02:00:00:00:00:01"));
+  subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+  ASSERT_FALSE(server.receive().empty());
+  EXPECT_TRUE(wait_until([] { return run("pppoeiactl lines br0 1").second.find("discovering") != std::string::npos; }));
+  EXPECT_THAT(run("pppoeiactl lines --client 02:00:00:00:00:01").second,
+              AllOf(HasSubstr("circuit_id"), HasSubstr("eth")));
+  EXPECT_EQ(run("pppoeiactl lines br0 2 --json").second, "[]\n");
+  EXPECT_EQ(run("pppoeiactl lines --client nobody").first, 2);
+}
+
+TEST_F(StatusTest, MonitorWritesWhatOthersRead)
+{
+  bridge_make();
+  const host subscriber("sub"), server("peer");
+  background watcher({"bash", "-c",
+                      "PATH=" PROGRAMS ":$PATH; pppoeiactl monitor --count 2 --pcap - |"
+                      " tshark -r - -T fields -e frame.len -e frame.comment -e pppoe.code 2>/dev/null"});
+  background second({PROGRAMS "/pppoeiactl", "monitor", "--dropped", "--count", "1"});
+  // Frames go by unseen until both watch.
+  const std::jthread sender([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      subscriber.send(discovery_frame(0x07, everybody, host_address(2), 70));
+      subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  });
+  EXPECT_EQ(watcher.wait(), 0);
+  EXPECT_EQ(second.wait(), 0);
+  EXPECT_THAT(watcher.output(),
+              HasSubstr("70\tcame, br0 port 1 vlan 0: dropped: the port's side may not send this code"));
+  EXPECT_THAT(watcher.output(), HasSubstr("60\tcame, br0 port 1 vlan 0: vendor tag inserted\t0x09\n"));
+  EXPECT_THAT(watcher.output(), HasSubstr("94\tleft, br0 port 1 vlan 0: vendor tag inserted\t0x09\n"));
+  EXPECT_THAT(second.output(), HasSubstr("br0 port 1 vlan 0 PADO"));
+  EXPECT_EQ(run("pppoeiactl monitor --pcap /dev/full").first, 2) << "a full disk";
 }
 
 TEST_F(StatusTest, TakesTheSocketOfADeadAgentAndLeavesAnyOtherFile)

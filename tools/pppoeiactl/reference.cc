@@ -146,6 +146,14 @@ which the agent answers, has the VLAN of the bridge's last frame in mode etherne
 In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
+.PP
+.BR lines " and " monitor
+read the agent's status socket,
+.I /run/pppoeia/status
+or the path in the environment variable PPPOEIA_STATUS_SOCKET.
+.B monitor \-\-pcap
+writes a capture file (pcapng; \- is standard output) with each frame as it came and as it left, and what was done as a
+comment. A monitor that is slower than the frames tells on standard error how many it has lost.
 .SH EXIT STATUS
 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent, 6 no
 permission for the agent's socket, 7 a check found something.
