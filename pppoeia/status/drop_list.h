@@ -31,6 +31,8 @@ public:
 
   void add(const_bytes frame, uint64_t client, const frame_result& result, uint64_t now_ns);
 
+  uint64_t count() const { return count_.get(); }  // ever added
+
   // Oldest first.
   std::vector<dropped_frame> all() const;
 
@@ -45,7 +47,7 @@ private:
   };
 
   std::vector<entry> entries_;
-  shared<uint64_t> count_;  // ever added
+  shared<uint64_t> count_;
 };
 
 // The source MAC of a frame as a number; what a short frame lacks reads as zero.

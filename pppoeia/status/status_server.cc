@@ -3,9 +3,11 @@
 #include "base/ending_signals.h"
 #include "pppoeia/log.h"
 #include "pppoeia/status/bridge_status.h"
+#include "pppoeia/status/drop_alarm.h"
 #include "pppoeia/status/http_server.h"
 #include "pppoeia/status/metrics.h"
 #include "pppoeia/status/monitor.h"
+#include "pppoeia/status/options.h"
 #include "pppoeia/status/reports.h"
 
 #include <atomic>
@@ -121,11 +123,14 @@ private:
 
   void run()
   {
-    while (!stop_)
+    while (!stop_) {
       http_.serve(1s);
+      alarm_.look(static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch() / 1s));
+    }
   }
 
   http_server http_;
+  drop_alarm alarm_{number_option("PPPOEIA_DROP_ALARM", 10, 0, UINT32_MAX)};
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };

@@ -8,7 +8,7 @@
 //
 // It serves the socket /run/pppoeia/status (mode 0660, group pppoeia) or the path in PPPOEIA_STATUS_SOCKET (empty:
 // none), and the address in PPPOEIA_STATUS_LISTEN, "127.0.0.1:9411" for example, if there is one: who reaches that may
-// read all the same.
+// read all the same. The same thread looks after the ports' drops (drop_alarm.h).
 #ifndef PPPOEIA_STATUS_STATUS_SERVER_H
 #define PPPOEIA_STATUS_STATUS_SERVER_H
 
