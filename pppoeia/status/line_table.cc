@@ -175,12 +175,28 @@ bool line_table::take_from_node()
     if (keys_[slot] == 0 || entries_[slot].state.own() != line_state::ended)
       continue;
     unlink(slot);
+    count_change(line_state::ended, -1);
     keys_[slot] = 0;
     entries_[slot].used.set(0);
     replaced_.add();
     return true;
   }
   return false;
+}
+
+void line_table::count_change(line_state state, int by)
+{
+  shared<uint32_t>& count = counts_[static_cast<size_t>(state)];
+  count.set(count.own() + static_cast<uint32_t>(by));
+}
+
+void line_table::state_set(entry& line, line_state state)
+{
+  if (line.state.own() == state)
+    return;
+  count_change(line.state.own(), -1);
+  count_change(state, 1);
+  line.state.set(state);
 }
 
 void line_table::unlink(slot_number slot)
@@ -196,6 +212,7 @@ line_table::slot_number line_table::make(uint32_t port, uint16_t vid, uint64_t c
   const slot_number slot = victim(port);
   if (keys_[slot] != 0) {
     unlink(slot);
+    count_change(entries_[slot].state.own(), -1);
     replaced_.add();
   } else if (!take_from_node()) {
     unlearned_.add();
@@ -207,11 +224,12 @@ line_table::slot_number line_table::make(uint32_t port, uint16_t vid, uint64_t c
   *chain = slot;
   entry& line = entries_[slot];
   line.changes.begin();
+  count_change(line_state::ended, 1);
+  line.state.set(line_state::ended);  // the request that it is made for begins a dial-in
   line.used.set(0);
   line.port.set(port);
   line.vid.set(vid);
   line.client.set(client);
-  line.state.set(line_state::ended);  // the next request begins a dial-in
   for (shared<uint64_t>* field : {&line.server, &line.first_padi_ns, &line.pads_ns, &line.padt_ns, &line.setup_ns})
     field->set(0);
   line.session_id.set(0);
@@ -270,7 +288,7 @@ void line_table::client_asks(entry& line, const heard& frame)
   } else if (again) {
     line.retries.set(line.retries.own() + 1);
   }
-  line.state.set(frame.code == pppoe::padi ? line_state::discovering : line_state::requested);
+  state_set(line, frame.code == pppoe::padi ? line_state::discovering : line_state::requested);
   line.service_name.set(frame.service_name);
   line.vendor_tag.set(frame.vendor_tag);
   line.host_uniq = frame.host_uniq;
@@ -315,14 +333,14 @@ void line_table::server_says(entry& line, const heard& frame)
   line.server.set(frame.from);
   if (frame.code == pppoe::pado) {
     if (frame.error == 0)
-      line.state.set(line_state::offered);
+      state_set(line, line_state::offered);
     return;
   }
   if (frame.session_id == 0 || frame.error != 0) {
-    line.state.set(line_state::ended);
+    state_set(line, line_state::ended);
     return;
   }
-  line.state.set(line_state::up);
+  state_set(line, line_state::up);
   line.session_id.set(frame.session_id);
   line.pads_ns.set(frame.now_ns);
   line.setup_ns.set(line.first_padi_ns.own() ? frame.now_ns - line.first_padi_ns.own() : 0);
@@ -336,7 +354,7 @@ void line_table::ended(entry& line, const heard& frame, bool by_client)
   line.seen_ns.set(frame.now_ns);
   line.padt_ns.set(frame.now_ns);
   line.ended_by_client.set(by_client);
-  line.state.set(line_state::ended);
+  state_set(line, line_state::ended);
   if (frame.error != 0) {
     line.error.set(frame.error);
     line.error_text.set(frame.error_text);

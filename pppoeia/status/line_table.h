@@ -72,6 +72,8 @@ public:
   size_t slots() const { return size_t{ports_} * per_port_; }
   bool read(size_t slot, line_view& line) const;
 
+  // How many lines there are in that state.
+  uint32_t count(line_state state) const { return counts_[static_cast<size_t>(state)].get(); }
   const tally& replaced() const { return replaced_; }    // lines that made room for others
   const tally& unlearned() const { return unlearned_; }  // frames of clients that found none
 
@@ -87,6 +89,8 @@ private:
   slot_number victim(uint32_t port) const;
   bool take_from_node();
   void unlink(slot_number slot);
+  void count_change(line_state state, int by);
+  void state_set(entry& line, line_state state);
   void from_client(const heard& frame);
   void client_ends(const heard& frame);
   void from_server(const heard& frame);
@@ -108,6 +112,7 @@ private:
   zeroed<uint32_t> seen_;  // in units of 2^30 ns
   zeroed<uint32_t> next_;  // of the same bucket
   zeroed<uint32_t> by_client_;
+  shared<uint32_t> counts_[line_state_count];
   tally replaced_;
   tally unlearned_;
 };

@@ -211,6 +211,16 @@ constexpr bridge_row bridge_rows[] = {
      [](const bridge_status& bridge) { return uint64_t{bridge.queue_depth.get()}; }},
 };
 
+void write_lines(writer& out, const bridges& all)
+{
+  constexpr std::string_view name = "pppoeia_bridge_lines";
+  out.head(name, "gauge", "Clients in the line table, by how far their dial-in has come.");
+  for (const auto& bridge : all)
+    for (size_t state = 0; state < line_state_count; ++state)
+      out.sample(name, labelled(label_of(*bridge), "state", line_state_names[state]),
+                 bridge->lines.count(static_cast<line_state>(state)));
+}
+
 void write_path_times(writer& out, const bridges& all)
 {
   constexpr std::string_view name = "pppoeia_bridge_frame_path_seconds";
@@ -249,6 +259,7 @@ std::string metrics_text(metrics_style style)
     write_of_bridges(out, family, all);
   for (const family& family : families)
     write_of_ports(out, family, all);
+  write_lines(out, all);
   write_path_times(out, all);
   return out.end();
 }

@@ -64,6 +64,9 @@ protected:
     for (size_t slot = 0; slot < of.slots(); ++slot)
       if (of.read(slot, line))
         all.push_back(line);
+    for (size_t state = 0; state < line_state_count; ++state)
+      EXPECT_EQ(of.count(static_cast<line_state>(state)),
+                std::ranges::count(all, static_cast<line_state>(state), &line_view::state));
     return all;
   }
   line_view only() const

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <optional>
+#include <sstream>
 #include <sys/stat.h>
 #include <thread>
 
@@ -128,6 +129,34 @@ TEST_F(StatusTest, MonitorWritesWhatOthersRead)
   EXPECT_THAT(watcher.output(), HasSubstr("94\tleft, br0 port 1 vlan 0: vendor tag inserted\t0x09\n"));
   EXPECT_THAT(second.output(), HasSubstr("br0 port 1 vlan 0 PADO"));
   EXPECT_EQ(run("pppoeiactl monitor --pcap /dev/full").first, 2) << "a full disk";
+}
+
+// Every metric that rules and dashboard speak of is there, and promtool finds nothing wrong with any.
+TEST_F(StatusTest, IsWhatMonitoringUnderstands)
+{
+  if (run("command -v promtool").first != 0)
+    GTEST_SKIP() << "needs promtool";
+  bridge_make();
+  const host subscriber("sub"), server("peer");
+  subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+  ASSERT_FALSE(server.receive().empty());
+  subscriber.send(discovery_frame(0x07, everybody, host_address(1)));
+  EXPECT_TRUE(wait_until(
+      [] { return http_get(socket_path, "/metrics").find("port=\"1\",reason=\"role\"") != std::string::npos; }));
+  const std::string text = http_get(socket_path, "/metrics");
+  std::ofstream(work + "/metrics") << text;
+  const auto [status, complaint] = run("promtool check metrics <" + work + "/metrics");
+  EXPECT_EQ(status, 0) << complaint;
+  EXPECT_EQ(complaint, "");
+  const auto [rules, told] = run("cd " MONITORING "; promtool check rules pppoeia-alerts.yml;"
+                                 " promtool test rules pppoeia-alerts-test.yml");
+  EXPECT_EQ(rules, 0) << told;
+  std::istringstream names(run("cd " MONITORING "; grep -oh 'pppoeia_[a-z_]*' *.yml *.json | sort -u").second);
+  int count = 0;
+  for (std::string name; std::getline(names, name); ++count)
+    EXPECT_TRUE(text.find("\n" + name + "{") != std::string::npos || text.find("\n" + name + " ") != std::string::npos)
+        << name;
+  EXPECT_GT(count, 10);
 }
 
 TEST_F(StatusTest, TakesTheSocketOfADeadAgentAndLeavesAnyOtherFile)
