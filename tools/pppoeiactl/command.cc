@@ -9,6 +9,8 @@
 #include "tools/pppoeiactl/format_test.h"
 #include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/lines.h"
+#include "tools/pppoeiactl/monitor.h"
 #include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/save.h"
 #include "tools/pppoeiactl/show.h"
@@ -63,6 +65,10 @@ constexpr special specials[] = {
     {"confirm", config::confirm_usage, "Let what \"apply --confirm\" did stay", config::confirm_run, "confirm"},
     {"save", save_usage, "Print a file that makes this configuration anew", save_run, "save br0", "bridge...",
      save_options},
+    {"lines", lines_usage, "Tell who is on which line, and how far each dial-in has come", lines_run,
+     "lines --client 02:11:22:aa:bb:cc", "bridge port", lines_options},
+    {"monitor", monitor_usage, "Tell of each frame as it passes: what was done with it, and why", monitor_run,
+     "monitor br0 3 --dropped", "bridge port", monitor_options},
     {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run, "explain br0 3 100",
      "bridge port vlan cvid"},
     {"format explain", format_explain_usage, "Tell how a format is read, and its result on a line", format_explain_run,

@@ -74,6 +74,11 @@ constexpr option_note option_notes[] = {
     {"--keep", "takes nothing away that the file does not name"},
     {"--renew", "removes and adds ports again of which not all is known"},
     {"--no-trial", "leaves the test operations alone, and knows less"},
+    {"--client", "a MAC address: only of this client"},
+    {"--code", "PADI, PADO, PADR, PADS or PADT: only such frames"},
+    {"--dropped", "only frames that were dropped"},
+    {"--count", "ends after that many frames"},
+    {"--pcap", "a capture file to write; -: standard output"},
     {"--tty", "a device that the agent writes to instead of this terminal"},
 };
 

@@ -155,6 +155,14 @@ prints the commands that would make the running agent the file's card, and
 runs them: the file says the whole card, and what is equal is not touched. What was done before a refusal is undone.
 Kinds of ports and the like, which no operation tells, are noted beside the socket, in
 .IR SOCKET .known .
+.PP
+.BR lines " and " monitor
+read the agent's status socket,
+.I /run/pppoeia/status
+or the path in the environment variable PPPOEIA_STATUS_SOCKET.
+.B monitor \-\-pcap
+writes a capture file (pcapng; \- is standard output) with each frame as it came and as it left, and what was done as a
+comment. A monitor that is slower than the frames tells on standard error how many it has lost.
 )";
 
 }  // namespace
