@@ -35,8 +35,8 @@ struct special {
 constexpr special specials[] = {
     {"init", config::init_usage, "Initialise the agent, which must not be initialised", config::init_run, "init", "",
      config::init_options, &row("pppoeia_init")},
-    {"node init", "node init [--force]", "The same", config::init_run, "node init --force", "", config::init_options,
-     &row("pppoeia_init")},
+    {"node init", "node init [--force]", row("pppoeia_init").summary, config::init_run, "node init --force", "",
+     config::init_options, &row("pppoeia_init")},
     {"fini", "fini", "Delete every bridge and end the agent's state", nullptr, "fini", "", "", &row("pppoeia_fini")},
     {"show", "show", "Tell everything that the getters tell", show_all_run, "show"},
     {"show all", "show all [BRIDGE...]", "The same, of some bridges", show_all_run, "show all br0", "bridge..."},
