@@ -1,5 +1,8 @@
 #include "tools/pppoeiactl/command.h"
 
+#include "tools/pppoeiactl/config/apply.h"
+#include "tools/pppoeiactl/config/check.h"
+#include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/explain.h"
 #include "tools/pppoeiactl/format_check.h"
 #include "tools/pppoeiactl/format_test.h"
@@ -20,21 +23,23 @@ struct special {
   void (*run)(const context& context, const words& rest);
 };
 
-void init_run(const context& context, const words& rest)
-{
-  operation_run(context, row("pppoeia_init"), rest);
-}
-
 void fini_run(const context& context, const words& rest)
 {
   operation_run(context, row("pppoeia_fini"), rest);
 }
 
 constexpr special specials[] = {
-    {"init", "init", "Initialise the agent", init_run},
+    {"init", config::init_usage, "Initialise the agent, which must not be initialised", config::init_run},
+    {"node init", "node init [--force]", "The same", config::init_run},
     {"fini", "fini", "Delete every bridge and end the agent's state", fini_run},
     {"show", show_usage, "Gather what the getters tell", show_run},
-    {"save", save_usage, "Print a batch file that makes this configuration anew", save_run},
+    {"check", config::check_usage, "Look for what is wrong in a file, without an agent", config::check_run},
+    {"diff", config::diff_usage, "Print the commands that would make the running agent a file's card",
+     config::diff_run},
+    {"apply", config::apply_usage, "Make the running agent a file's card; touch nothing that is equal",
+     config::apply_run},
+    {"confirm", config::confirm_usage, "Let what \"apply --confirm\" did stay", config::confirm_run},
+    {"save", save_usage, "Print a file that makes this configuration anew", save_run},
     {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run},
     {"format explain", format_explain_usage, "Tell how a format is read, and its result on a line", format_explain_run},
     {"format check", format_check_usage, "Look for identifiers that will make trouble", format_check_run},

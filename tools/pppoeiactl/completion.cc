@@ -21,6 +21,10 @@ constexpr std::string_view test_options =
 
 constexpr own_command own_commands[] = {
     {"init", "", ""},
+    {"check", "", ""},
+    {"diff", "", "--keep --renew --no-trial"},
+    {"apply", "", "--dry-run --confirm --keep --renew --no-trial"},
+    {"confirm", "", ""},
     {"fini", "", ""},
     {"show", "", ""},
     {"show all", "bridge...", ""},

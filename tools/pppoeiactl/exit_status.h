@@ -8,7 +8,9 @@ enum exit_status : int {
   exit_usage = 2,
   exit_no_agent = 3,
   exit_time_out = 4,
-  exit_busy = 5,  // the agent has no place for another connection
+  exit_busy = 5,        // the agent has no place for another connection
+  exit_found = 7,       // something was found: warnings, or differences
+  exit_incomplete = 8,  // not all of it can be told
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "tools/pppoeiactl/operation_command.h"
 
+#include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/report.h"
 #include "tools/report_terminal/report_terminal.h"
 
@@ -166,6 +167,11 @@ const api::operation* operation_of(const words& line, words& rest)
   return best;
 }
 
+words operation_inputs(const api::operation& operation, const words& line)
+{
+  return inputs_arrange(operation, options_take(line), "");
+}
+
 void operation_run(const context& context, const api::operation& operation, const words& inputs)
 {
   const options given = options_take(inputs);
@@ -173,7 +179,13 @@ void operation_run(const context& context, const api::operation& operation, cons
     report_run(context, operation, given);
     return;
   }
-  answer_print(context, operation, context.demand(operation, inputs_arrange(operation, given, "")));
+  const words arranged = inputs_arrange(operation, given, "");
+  config::memory_note note(context, operation, arranged);
+  const agent_client::answer answer = context.ask(operation, arranged);
+  note.answered(answer.result == 0);
+  if (answer.result != 0)
+    throw command_error(exit_refused, agent_client::error_text(operation.name, answer.result));
+  answer_print(context, operation, answer);
 }
 
 std::string report_of(const context& context, const api::operation& operation, words inputs)
