@@ -15,8 +15,8 @@
 namespace ippc {
 namespace {
 
-// The further groups of who connected. A kernel that has no word of them (before Linux 4.13) leaves a caller with its own
-// group alone, and so with fewer rights.
+// The further groups of who connected. A kernel that has no word of them (before Linux 4.13) leaves a caller with its
+// own group alone, and so with fewer rights.
 std::optional<std::vector<gid_t>> groups_of(int fd)
 {
   std::vector<gid_t> groups(32);
