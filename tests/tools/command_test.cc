@@ -112,6 +112,43 @@ TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEndsUnlessForced)
                         "standard input:2: port 6: br0 has only port 3 ('show port br0')\n");
 }
 
+TEST(Errors, AreToldInWords)
+{
+  running_agent agent;
+  const std::string text(40, 'x');
+  const std::pair<std::string, const char*> lines[] = {
+      {"fini", "agent not initialised"},
+      {"bridge del br0", "agent not initialised"},
+      {"init", nullptr},
+      {"bridge add br0 8", nullptr},
+      {"bridge add br0 8", "bridge already exists"},
+      {"bridge add nosuch 8", "no such kernel bridge"},
+      {"bridge vendor set br0 " + text, "text too long"},
+      {"bridge shelf-id set br0 " + text, "text too long"},
+      {"vlan name set br0 5 x", "no such VLAN"},
+      {"port add br0 9 a b", "port id out of range"},
+      {"port add br0 3 a b", nullptr},
+      {R"(port remote-id set br0 3 'a\'" \x41\"b"\x42\ c)", nullptr},
+      {"port remote-id get br0 3", nullptr},
+      {"port pvc get br0 3", "not applicable to this bridge or port"},
+      {"port state get br0 4", "no such port"},
+      {"port-vlan get br0 3 9", "no such bridge or entry"},
+      {"test run br1 pppoeiaTestRunCid test", "no such bridge"},
+      {"show port \\", "a backslash ends the line"},
+      {"show port 'x", "a quote is not closed"},
+  };
+  std::string batch;
+  std::string expected;
+  for (size_t i = 0; i < std::size(lines); ++i) {
+    batch += lines[i].first + "\n";
+    if (lines[i].second)
+      expected += "standard input:" + std::to_string(i + 1) + ": " + lines[i].second + "\n";
+  }
+  const outcome told = ::ctl(agent.socket(), {"-force", "-batch", "-"}, batch);
+  EXPECT_EQ(told.err, expected);
+  EXPECT_EQ(told.out, "remote-id 'a\\ A\"bB c'\n");
+}
+
 // What people read: the settings of a card, and behind each command what it says.
 TEST(Reports, ReadAsInTheTranscript)
 {
@@ -411,6 +448,22 @@ TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)
   EXPECT_THAT(offered(agent, {"format", "explain", "$PORT", "br3", ""}), ElementsAre("2", "5"));
   EXPECT_THAT(offered(agent, {"format", "test", "br3", "--mode", "a"}), ElementsAre("available"));
   EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--p"}), ElementsAre("--parent"));
+  EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--"}),
+              ElementsAre("--type", "--kind", "--parent", "--location"));
+  EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--type", ""}),
+              ElementsAre("eth", "atm", "onu", "gem"));
+  EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--location", "p"}),
+              ElementsAre("panel-kind=", "panel=", "pvc="));
+  EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--parent", ""}), ElementsAre("2", "5"));
+  EXPECT_THAT(offered(agent, {"port", "add", "br3", ""}), ElementsAre());
+  EXPECT_THAT(offered(agent, {"test", "run", "br3", ""}), ElementsAre("pppoeiaTestRunCid", "pppoeiaTestRunRid"));
+  EXPECT_THAT(offered(agent, {"test", "run", "br3", "pppoeiaTestRunCid", ""}), ElementsAre("test", "available"));
+  EXPECT_THAT(offered(agent, {"test", "set", "br3", "pppoeiaTestSetC"}),
+              ElementsAre("pppoeiaTestSetCvid", "pppoeiaTestSetClntMac", "pppoeiaTestSetCustomCidStr",
+                          "pppoeiaTestSetCustomRidStr"));
+  EXPECT_THAT(offered(agent, {"format", "test", "br3", "--debug", ""}), ElementsAre("off", "on"));
+  EXPECT_THAT(offered(agent, {"format", "test", "br3", "--port", ""}), ElementsAre("2", "5"));
+  EXPECT_THAT(offered(agent, {"bridge", "dump", "br3", "0", "--"}), ElementsAre("--tty"));
   EXPECT_THAT(offered(agent, {"--ba"}), ElementsAre());
   EXPECT_THAT(offered(agent, {"-b"}), ElementsAre("-batch"));
   EXPECT_THAT(offered(agent, {"nonsense", ""}), ElementsAre());
