@@ -46,8 +46,7 @@ bool client::open(const std::string& path)
   return fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-// Sends `packet_`; the reply is left in `received_`.
-call_error client::exchange(std::chrono::milliseconds time_out)
+call_error client::request_send(std::chrono::milliseconds time_out)
 {
   const clock::time_point deadline = clock::now() + time_out;
   // There is room for a packet nearly always: asking first would cost a system call a request.
@@ -58,6 +57,13 @@ call_error client::exchange(std::chrono::milliseconds time_out)
     if (!wait_for(fd_, POLLOUT, deadline))
       return call_error::time_out;
   }
+  return call_error::none;
+}
+
+// The reply is left in `received_`.
+call_error client::reply_receive(std::chrono::milliseconds time_out)
+{
+  const clock::time_point deadline = clock::now() + time_out;
   received_.resize(packet_max);
   ssize_t size = receive_soon();
   if (size < 0 && errno == EAGAIN) {
@@ -71,6 +77,12 @@ call_error client::exchange(std::chrono::milliseconds time_out)
     return call_error::no_server;
   reply_size_ = static_cast<size_t>(size);
   return call_error::none;
+}
+
+call_error client::exchange(std::chrono::milliseconds time_out)
+{
+  const call_error error = request_send(time_out);
+  return error == call_error::none ? reply_receive(time_out) : error;
 }
 
 // Most replies come within microseconds: a core that goes to sleep for one takes longer to wake up than the reply to
@@ -87,15 +99,17 @@ ssize_t client::receive_soon()
   }
 }
 
-call_reply client::call(uint16_t function_id, std::vector<std::vector<unsigned char>>& arguments,
-                        std::chrono::milliseconds time_out)
+void client::request_make(uint16_t function_id, const std::vector<std::vector<unsigned char>>& arguments)
 {
-  const uint32_t sequence = ++sequence_;
   const std::vector<const_bytes> views(arguments.begin(), arguments.end());
   packet_.clear();
-  request_encode(function_id, sequence, views, packet_);
-  if (const call_error error = exchange(time_out); error != call_error::none)
-    return {.error = error};
+  request_encode(function_id, ++sequence_, views, packet_);
+}
+
+// Reads what is in `received_`.
+call_reply client::reply_take(uint16_t function_id, uint32_t sequence,
+                              std::vector<std::vector<unsigned char>>& arguments)
+{
   const std::optional<reply> reply = reply_decode({received_.data(), reply_size_});
   if (reply && reply->status == status_busy)
     return {.error = call_error::busy};
@@ -104,6 +118,68 @@ call_reply client::call(uint16_t function_id, std::vector<std::vector<unsigned c
   for (size_t i = 0; i < std::min(arguments.size(), reply->arguments.size()); ++i)
     arguments[i].assign(reply->arguments[i].begin(), reply->arguments[i].end());
   return {call_error::none, reply->status, reply->has_result, reply->result};
+}
+
+call_reply client::call(uint16_t function_id, std::vector<std::vector<unsigned char>>& arguments,
+                        std::chrono::milliseconds time_out)
+{
+  request_make(function_id, arguments);
+  if (const call_error error = exchange(time_out); error != call_error::none)
+    return {.error = error};
+  return reply_take(function_id, sequence_, arguments);
+}
+
+// One system call for all: the server is woken when they are there, and not for each.
+call_error client::requests_send(std::span<const pending_call> calls, std::chrono::milliseconds time_out)
+{
+  std::vector<std::vector<unsigned char>> packets;
+  for (const pending_call& one : calls) {
+    request_make(one.function_id, one.arguments);
+    packets.push_back(packet_);
+  }
+  std::vector<iovec> pieces;
+  for (std::vector<unsigned char>& packet : packets)
+    pieces.push_back({packet.data(), packet.size()});
+  std::vector<mmsghdr> messages(pieces.size());
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    messages[i].msg_hdr.msg_iov = &pieces[i];
+    messages[i].msg_hdr.msg_iovlen = 1;
+  }
+  const clock::time_point deadline = clock::now() + time_out;
+  for (size_t sent = 0; sent < messages.size();) {
+    const int count =
+        sendmmsg(fd_, &messages[sent], static_cast<unsigned>(messages.size() - sent), MSG_NOSIGNAL | MSG_DONTWAIT);
+    sent += count > 0 ? static_cast<size_t>(count) : 0;
+    if (count > 0 || errno == EINTR)
+      continue;
+    if (errno == EPIPE)  // the replies tell why
+      break;
+    if (errno != EAGAIN)
+      return call_error::no_server;
+    if (!wait_for(fd_, POLLOUT, deadline))
+      return call_error::time_out;
+  }
+  return call_error::none;
+}
+
+call_error client::call_all(std::span<pending_call> calls, size_t together, std::chrono::milliseconds time_out)
+{
+  call_error error = call_error::none;
+  for (size_t begin = 0; begin < calls.size(); begin += together) {
+    const std::span<pending_call> some = calls.subspan(begin, std::min(together, calls.size() - begin));
+    const uint32_t first = sequence_ + 1;
+    if (error == call_error::none)
+      error = requests_send(some, time_out);
+    for (size_t i = 0; i < some.size(); ++i) {
+      if (error == call_error::none)
+        error = reply_receive(time_out);
+      some[i].reply = {.error = error};
+      if (error == call_error::none)
+        some[i].reply = reply_take(some[i].function_id, first + static_cast<uint32_t>(i), some[i].arguments);
+      error = some[i].reply.error;
+    }
+  }
+  return error;
 }
 
 }  // namespace ippc

@@ -1,4 +1,4 @@
-// A caller's end: one connection, one call at a time.
+// A caller's end: one connection, one call after the other, or many on their way at once.
 #ifndef PLATFORM_IPPC_CLIENT_H
 #define PLATFORM_IPPC_CLIENT_H
 
@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -27,6 +28,13 @@ struct call_reply {
   int32_t result = 0;  // the operation's
 };
 
+// One of many calls. `arguments` as those of client::call().
+struct pending_call {
+  uint16_t function_id = 0;
+  std::vector<std::vector<unsigned char>> arguments;
+  call_reply reply;
+};
+
 class client {
 public:
   client() = default;
@@ -42,7 +50,17 @@ public:
   call_reply call(uint16_t function_id, std::vector<std::vector<unsigned char>>& arguments,
                   std::chrono::milliseconds time_out);
 
+  // Calls functions in that order, `together` of them on their way at a time: their packets and replies must have room
+  // in the socket. The first error of the connection is told, and is that of every call from there on; each reply has
+  // the time.
+  call_error call_all(std::span<pending_call> calls, size_t together, std::chrono::milliseconds time_out);
+
 private:
+  call_error requests_send(std::span<const pending_call> calls, std::chrono::milliseconds time_out);
+  call_error request_send(std::chrono::milliseconds time_out);
+  call_error reply_receive(std::chrono::milliseconds time_out);
+  call_reply reply_take(uint16_t function_id, uint32_t sequence, std::vector<std::vector<unsigned char>>& arguments);
+  void request_make(uint16_t function_id, const std::vector<std::vector<unsigned char>>& arguments);
   call_error exchange(std::chrono::milliseconds time_out);
   ssize_t receive_soon();
 

@@ -15,6 +15,27 @@
 namespace ippc {
 namespace {
 
+// The further groups of who connected. A kernel that has no word of them (before Linux 4.13) leaves a caller with its
+// own group alone, and so with fewer rights.
+std::optional<std::vector<gid_t>> groups_of(int fd)
+{
+  std::vector<gid_t> groups(32);
+  socklen_t size = 0;
+  const auto ask = [&] {
+    size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    return getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) == 0;
+  };
+  bool told = ask();
+  if (!told && errno == ERANGE) {
+    groups.resize(size / sizeof(gid_t));
+    told = ask();
+  }
+  if (!told && errno != ENOPROTOOPT)
+    return std::nullopt;
+  groups.resize(told ? size / sizeof(gid_t) : 0);
+  return groups;
+}
+
 // Who connected; nothing when the kernel does not tell.
 std::optional<caller> peer_of(int fd)
 {
@@ -22,14 +43,10 @@ std::optional<caller> peer_of(int fd)
   socklen_t size = sizeof who;
   if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) != 0)
     return std::nullopt;
-  caller peer{who.uid, who.gid, {}};
-  size = 0;
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, nullptr, &size) != 0 && errno != ERANGE)
+  auto groups = groups_of(fd);
+  if (!groups)
     return std::nullopt;
-  peer.groups.resize(size / sizeof(gid_t));
-  if (size > 0 && getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, peer.groups.data(), &size) != 0)
-    return std::nullopt;
-  return peer;
+  return caller{who.uid, who.gid, std::move(*groups)};
 }
 
 std::optional<uid_t> user_of(const std::optional<caller>& peer)

@@ -24,7 +24,7 @@ INSTEAD = {
 }
 OPENING = {"(": ")", "[": "]", "{": "}"}
 LOG = re.compile(r"log$|log_|_log|^log[A-Z]|Log$|trace|entry$", re.I)  # what statements that only tell begin with
-WAIT = re.compile(r"_(ms|us)\b|(nano|micro|milli)?seconds\b|\bminutes\b|\bhours\b|backlog")  # how long no test may time
+WAIT = re.compile(r"sleep|_(ms|us)\b|(nano|micro|milli)?seconds\b|\bminutes\b|\bhours\b|backlog")  # how long no test may time
 
 
 @dataclasses.dataclass(frozen=True)
@@ -101,6 +101,9 @@ class Source:
     def between(self, first, last):
         """The text from token `first` up to, not with, token `last`."""
         return self.text[self.tokens[first].start:self.tokens[last - 1].end] if first < last else ""
+
+    def line_number(self, start):
+        return self.text.count("\n", 0, start) + 1
 
     def line_at(self, start):
         return self.text[self.text.rfind("\n", 0, start) + 1:].split("\n", 1)[0].strip()
@@ -229,9 +232,9 @@ class Source:
 
     def change(self, place, after):
         start, before, _ = place
-        line = self.text.count("\n", 0, start) + 1
+        line = self.line_number(start)
         what = " ".join(f"{before} -> {after or '(nothing)'}".split())
-        same = [p for p in self.places if p[1] == before and self.text.count("\n", 0, p[0]) + 1 == line]
+        same = [p for p in self.places if p[1] == before and self.line_number(p[0]) == line]
         if same[0] != place:
             what += f" #{same.index(place) + 1}"
         return Change(self.file, start, before, after, line, self.line_at(start), what)

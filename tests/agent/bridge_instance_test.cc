@@ -1,4 +1,5 @@
 // Bridge instances on a kernel in memory: creation step by step, each step's failure, deletion, the worker.
+#include "pppoeia/device_watch.h"
 #include "pppoeia/frame.h"
 #include "pppoeia/local_mac.h"
 #include "pppoeia/log.h"
@@ -213,6 +214,22 @@ TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
   EXPECT_EQ(pppoeia_bridge_del("br0"), -ENOENT);
 }
 
+TEST_F(BridgeInstance, WorkerIsAStepMoreUrgentThanWhoMadeIt)
+{
+  const sched_param usual{};
+  const sched_param urgent{.sched_priority = 5};
+  if (pthread_setschedparam(pthread_self(), SCHED_RR, &urgent) != 0)
+    GTEST_SKIP() << "needs the right to be scheduled in real time";
+  EXPECT_EQ(pppoeia_bridge_add("br0", 4), 0);
+  pthread_setschedparam(pthread_self(), SCHED_OTHER, &usual);
+  sched_param has{};
+  for (int tries = 0, policy; tries < 2000 && has.sched_priority != 6; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    pthread_getschedparam(bridge_find("br0")->thread, &policy, &has);
+  }
+  EXPECT_EQ(has.sched_priority, 6);
+}
+
 TEST_F(BridgeInstance, RecordsThatTheDeviceRefusesAreToldOnce)
 {
   kernel.failing = {{"send@1", ENOBUFS}, {"send@2", EMSGSIZE}, {"send@4", EMSGSIZE}};
@@ -312,14 +329,61 @@ TEST_F(BridgeInstance, WhileItsDeviceIsAwayABridgeIsDeletedAsEver)
   EXPECT_THAT(messages(), ElementsAre("<br0> Unable to open '/proc/net/mng/config'."));
 }
 
-// What a bridge took from the kernel is fixed for its life.
-TEST_F(BridgeInstance, DeviceThatComesBackAnotherIsTold)
+// Without a worker, one wait after another.
+TEST_F(BridgeInstance, ADeviceIsLookedAfterNowAndThen)
 {
-  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
-  kernel.stag_ethertype = 0x9100;
-  kernel.at_zero = "open:/proc/net/kvbridge/br0/bridge";
+  test_bridge bridge;
+  text_copy(bridge->dev_name, "br0_pppoe");
+  bridge->mtu = kernel.mtu;
+  bridge->stag_ethertype = kernel.stag_ethertype;
+  bridge->sock = ::kernel->packet_socket();
+  bridge->ctl_fd = ::kernel->open_control("/proc/net/kvbridge/br0/bridge");
+  kernel.devices.insert("br0_pppoe");
+  device_watch watch(*bridge);
+  const auto looks_in = [&](int waits) {
+    const int before = kernel.tried("link_index");
+    while (waits-- > 0)
+      watch.waited();
+    return kernel.tried("link_index") - before;
+  };
+  const auto bound_and_attached = [&] {
+    return std::pair(kernel.tried("bind_packet"), kernel.tried("control:0x40047ac8"));
+  };
+  const std::string gone = "<br0> Pseudo device 'br0_pppoe' is gone.";
+  const std::string back = "<br0> Pseudo device 'br0_pppoe' is back.";
+
+  for (const int error : {0, EAGAIN, EINTR, ENOBUFS})
+    watch.failed(error);
+  EXPECT_EQ(looks_in(99), 0);
+  EXPECT_EQ(looks_in(1), 1);
+  EXPECT_EQ(looks_in(100), 1);
+  EXPECT_EQ(bound_and_attached(), std::pair(0, 0));
+  EXPECT_THAT(messages(), IsEmpty());
+  for (const int error : {ENETDOWN, ENODEV, ENXIO}) {
+    watch.failed(error);
+    watch.failed(error);
+    EXPECT_THAT(messages(), ElementsAre(gone)) << error;
+    watch.received();
+  }
+
+  watch.failed(ENETDOWN);  // and is up again: the same one
+  messages();
+  looks_in(10);
+  EXPECT_EQ(bound_and_attached(), std::pair(1, 0));
+  EXPECT_EQ(looks_in(9), 0);
   kernel.vanish("br0_pppoe");
-  EXPECT_TRUE(logged("<br0> MTU or S-Tag EtherType have changed: delete the bridge and add it again."));
+  EXPECT_EQ(looks_in(1), 2) << "before and after it was made anew";
+  EXPECT_EQ(bound_and_attached(), std::pair(2, 1));
+  EXPECT_THAT(messages(), ElementsAre(back));
+  kernel.vanish("br0_pppoe");  // and nobody has told
+  kernel.stag_ethertype = 0x9100;
+  EXPECT_EQ(looks_in(100), 2);
+  EXPECT_THAT(
+      messages(),
+      ElementsAre(gone, back, "<br0> MTU or S-Tag EtherType have changed: delete the bridge and add it again."));
+  ::kernel->close(bridge->sock);
+  ::kernel->close(bridge->ctl_fd);
+  kernel.vanish("br0_pppoe");
 }
 
 TEST(AgentInit, ChecksTheModules)

@@ -102,6 +102,8 @@ TEST_F(CFunctions, ResultsWithoutAPlaceAreRefused)
   EXPECT_EQ(pppoeia_port_parent_get("br0", 3, nullptr), 1);
   EXPECT_EQ(br_port_parent_get("br0", 3, nullptr), 1);
   EXPECT_EQ(pppoeia_port_vlan_get_first("br0", 3, nullptr), -ENXIO);
+  EXPECT_EQ(pppoeia_port_vlan_get_next("br0", 3, 1, nullptr), -ENXIO);
+  EXPECT_EQ(pppoeia_port_vlan_info_get("br0", 3, 1, static_cast<pppoeia_port_vlan_entry*>(nullptr)), -ENXIO);
 }
 
 }  // namespace

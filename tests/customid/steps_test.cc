@@ -1,4 +1,4 @@
-// Steps of the macro language by themselves, where no format leads: values of odd shape, types outside the vocabulary.
+// Steps of the macro language by themselves, where no format leads: values of odd shape.
 #include "pppoeia/customid/binary.h"
 #include "pppoeia/customid/formatter.h"
 #include "pppoeia/customid/parser.h"
@@ -8,36 +8,6 @@
 #include <limits>
 
 namespace {
-
-TEST(Vocabulary, PredicatesAsMasks)
-{
-  uint32_t hex = 0;
-  uint32_t delimiter = 0;
-  uint32_t user = 0;
-  for (int i = 0; i < 32; ++i) {
-    const auto type = static_cast<customIdFormat>(i);
-    hex |= static_cast<uint32_t>(macroIsSupportedForHex(type)) << i;
-    delimiter |= static_cast<uint32_t>(macroIsSupportedForDelimiter(type)) << i;
-    user |= static_cast<uint32_t>(macroIsSupportedForUserString(type)) << i;
-  }
-  EXPECT_EQ(hex, 0x105FFC72u);
-  EXPECT_EQ(delimiter, 0x100F0000u);
-  EXPECT_EQ(user, 1u << 26);
-  EXPECT_EQ(macroFormatTypeToString(HEX), "HEX");
-  for (const int outside : {29, -1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
-    EXPECT_EQ(macroFormatTypeToString(static_cast<customIdFormat>(outside)), "N/A");
-}
-
-TEST(Vocabulary, ValidityRule)
-{
-  EXPECT_FALSE(macroAreFlagsValid(AGENT_IPV4, 0x0c, "", 5));
-  EXPECT_TRUE(macroAreFlagsValid(AGENT_IPV4, 0x04, "", 0));
-  EXPECT_FALSE(macroAreFlagsValid(PORT, 0x04, "", 0));
-  EXPECT_TRUE(macroAreFlagsValid(PORT, 0x06, "", 5));
-  EXPECT_FALSE(macroAreFlagsValid(PORT, 0x02, "", 0));
-  EXPECT_FALSE(macroAreFlagsValid(SHELF, 0x01, "", 0));
-  EXPECT_TRUE(macroAreFlagsValid(CHASSIS, 0x01, "", 0));
-}
 
 TEST(Parser, OutputsOfOneMacro)
 {

@@ -1,10 +1,13 @@
 // The message queue client without a broker, and against servers that are none.
-#include "rte/BLL/core/rabbit_mq_inter_soc.h"
+#include "rte/BLL/core/log.h"
+#include "rte/BLL/core/rabbit_mq_connection.h"
+#include "rte/BLL/core/singleton.h"
 #include "tests/support/files.h"
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <random>
@@ -15,6 +18,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr auto bound = RabbitMqInterSoc::longestStep + 2s;  // and some for a busy machine and the sanitizers
@@ -168,7 +172,7 @@ std::string introduction()
 }
 
 // Both calls fail within the bound, and once more at once.
-void expectFailures(const rabbitMqSettings_t& settings, const std::string& message = "message")
+void expectFailures(const rabbitMqSettings_t& settings, const std::string& message)
 {
   RabbitMqInterSoc mq;
   ASSERT_TRUE(mq.enable(settings));
@@ -179,8 +183,9 @@ void expectFailures(const rabbitMqSettings_t& settings, const std::string& messa
     EXPECT_LT(steady_clock::now() - begin, time);
   };
   const auto consume = [&] { return mq.consume("q", got, 60'000); };
-  failsWithin(bound, [&] { return mq.publish("q", message); });
+  std::thread publisher([&] { failsWithin(bound, [&] { return mq.publish("q", message); }); });
   failsWithin(bound, consume);
+  publisher.join();
   failsWithin(400ms, consume);
   EXPECT_EQ(got, "as it was");
 }
@@ -233,70 +238,83 @@ TEST(RabbitMqHostile, NothingIsTouchedBeforeFirstUse)
   EXPECT_EQ(entries("/proc/self/task"), threads);
 }
 
-TEST(RabbitMqHostile, AttemptsGetRarer)
+struct keptLines_t : LogImpl {
+  void writeMessageToLog(const logData_t& data) override { text += data.buffer.substr(data.buffer.find(' ') + 1); }
+  std::string text;
+};
+
+TEST(RabbitMqHostile, AttemptsGetRarerAndAnOutageIsToldOnce)
 {
-  Server server([](int, const std::atomic<bool>&) {});
+  keptLines_t log;
+  singleton<Log>::instance().reset(&log);
+  Server server([refusals = 2](int client, const std::atomic<bool>& over) mutable {
+    if (refusals-- <= 0)
+      saying(welcome() + confirmation + confirmation)(client, over);
+  });
   RabbitMqInterSoc mq;
   ASSERT_TRUE(mq.enable(server.settings));
   const auto begin = steady_clock::now();
-  while (steady_clock::now() - begin < 4s) {  // attempts at 0, 0.5, 1.5 and 3.5 seconds
-    EXPECT_FALSE(mq.publish("q", "message"));
+  while (!mq.publish("q", "message") && steady_clock::now() - begin < 20s)
     std::this_thread::sleep_for(5ms);
-  }
-  EXPECT_GE(server.connections, 3);
-  EXPECT_LE(server.connections, 4);
+  EXPECT_GE(steady_clock::now() - begin, 1500ms);
+  EXPECT_EQ(server.connections, 3);
+  EXPECT_TRUE(mq.publish("q", "message"));
+  singleton<Log>::instance().reset(nullptr);
+  const std::string broker = "Message broker 127.0.0.1:" + std::to_string(server.settings.port);
+  EXPECT_EQ(log.text, broker + " has failed while logging in.\n" + broker + " answers again.\n");
+
+  std::vector<int64_t> intervals;
+  for (milliseconds interval(0); intervals.size() < 8; intervals.push_back(interval.count()))
+    interval = RabbitMqConnection::backOffAfter(interval);
+  EXPECT_THAT(intervals, testing::ElementsAre(500, 1000, 2000, 4000, 8000, 16000, 30000, 30000));
 }
 
 struct conduct_t {
   const char* name;
-  std::string text, refrain{};
+  Server::behaviour_t behaviour;
   size_t messageSize = 7;
-  friend void PrintTo(const conduct_t& conduct, std::ostream* out) { *out << conduct.name; }
 };
 
-class RabbitMqHostileServer : public testing::TestWithParam<conduct_t> {};
-
-TEST_P(RabbitMqHostileServer, FailsBothCallsInTime)
+void speakInDrops(int client, const std::atomic<bool>& over)
 {
-  const auto& [name, text, refrain, messageSize] = GetParam();
-  Server server(saying(text, refrain));
-  expectFailures(server.settings, std::string(messageSize, 'x'));
+  for (const char byte : welcome() + confirmation) {
+    if (!sendAll(client, {&byte, 1}, over))
+      return;
+    std::this_thread::sleep_for(50ms);
+  }
 }
 
-const std::string heartbeats = heartbeat + heartbeat + heartbeat + heartbeat;
-const std::string sized3 = welcome() + gotOne + contentHeader(3);
-const conduct_t conducts[] = {
-    {"SaysNothing", ""},
-    {"SpeaksHttp", "HTTP/1.1 400 Bad Request\r\n\r\n"},
-    {"SpeaksAnOlderVersion", std::string("AMQP\1\1\0\x09", 8)},
-    {"AnnouncesAGiantFrame", std::string("\x01\0\0\xff\xff\xff\xff", 7)},
-    {"HeartbeatsAtOnce", "", heartbeats},
-    {"HeartbeatsAfterwards", welcome(), heartbeats},
-    {"ReadsNothing", welcome(), "", RabbitMqInterSoc::largestMessage},
-    {"EndlessContent", welcome() + gotOne + contentHeader(uint64_t{1} << 60), frame(3, 1, std::string(8000, 'x'))},
-    {"MoreContentThanAnnounced", sized3 + frame(3, 1, "four")},
-    {"EmptyPieces", sized3, frame(3, 1, "")},
-};
-INSTANTIATE_TEST_SUITE_P(One, RabbitMqHostileServer, testing::ValuesIn(conducts),
-                         [](const auto& conduct) { return std::string(conduct.param.name); });
-
-TEST(RabbitMqHostile, NobodyListens)
+// All at the same time, since most of it is waiting.
+TEST(RabbitMqHostile, WhateverTheServerDoesBothCallsFailInTime)
 {
-  rabbitMqSettings_t settings;
-  settings.port = Server(saying("")).settings.port;  // gone again
-  expectFailures(settings);
-}
-
-TEST(RabbitMqHostile, AnswersInDrops)
-{
-  Server server([](int client, const std::atomic<bool>& over) {
-    for (const char byte : welcome() + confirmation) {
-      if (!sendAll(client, {&byte, 1}, over))
-        return;
-      std::this_thread::sleep_for(50ms);
-    }
-  });
-  expectFailures(server.settings);
+  const std::string heartbeats = heartbeat + heartbeat + heartbeat + heartbeat;
+  const std::string sized3 = welcome() + gotOne + contentHeader(3);
+  const std::string endless = welcome() + gotOne + contentHeader(uint64_t{1} << 60);
+  const conduct_t conducts[] = {
+      {"SaysNothing", saying("")},
+      {"SpeaksHttp", saying("HTTP/1.1 400 Bad Request\r\n\r\n")},
+      {"SpeaksAnOlderVersion", saying(std::string("AMQP\1\1\0\x09", 8))},
+      {"AnnouncesAGiantFrame", saying(std::string("\x01\0\0\xff\xff\xff\xff", 7))},
+      {"HeartbeatsAtOnce", saying("", heartbeats)},
+      {"HeartbeatsAfterwards", saying(welcome(), heartbeats)},
+      {"ReadsNothing", saying(welcome()), RabbitMqInterSoc::largestMessage},
+      {"EndlessContent", saying(endless, frame(3, 1, std::string(8000, 'x')))},
+      {"MoreContentThanAnnounced", saying(sized3 + frame(3, 1, "four"))},
+      {"EmptyPieces", saying(sized3, frame(3, 1, ""))},
+      {"AnswersInDrops", speakInDrops},
+  };
+  rabbitMqSettings_t nobody;
+  nobody.port = Server(saying("")).settings.port;  // gone again
+  std::vector<std::thread> cases;
+  for (const conduct_t& conduct : conducts)
+    cases.emplace_back([&conduct] {
+      SCOPED_TRACE(conduct.name);
+      Server server(conduct.behaviour);
+      expectFailures(server.settings, std::string(conduct.messageSize, 'x'));
+    });
+  expectFailures(nobody, "message");
+  for (std::thread& one : cases)
+    one.join();
 }
 
 TEST(RabbitMqHostile, RandomDamage)

@@ -155,9 +155,10 @@ TEST_F(RabbitMq, WrongPasswordAndDisabledFail)
   settings.password = "wrong";
   ASSERT_TRUE(mq.enable(settings));
   const auto begin = steady_clock::now();
-  EXPECT_FALSE(mq.publish("usual", "x"));
+  std::thread publisher([&] { EXPECT_FALSE(mq.publish("usual", "x")); });
   EXPECT_EQ(next("usual", 60'000), "(none)");
-  EXPECT_LT(steady_clock::now() - begin, 2 * RabbitMqInterSoc::longestStep + slack);
+  publisher.join();
+  EXPECT_LT(steady_clock::now() - begin, RabbitMqInterSoc::longestStep + slack);
   settings.password = "guest";
   ASSERT_TRUE(mq.enable(settings));
   EXPECT_TRUE(mq.publish("usual", "x"));

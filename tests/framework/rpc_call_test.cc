@@ -1,4 +1,5 @@
 // Calls and their replies as bytes: what each message is answered, and records on a connection however they come.
+#include "rte/BLL/core/rpc_access.h"
 #include "rte/BLL/core/rpc_call.h"
 #include "rte/BLL/core/rpc_connection.h"
 
@@ -165,6 +166,17 @@ TEST(RpcConnection, TakesRecordsHoweverTheyCome)
     EXPECT_EQ(recv(ends[1], &none, 1, 0), 0) << "closed";
     close(ends[1]);
   }
+}
+
+TEST(RpcRefusals, OneAMinuteIsToldWithTheNumberOfTheOthers)
+{
+  rpcRefusals_t refusals;
+  std::string told;
+  for (const int second : {100, 100, 159, 160, 160, 219, 400, 460}) {
+    const auto unsaid = refusals.tell(std::chrono::steady_clock::time_point(std::chrono::seconds(second)));
+    told += unsaid ? std::to_string(*unsaid) : "-";
+  }
+  EXPECT_EQ(told, "0--2--20");
 }
 
 }  // namespace

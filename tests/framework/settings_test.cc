@@ -4,14 +4,30 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
+
+namespace {
+
+int cleanUps = 0;
+
+}  // namespace
+
+// Takes the place of libxml2's, and counts.
+extern "C" void xmlCleanupParser()
+{
+  ++cleanUps;
+  reinterpret_cast<void (*)()>(dlsym(RTLD_NEXT, "xmlCleanupParser"))();
+}
 
 namespace {
 
@@ -275,6 +291,67 @@ TEST_F(Settings, NullHandlesAnswerEmpty)
   EXPECT_FALSE(null.getSubSetting("a") || null.getNext() || null.addSubSetting("a"));
   EXPECT_EQ(said(), "Setting::getValue(): node = 0\nSetting::setValue(): node = 0\nSetting::getSubSetting(): node = 0\n"
                     "Setting::getNext(): node = 0\nSetting::addSubSetting(): node = 0\n");
+}
+
+// The number of clean-ups of the parser that the work leads to, in a process of its own.
+int cleanUpsOf(const std::function<void()>& work)
+{
+  const pid_t child = fork();
+  if (child == 0) {
+    cleanUps = 0;
+    work();
+    _exit(cleanUps);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(SettingsParser, IsCleanedUpWhenItsLastStoreEndsIfOneThreadUsedIt)
+{
+  using Storage::StorageMng;
+  const own_folder own;
+  const std::string file = own.path + "/out.xml";
+  const auto inThread = [](const auto& work) { std::thread(work).join(); };
+  const std::pair<int, std::function<void()>> uses[] = {
+      {1, [] { StorageMng one, other; }},
+      {1, [&] { StorageMng().save(file); }},
+      {2, [&] { StorageMng().load(file); }},  // what is loaded replaces all there was
+      {1,
+       [&] {
+         StorageMng one, other;
+         one.load(file);
+       }},
+      {2,
+       [&] {
+         {
+           StorageMng one;
+         }
+         inThread([] { StorageMng other; });
+       }},
+      {0,
+       [&] {
+         StorageMng one;
+         inThread([] { StorageMng other; });
+       }},
+      {0,
+       [&] {
+         StorageMng one;
+         inThread([&] { one.save(file); });
+       }},
+      {0, [&] {
+         StorageMng one;
+         inThread([&] { one.load(file); });
+       }}};
+  CaptureStdout();
+  std::string wanted;
+  std::string counted;
+  for (const auto& [count, use] : uses) {
+    wanted += std::to_string(count) + " ";
+    counted += std::to_string(cleanUpsOf(use)) + " ";
+  }
+  GetCapturedStdout();
+  EXPECT_EQ(counted, wanted);
 }
 
 // Without a store that lives through it all, so that the clean-up after the last one comes in between.

@@ -8,15 +8,18 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <list>
 #include <optional>
 #include <poll.h>
+#include <ranges>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -178,13 +181,34 @@ TEST_F(IppcServer, OneUserCannotKeepAllOthersOut)
       ASSERT_TRUE(client.open(path));
       ASSERT_EQ(ask(client).result, 7);
     }
-    ask(hoard.front());  // now the second is the one that was silent longest
+    for (ippc::client& client : hoard | std::views::reverse)
+      ask(client);  // so the last one is silent longest
     EXPECT_FALSE(serves()) << "the same user has no claim on more";
   });
   EXPECT_TRUE(serves());
-  EXPECT_EQ(ask(hoard.front()).result, 7);
-  EXPECT_EQ(ask(*std::next(hoard.begin())).error, ippc::call_error::busy);
-  EXPECT_EQ(ask(*std::next(hoard.begin(), 2)).result, 7);
+  EXPECT_EQ(ask(hoard.back()).error, ippc::call_error::busy);
+  hoard.pop_back();
+  for (ippc::client& client : hoard)
+    EXPECT_EQ(ask(client).result, 7);
+}
+
+// As a program that ends in good order, whose second server finds the first one's path taken.
+TEST(IppcProgram, ServesToItsEndAndLeavesNothing)
+{
+  const std::string path = testing::TempDir() + "ippc-program" + std::to_string(getpid());
+  const pid_t child = fork();
+  if (child == 0) {
+    const ippcServer description{.path = path.c_str(), .callback = echo, .reserved = 0};
+    ippc::client client;
+    const bool served = kvInitIppc() == 0 && kvStartIppcServer(&description) == 0 && client.open(path) &&
+                        ask(client).result == 7 && kvStartIppcServer(&description) == -1 && errno == EADDRINUSE &&
+                        ask(client).result == 7;
+    std::exit(served ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 // What a request's execution found about its thread.

@@ -54,6 +54,20 @@ void vsyslog(int priority, const char* format, va_list arguments)
   keep_line(priority, format, arguments);
 }
 
+// Of a build with _FORTIFY_SOURCE, the same.
+void __syslog_chk(int priority, int, const char* format, ...)
+{
+  va_list arguments;
+  va_start(arguments, format);
+  keep_line(priority, format, arguments);
+  va_end(arguments);
+}
+
+void __vsyslog_chk(int priority, int, const char* format, va_list arguments)
+{
+  keep_line(priority, format, arguments);
+}
+
 }  // extern "C"
 
 std::vector<syslog_line> syslog_take()

@@ -36,13 +36,11 @@ const api::operation& row(std::string_view name)
   return api::operations[api::operation_id(name)];
 }
 
-class AgentLife : public node_test {
+class AgentLife : public device_node_test {
 protected:
   void SetUp() override
   {
-    node_test::SetUp();
-    if (!IsSkipped() && !has_devices())
-      GTEST_SKIP() << "needs FUSE and TAP devices";
+    device_node_test::SetUp();
     if (IsSkipped())
       return;
     static const int cabled =

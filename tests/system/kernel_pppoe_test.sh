@@ -30,24 +30,9 @@ for port in line uplink; do
 done
 for link in $(ip -o link show type vlan | sed -E 's/^[0-9]+: ([^@]*)@.*/\1/'); do ip link set "$link" up; done
 
-start kvbridged "$bin/kvbridged" run --kernel-bridge br0 --uplink uplink --port line=1 --port uplink=9
-wait_for test -e "$tree/mng/config" || { grep -q eBPF "$work/kvbridged.log" && skip "$(cat "$work/kvbridged.log")"; fail "kvbridged does not start"; }
+kvbridged_start_on_kernel --port line=1 --port uplink=9
 agent_start
-ctl -batch - <<'BATCH' || fail "the agent cannot be configured"
-init
-bridge add br0 16
-bridge vlan set-all br0 on
-format circuit-id set br0 "the line's own"
-format remote-id set br0 "$PORT_REM_ID"
-port add br0 1 line line --type eth
-port circuit-id-mode set br0 1 custom
-port remote-id set br0 1 customer-0001
-port trust set br0 1 untrusted
-port state set br0 1 subscriber
-port add br0 9 uplink uplink --kind 1
-port trust set br0 9 trusted
-port state set br0 9 network
-BATCH
+line_and_uplink_add
 start check "$bin/padi_check" peer "the line's own" customer-0001 "$work/arrived.log"
 wait_for test -s "$work/arrived.log" || fail "padi_check does not start"
 

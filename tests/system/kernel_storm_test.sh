@@ -13,8 +13,7 @@ for ((port = 1; port <= ports; port++)); do
   echo "link set host$port up"
 done | ip -batch -
 ip link set br0 up
-start kvbridged "$bin/kvbridged" run --kernel-bridge br0 --uplink uplink --port uplink=99
-wait_for test -e "$tree/mng/config" || { grep -q eBPF "$work/kvbridged.log" && skip "$(cat "$work/kvbridged.log")"; fail "kvbridged does not start"; }
+kvbridged_start_on_kernel --port uplink=99
 agent_start
 {
   cat <<'BATCH'

@@ -57,13 +57,11 @@ int opened_request(unsigned long code, const char* device)
   return request(kvbridged::descriptor(open(mng.c_str(), O_RDONLY | O_CLOEXEC)).get(), code, device);
 }
 
-class Kvbridged : public node_test {
+class Kvbridged : public device_node_test {
 protected:
   void SetUp() override
   {
-    node_test::SetUp();
-    if (!IsSkipped() && !has_devices())
-      GTEST_SKIP() << "needs FUSE and TAP devices";
+    device_node_test::SetUp();
     if (IsSkipped())
       return;
     mounts = mount_count();

@@ -33,9 +33,34 @@ kvbridged_start() {
   start kvbridged "$bin/kvbridged" run --bridge br0 --port br0,1,subscriber,line --port br0,9,network,uplink
   wait_for test -e "$tree/mng/config" || fail "kvbridged does not start"
 }
+# With a bridge of the kernel's, br0, in the place of its own.
+kvbridged_start_on_kernel() {
+  start kvbridged "$bin/kvbridged" run --kernel-bridge br0 --uplink uplink "$@"
+  wait_for test -e "$tree/mng/config" && return
+  grep -q eBPF "$work/kvbridged.log" && skip "$(cat "$work/kvbridged.log")"
+  fail "kvbridged does not start"
+}
 agent_start() {
   start agent "$bin/kvbridged" exec -- "$bin/pppoeia"
   wait_for ctl log level get || fail "the agent does not answer"
+}
+# Port 1 is a line with identifiers of its own, port 9 the uplink.
+line_and_uplink_add() {
+  ctl -batch - <<'BATCH' || fail "the agent cannot be configured"
+init
+bridge add br0 16
+bridge vlan set-all br0 on
+format circuit-id set br0 "the line's own"
+format remote-id set br0 "$PORT_REM_ID"
+port add br0 1 line line --type eth
+port circuit-id-mode set br0 1 custom
+port remote-id set br0 1 customer-0001
+port trust set br0 1 untrusted
+port state set br0 1 subscriber
+port add br0 9 uplink uplink --kind 1
+port trust set br0 9 trusted
+port state set br0 9 network
+BATCH
 }
 no_sanitizer_complains() { ! grep -qE 'Sanitizer|runtime error' "$work"/*.log || fail "a sanitizer complains"; }
 

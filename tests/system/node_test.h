@@ -15,8 +15,6 @@ protected:
   void SetUp() override;
   void TearDown() override { node.hold_log(false); }
 
-  // Whether there are FUSE and TAP devices.
-  static bool has_devices();
   // Exit status and output of a command of the shell, for which the built programs come first.
   static std::pair<int, std::string> run(const std::string& command);
   // A port mapper that answers, for as long as it is kept.
@@ -24,6 +22,13 @@ protected:
 
   static inline private_node& node = *new private_node;  // its reader outlives main()
   static const std::string& work;                        // a folder of the test's own that all can enter
+};
+
+// Those that need a kvbridged too.
+class device_node_test : public node_test {
+protected:
+  // Skips where there are no FUSE and TAP devices.
+  void SetUp() override;
 };
 
 #endif

@@ -7,20 +7,7 @@ command -v tshark >/dev/null || skip "needs tshark"
 ip link add mng0 type veth peer name mng0peer
 kvbridged_start
 agent_start
-ctl -batch - <<'BATCH'
-init
-bridge add br0 16
-bridge vlan set-all br0 on
-format circuit-id set br0 "the line's own"
-format remote-id set br0 "$PORT_REM_ID"
-port add br0 1 line line --type eth
-port circuit-id-mode set br0 1 custom
-port remote-id set br0 1 customer-0001
-port trust set br0 1 untrusted
-port add br0 9 uplink uplink --kind 1
-port trust set br0 9 trusted
-port state set br0 9 network
-BATCH
+line_and_uplink_add
 
 # What tshark shows of each PADI and PADR: how many there are, and the identifiers that come first.
 decoded() {

@@ -91,6 +91,7 @@ running_agent::~running_agent()
   close(alive_);
   waitpid(pid_, nullptr, 0);
   unlink(socket_.c_str());
+  unlink((socket_ + ".known").c_str());
 }
 
 std::string running_agent::told(std::vector<std::string> arguments) const

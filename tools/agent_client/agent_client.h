@@ -26,6 +26,13 @@ struct answer {
   bool ok() const { return arrived() && status == 0 && result == 0; }
 };
 
+// An operation with its input arguments as texts, in order, and its answer.
+struct question {
+  const api::operation* operation = nullptr;
+  std::vector<std::string> inputs;
+  answer told;
+};
+
 class connection {
 public:
   connection(std::string socket, std::chrono::milliseconds time_out) : socket_(std::move(socket)), time_out_(time_out)
@@ -37,6 +44,10 @@ public:
   // Calls an operation with its input arguments as texts, in order; outputs get room. An input that is no value of
   // its kind is a mistake in the program: checked before, with encode().
   answer call(const api::operation& operation, std::span<const std::string> inputs);
+
+  // Asks in that order, without waiting for one answer before the next question. Once the connection fails, that is
+  // the answer to all that are left.
+  void call_all(std::span<question> questions);
 
   const std::string& socket() const { return socket_; }
 

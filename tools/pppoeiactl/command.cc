@@ -1,5 +1,8 @@
 #include "tools/pppoeiactl/command.h"
 
+#include "tools/pppoeiactl/config/apply.h"
+#include "tools/pppoeiactl/config/check.h"
+#include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/explain.h"
 #include "tools/pppoeiactl/format_check.h"
 #include "tools/pppoeiactl/format_set.h"
@@ -11,6 +14,7 @@
 #include "tools/pppoeiactl/show.h"
 #include "tools/pppoeiactl/show_lines.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -26,18 +30,20 @@ struct special {
   std::string_view options = {};
 };
 
-void init_run(const context& context, const given_words& given)
-{
-  operation_run(context, row("pppoeia_init"), given.arguments);
-}
-
 void fini_run(const context& context, const given_words& given)
 {
   operation_run(context, row("pppoeia_fini"), given.arguments);
 }
 
 constexpr special specials[] = {
-    {"init", "init", "Initialise the agent", init_run, "init"},
+    {"init",
+     config::init_usage,
+     "Initialise the agent, which must not be initialised",
+     config::init_run,
+     "init",
+     {},
+     "--force"},
+    {"node init", "node init [--force]", "Initialise the agent", config::init_run, "node init", {}, "--force"},
     {"fini", "fini", "Delete every bridge and end the agent's state", fini_run, "fini"},
     {"show", "show", "Tell everything that the getters tell", show_all_run, "show"},
     {"show all", "show all [BRIDGE...]", "The same, of some bridges", show_all_run, "show all br0", "bridge..."},
@@ -59,7 +65,24 @@ constexpr special specials[] = {
      "port show br0 3", "bridge port"},
     {"port-vlan show", "port-vlan show BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run,
      "port-vlan show br0 3", "bridge port"},
-    {"save", save_usage, "Print a batch file that makes this configuration anew", save_run, "save br0", "bridge...",
+    {"check", config::check_usage, "Look for what is wrong in a file, without an agent", config::check_run,
+     "check card.conf"},
+    {"diff",
+     config::diff_usage,
+     "Print the commands that would make the running agent a file's card",
+     config::diff_run,
+     "diff card.conf",
+     {},
+     config::diff_options},
+    {"apply",
+     config::apply_usage,
+     "Make the running agent a file's card; touch nothing that is equal",
+     config::apply_run,
+     "apply --confirm 60 card.conf",
+     {},
+     config::apply_options_taken},
+    {"confirm", config::confirm_usage, "Let what \"apply --confirm\" did stay", config::confirm_run, "confirm"},
+    {"save", save_usage, "Print a file that makes this configuration anew", save_run, "save br0", "bridge...",
      save_options},
     {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run, "explain br0 3 100",
      "bridge port vlan cvid"},
@@ -105,7 +128,8 @@ std::vector<command_row> table_make()
   for (const special& own : specials)
     rows.push_back(row_of(own));
   for (const api::operation& operation : api::operations)
-    rows.push_back(row_of(operation));
+    if (std::ranges::find(rows, operation.command, &command_row::words) == rows.end())
+      rows.push_back(row_of(operation));
   return rows;
 }
 

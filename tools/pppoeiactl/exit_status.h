@@ -10,7 +10,8 @@ enum exit_status : int {
   exit_time_out = 4,
   exit_busy = 5,           // the agent has no place for another connection
   exit_no_permission = 6,  // the agent's socket is not for this user
-  exit_findings = 7,       // a check found something
+  exit_found = 7,          // something was found: errors of identifiers, warnings, or differences
+  exit_incomplete = 8,     // not all of it can be told
 };
 
 #endif

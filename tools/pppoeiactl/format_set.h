@@ -8,8 +8,17 @@ inline constexpr char format_set_usage[] =
     "format set BRIDGE PORT VLAN [--circuit-id FORMAT] [--remote-id FORMAT] [--mode MODE]";
 inline constexpr char format_set_options[] = "--circuit-id= --remote-id= --mode=";
 
-// The mode comes first, custom where a Circuit ID format is given and no mode: until the format is there too, the
-// bridge's is in force and not none at all. Throws where the agent refuses, or nothing is to be set.
+// An operation with its inputs.
+struct format_setting {
+  const api::operation* operation;
+  words inputs;
+};
+
+// What is to be called. The mode comes first, custom where a Circuit ID format is given and no mode: until the format
+// is there too, the bridge's is in force and not none at all. Throws where nothing is to be set, or a format is too
+// long.
+std::vector<format_setting> format_settings(const given_words& given);
+
 void format_set_run(const context& context, const given_words& given);
 
 #endif

@@ -1,8 +1,10 @@
 #include "tools/pppoeiactl/format_trial.h"
 
 #include "tools/pppoeiactl/operation_command.h"
+#include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>
+#include <list>
 
 namespace {
 
@@ -34,6 +36,16 @@ std::string between(const std::string& report, std::string_view begin, std::stri
   return report.substr(from, to - from);
 }
 
+// The identifier in the report of a run.
+std::string expanded_text(const std::string& report)
+{
+  constexpr std::string_view head = "\n Generated Custom Circuit Id: '";
+  constexpr std::string_view tail = "'\n";
+  if (report.size() < head.size() + tail.size() || !report.starts_with(head) || !report.ends_with(tail))
+    not_understood(report);
+  return report.substr(head.size(), report.size() - head.size() - tail.size());
+}
+
 words split(const std::string& text, char separator)
 {
   words parts(1);
@@ -44,6 +56,29 @@ words split(const std::string& text, char separator)
       parts.back() += c;
   }
   return parts;
+}
+
+// The agent cuts text identifiers at 63 characters, but of byte identifiers it shows the whole text: two digits in
+// front make it one. A control character between the parts tells them apart; when a value holds it, the next is tried.
+constexpr std::string_view front = "$00HEX";
+constexpr std::string_view front_result = "00";
+
+std::string parts_join(const words& parts, char separator)
+{
+  std::string joined(front);
+  for (const std::string& part : parts)
+    joined += separator + part;
+  return joined;
+}
+
+// False when the values hold the separator.
+bool values_part(const std::string& text, char separator, size_t count, words& values)
+{
+  values = split(text, separator);
+  if (values.size() != count + 1 || values[0] != front_result)
+    return false;
+  values.erase(values.begin());
+  return true;
 }
 
 }  // namespace
@@ -83,35 +118,54 @@ void format_trial::line_set(uint32_t port_id, uint32_t vlan_id, uint32_t cvid_id
 
 std::string format_trial::run()
 {
-  const std::string report = report_of(context_, row("pppoeia_test_run"), {bridge_, "pppoeiaTestRunCid", "available"});
-  constexpr std::string_view head = "\n Generated Custom Circuit Id: '";
-  constexpr std::string_view tail = "'\n";
-  if (report.size() < head.size() + tail.size() || !report.starts_with(head) || !report.ends_with(tail))
-    not_understood(report);
-  return report.substr(head.size(), report.size() - head.size() - tail.size());
+  return expanded_text(report_of(context_, row("pppoeia_test_run"), {bridge_, "pppoeiaTestRunCid", "available"}));
 }
 
-// The agent cuts text identifiers at 63 characters, but of byte identifiers it shows the whole text: two digits in
-// front make it one. A control character between the parts tells them apart; when a value holds it, the next is tried.
 words format_trial::expand(const words& parts)
 {
-  constexpr std::string_view front = "$00HEX";
-  constexpr std::string_view front_result = "00";
   for (char separator = 1; separator < ' '; ++separator) {
-    std::string joined(front);
-    bool taken = false;
-    for (const std::string& part : parts) {
-      joined += separator + part;
-      taken = taken || part.find(separator) != std::string::npos;
-    }
-    if (taken)
+    const auto holds_it = [&](const std::string& part) { return part.find(separator) != std::string::npos; };
+    if (std::ranges::any_of(parts, holds_it))
       continue;
-    set(format, joined);
-    words values = split(run(), separator);
-    if (values.size() != parts.size() + 1 || values[0] != front_result)
-      continue;
-    values.erase(values.begin());
-    return values;
+    set(format, parts_join(parts, separator));
+    words values;
+    if (values_part(run(), separator, parts.size(), values))
+      return values;
   }
   throw command_error(exit_refused, "the values of the formats cannot be told apart");
+}
+
+std::vector<words> format_trial::expand_on(const std::vector<uint32_t>& ports, const words& parts)
+{
+  constexpr char separator = 1;
+  constexpr const char* no_vlan = "4095";
+  if (ports.empty())
+    return {};
+  set(vlan, no_vlan);
+  set(cvid, no_vlan);
+  set(format, parts_join(parts, separator));
+  std::vector<agent_client::question> questions;
+  std::list<report_terminal> reports;
+  for (const uint32_t id : ports) {
+    reports.emplace_back();
+    questions.push_back({&row("pppoeia_test_set"), {bridge_, item_names[port].option, std::to_string(id), ""}, {}});
+    questions.push_back(
+        {&row("pppoeia_test_run"), {bridge_, "pppoeiaTestRunCid", "available", reports.back().path()}, {}});
+  }
+  given_[port] = std::to_string(ports.back());
+  context_.agent.call_all(questions);
+  for (const agent_client::question& one : questions) {
+    context_.demand_arrival(one.told);
+    if (!one.told.ok())
+      context_.refuse(*one.operation, one.inputs, one.told.result);
+  }
+  std::vector<words> expanded(ports.size());
+  auto report = reports.begin();
+  for (size_t i = 0; i < ports.size(); ++i, ++report)
+    if (!values_part(expanded_text(report->take()), separator, parts.size(), expanded[i])) {
+      line_set(ports[i], 4095, 4095);
+      expanded[i] = expand(parts);
+      set(format, parts_join(parts, separator));
+    }
+  return expanded;
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 class format_trial {
 public:
@@ -25,6 +26,9 @@ public:
   // What becomes of each part of a format, one that is cut to 63 characters nowhere. The parts are consecutive pieces
   // of one format, each macro whole in one of them: numbers and delimiters live on from part to part.
   words expand(const words& parts);
+
+  // The same on each of these ports, for no particular VLAN.
+  std::vector<words> expand_on(const std::vector<uint32_t>& ports, const words& parts);
 
 private:
   enum item { port, vlan, cvid, format, item_count };

@@ -1,6 +1,7 @@
 // pppoeiactl: the agent's command line.
 #include "tools/pppoeiactl/command.h"
 #include "tools/pppoeiactl/completion.h"
+#include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/reference.h"
 
@@ -81,7 +82,7 @@ void await_agent(agent_client::connection& agent, double seconds)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-exit_status run(const settings& given)
+exit_status run(settings given)
 {
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
   const context context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print};
@@ -100,6 +101,8 @@ exit_status run(const settings& given)
       return run_batch(context, given);
     if (given.command.empty())
       throw command_error(exit_usage, "no command; --help lists them");
+    if (given.force)
+      given.command = config::init_forced(given.command);
     if (given.watch_seconds > 0)
       watch_run(context, given.command, given.watch_seconds);
     command_run(context, given.command);
@@ -110,9 +113,9 @@ exit_status run(const settings& given)
   }
 }
 
-constexpr char exit_statuses[] =
-    "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 agent busy, "
-    "6 no permission, 7 a check found something.";
+constexpr char exit_statuses[] = "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 "
+                                 "agent busy,\n6 no permission, 7 something was found (check, diff, format check), 8 "
+                                 "not all is known (save).";
 
 [[noreturn]] void print_and_end(const std::string& text)
 {

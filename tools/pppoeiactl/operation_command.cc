@@ -1,5 +1,6 @@
 #include "tools/pppoeiactl/operation_command.h"
 
+#include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/given_words.h"
 #include "tools/pppoeiactl/report.h"
 #include "tools/pppoeiactl/warning.h"
@@ -52,8 +53,7 @@ options options_take(const api::operation& operation, const words& inputs)
 }
 
 // The inputs of all kinds in the operation's order, each checked.
-words inputs_arrange(const context& context, const api::operation& operation, const options& given,
-                     const std::string& tty)
+words inputs_arrange(const api::operation& operation, const options& given, const std::string& tty)
 {
   words arranged;
   auto next = given.plain.begin();
@@ -66,9 +66,6 @@ words inputs_arrange(const context& context, const api::operation& operation, co
     argument_check(argument, text);
     arranged.push_back(text);
   }
-  if (context.warn)
-    for (const std::string& warning : warnings_of(operation, arranged))
-      context.warn(warning);
   return arranged;
 }
 
@@ -88,7 +85,7 @@ void answer_print(const context& context, const api::operation& operation, const
 void report_run(const context& context, const api::operation& operation, const options& given)
 {
   report_terminal terminal;
-  context.demand(operation, inputs_arrange(context, operation, given, given.tty.value_or(terminal.path())));
+  context.demand(operation, inputs_arrange(operation, given, given.tty.value_or(terminal.path())));
   const std::string text = terminal.take();
   if (context.json && !given.tty) {
     report report;
@@ -121,6 +118,11 @@ bool is_written(const api::argument& argument)
   return !api::is_output(argument.what) && argument.what != kind::tty && !is_record(argument.what);
 }
 
+words operation_inputs(const api::operation& operation, const words& line)
+{
+  return inputs_arrange(operation, options_take(operation, line), "");
+}
+
 void operation_run(const context& context, const api::operation& operation, const words& inputs)
 {
   const options given = options_take(operation, inputs);
@@ -128,7 +130,16 @@ void operation_run(const context& context, const api::operation& operation, cons
     report_run(context, operation, given);
     return;
   }
-  answer_print(context, operation, context.demand(operation, inputs_arrange(context, operation, given, "")));
+  const words arranged = inputs_arrange(operation, given, "");
+  if (context.warn)
+    for (const std::string& warning : warnings_of(operation, arranged))
+      context.warn(warning);
+  config::memory_note note(context, operation, arranged);
+  const agent_client::answer answer = context.ask(operation, arranged);
+  note.answered(answer.result == 0);
+  if (answer.result != 0)
+    context.refuse(operation, arranged, answer.result);
+  answer_print(context, operation, answer);
 }
 
 std::string report_of(const context& context, const api::operation& operation, words inputs)

@@ -7,6 +7,9 @@
 // Whether a person writes the argument as a word of its own.
 bool is_written(const api::argument& argument);
 
+// A command's words as the operation takes them: in its order, records gathered as one list, each checked for its kind.
+words operation_inputs(const api::operation& operation, const words& line);
+
 // Runs an operation with its inputs as words and prints what it tells. Records are given by --type, --kind, --parent
 // and --location; the terminal of a report is this program's standard output unless --tty names one.
 void operation_run(const context& context, const api::operation& operation, const words& inputs);

@@ -172,7 +172,7 @@ In a VLAN's place
 (or 4095) stands for no particular VLAN.
 .SH EXIT STATUS
 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent, 6 no
-permission for the agent's socket, 7 a check found something.
+permission for the agent's socket, 7 something was found (check, diff, format check), 8 not all is known (save).
 .SH SEE ALSO
 .BR kvbridged (8)
 )";

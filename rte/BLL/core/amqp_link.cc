@@ -127,8 +127,6 @@ bool AmqpLink::receive(amqp_channel_t channel, amqp_frame_t& frame, deadline_t d
       amqp_maybe_release_buffers(state_);
     else if (frame.frame_type != 0)
       return frame.channel == channel || frame.channel == 0;
-    if (steady_clock::now() >= deadline)
-      return false;
   }
 }
 

@@ -260,10 +260,15 @@ RabbitMqConnection::outcome_t RabbitMqConnection::unexpected(const amqp_frame_t&
                                                                                      : outcome_t::broken;
 }
 
+milliseconds RabbitMqConnection::backOffAfter(milliseconds former)
+{
+  return former.count() == 0 ? firstBackOff : std::min(2 * former, longestBackOff);
+}
+
 void RabbitMqConnection::putOff()
 {
   link_.close();
-  backOff_ = backOff_.count() == 0 ? firstBackOff : std::min(2 * backOff_, longestBackOff);
+  backOff_ = backOffAfter(backOff_);
   nextAttempt_ = steady_clock::now() + backOff_;
 }
 

@@ -18,6 +18,9 @@ public:
   enum class got_t { message, nothing, failure };
   got_t get(const std::string& queue, std::string& message);
 
+  // How long nothing is tried after a failure, from how long it was after the one before; 0 after a success.
+  static std::chrono::milliseconds backOffAfter(std::chrono::milliseconds former);
+
 private:
   // What an exchange with the broker has come to.
   enum class outcome_t {

@@ -3,12 +3,12 @@
 #include "rte/BLL/core/manager_log.h"
 #include "rte/BLL/core/socket_owner.h"
 #include <algorithm>
-#include <chrono>
 #include <grp.h>
 #include <mutex>
 #include <pwd.h>
 #include <set>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -76,23 +76,28 @@ bool mayCall(const caller& who)
 
 void logRefusal(const std::optional<uid_t>& owner, const svc_req& request)
 {
-  using clock = std::chrono::steady_clock;
   static std::mutex mutex;
-  static clock::time_point quietUntil = clock::now();
-  static unsigned unsaid = 0;
+  static rpcRefusals_t refusals;
   const std::lock_guard guard(mutex);
-  if (clock::now() < quietUntil) {
-    ++unsaid;
+  const auto unsaid = refusals.tell(std::chrono::steady_clock::now());
+  if (!unsaid)
     return;
-  }
   logAt(LogImpl::warning) << "RPC call to program " << request.rq_prog << ", procedure " << request.rq_proc << ", by "
                           << (owner ? "user " + std::to_string(*owner) : std::string("an unknown user")) << " refused; "
-                          << unsaid << " more since the last such line.\n";
-  unsaid = 0;
-  quietUntil = clock::now() + std::chrono::minutes(1);
+                          << *unsaid << " more since the last such line.\n";
 }
 
 }  // namespace
+
+std::optional<unsigned> rpcRefusals_t::tell(std::chrono::steady_clock::time_point now)
+{
+  if (now < quietUntil_) {
+    ++unsaid_;
+    return {};
+  }
+  quietUntil_ = now + std::chrono::minutes(1);
+  return std::exchange(unsaid_, 0);
+}
 
 bool rpcAllow(const std::string& userOrGroup)
 {

@@ -1,0 +1,495 @@
+#include "tools/pppoeiactl/config/card_builder.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace config {
+namespace {
+
+// Most characters that a text's field keeps; the agent cuts what is longer, or refuses it.
+struct text_limit {
+  std::string_view setter;
+  size_t most;
+  bool refused;
+};
+constexpr text_limit text_limits[] = {
+    {"pppoeia_bridge_vendor_set", 19, true},      {"pppoeia_bridge_shelf_id_set", 39, true},
+    {"pppoeia_bridge_contact_set", 64, true},     {"pppoeia_bridge_location_set", 64, true},
+    {"pppoeia_bridge_sysname_set", 64, true},     {"pppoeia_circuit_id_format_set", 128, true},
+    {"pppoeia_remote_id_format_set", 128, true},  {"pppoeia_port_remote_id_set", 63, true},
+    {"pppoeia_bridge_intf_descr_set", 64, false}, {"pppoeia_bridge_cpe_serial_set", 12, false},
+};
+
+[[noreturn]] void refuse(const std::string& text)
+{
+  throw command_error(exit_refused, text);
+}
+
+std::string list_of(const auto& keyed)
+{
+  std::string list;
+  for (const auto& [name, rest] : keyed)
+    list += (list.empty() ? "" : ", ") + std::string(name);
+  return list.empty() ? "none" : list;
+}
+
+std::string cut(const std::string& text, size_t most, const char* what, words& notes)
+{
+  if (text.size() > most)
+    notes.push_back(std::string(what) + " '" + printable(text) + "' is cut to " + std::to_string(most) +
+                    " characters: '" + printable(text.substr(0, most)) + "'");
+  return text.substr(0, most);
+}
+
+uint32_t number(const std::string& text)
+{
+  return static_cast<uint32_t>(agent_client::number_parse({api::kind::u32, "", 4, {}}, text).value_or(0));
+}
+
+bool is_on(const std::string& text)
+{
+  return text != "off" && number(text == "on" ? "1" : text) != 0;
+}
+
+uint16_t vlan_of(const words& inputs, size_t at, words& notes)
+{
+  const auto vlan = static_cast<uint16_t>(number(inputs[at]));
+  if (vlan > 4095)
+    notes.push_back("VLAN " + inputs[at] + " is above 4095: no frame has it");
+  return vlan;
+}
+
+// A number that has words, but none for this one.
+void note_meaningless(const api::operation& operation, const words& inputs, words& notes)
+{
+  size_t input = 0;
+  for (const api::argument& argument : operation.arguments()) {
+    if (api::is_output(argument.what))
+      continue;
+    const std::string& text = inputs[input++];
+    const auto names = api::names_of(argument.words);
+    const std::optional<int64_t> value = names.empty() ? std::nullopt : agent_client::number_parse(argument, text);
+    if (!value || argument.words == api::values::on_off)
+      continue;
+    const bool minus_one = *value == UINT32_MAX;
+    if (std::ranges::none_of(names, [&](const auto& n) { return n.value == *value || (n.value == -1 && minus_one); }))
+      notes.push_back(std::string(argument.name) + " " + text + " has no meaning of its own");
+  }
+}
+
+template <size_t Size>
+std::string field_text(const char (&field)[Size])
+{
+  return {field, strnlen(field, Size)};
+}
+
+void location_set(port& port, const pppoeia_location& location)
+{
+  port.values[port_panel_kind] = std::to_string(location.panel_kind);
+  port.values[port_panel] = field_text(location.panel);
+  port.values[port_onu] = std::to_string(location.onu);
+  port.values[port_gem] = std::to_string(location.gem);
+  port.values[port_pvc_intf] = std::to_string(location.pvc_intf);
+  port.values[port_reserved] = std::to_string(location.reserved);
+}
+
+// A record as its words mean it.
+template <typename Record>
+Record record_of(api::kind what, const std::string& text)
+{
+  std::string why;
+  const std::optional<agent_client::buffer> bytes =
+      agent_client::encode({what, "record", sizeof(Record), {}}, text, why);
+  Record record{};
+  if (bytes)
+    std::memcpy(&record, bytes->data(), std::min(bytes->size(), sizeof record));
+  return record;
+}
+
+bool is_uplink_kind(const port& port)
+{
+  const std::string kind = port.values[port_kind].value_or("0");
+  return kind == "1" || kind == "5";
+}
+
+}  // namespace
+
+port port_born(const words& inputs, words& notes)
+{
+  const auto info = record_of<pppoeia_port_info>(api::kind::port_info, inputs[4]);
+  port added;
+  added.values[port_device] = cut(inputs[2], 16, "device name", notes);
+  added.values[port_name] = cut(inputs[3], 14, "port name", notes);
+  added.values[port_type] = field_text(info.type);
+  added.values[port_kind] = std::to_string(info.kind);
+  added.values[port_parent] = std::to_string(info.parent_id);
+  location_set(added, info.location);
+  return added;
+}
+
+void port_renamed(port& port, const words& inputs, words& notes)
+{
+  port.values[port_name] = cut(inputs[2], 14, "port name", notes);
+  location_set(port, record_of<pppoeia_name_update>(api::kind::name_update, inputs[3]).location);
+}
+
+struct card_builder::special {
+  std::string_view operation;
+  void (card_builder::*run)(const words& inputs, words& notes);
+};
+
+const card_builder::special card_builder::specials[] = {
+    {"pppoeia_init", &card_builder::init},
+    {"pppoeia_fini", &card_builder::fini},
+    {"pppoeia_bridge_debug_set", &card_builder::bridge_debug},
+    {"pppoeia_bridge_add", &card_builder::bridge_add},
+    {"pppoeia_bridge_del", &card_builder::bridge_del},
+    {"pppoeia_apply_default_settings", &card_builder::bridge_defaults},
+    {"pppoeia_bridge_vlan_set", &card_builder::vlan_enable},
+    {"pppoeia_bridge_vlan_set_all", &card_builder::vlan_enable_all},
+    {"pppoeia_vlan_add", &card_builder::vlan_add},
+    {"pppoeia_vlan_del", &card_builder::vlan_del},
+    {"pppoeia_vlan_name_set", &card_builder::vlan_name},
+    {"clear_vlan", &card_builder::vlan_clear},
+    {"pppoeia_port_add", &card_builder::port_add},
+    {"pppoeia_port_del", &card_builder::port_del},
+    {"pppoeia_port_name_update", &card_builder::port_rename},
+    {"pppoeia_port_state_set_all", &card_builder::state_all},
+    {"pppoeia_port_trust_set_all", &card_builder::trust_all},
+    {"pppoeia_port_vlan_add", &card_builder::entry_add},
+    {"pppoeia_port_vlan_del", &card_builder::entry_del},
+    {"pppoeia_circuit_id_mode_port_vlan_set", &card_builder::entry_mode},
+    {"pppoeia_circuit_id_format_port_vlan_set", &card_builder::entry_circuit_id},
+    {"pppoeia_remote_id_format_port_vlan_set", &card_builder::entry_remote_id},
+    {"clear_port_vlan", &card_builder::entries_clear},
+    {"clear_port_vlan_all", &card_builder::entries_clear_all},
+};
+
+bool card_builder::run(const api::operation& operation, const words& inputs, words& notes)
+{
+  named_ = {};
+  note_meaningless(operation, inputs, notes);
+  for (const special& one : specials)
+    if (one.operation == operation.name)
+      return (this->*one.run)(inputs, notes), true;
+  return set_by_row(operation, inputs, notes);
+}
+
+template <size_t Count>
+void card_builder::value_set(std::array<value, Count>& values, size_t index, const setting& row, const words& inputs,
+                             size_t skip, words& notes)
+{
+  std::string text = canonical(*api::find_operation(row.setter), skip, inputs);
+  for (const text_limit& limit : text_limits)
+    if (limit.setter == row.setter && text.size() > limit.most) {
+      if (limit.refused)
+        refuse(std::string(row.key) + ": '" + printable(text) + "' has " + std::to_string(text.size()) +
+               " characters, at most " + std::to_string(limit.most) + " are taken");
+      text = cut(text, limit.most, std::string(row.key).c_str(), notes);
+    }
+  values[index] = text;
+}
+
+bool card_builder::set_by_row(const api::operation& operation, const words& inputs, words& notes)
+{
+  const auto find = [&](const auto& rows) {
+    size_t index = 0;
+    while (index < rows.size() && (rows[index].how != change::by_setter || rows[index].setter != operation.name))
+      ++index;
+    return index;
+  };
+  if (const size_t i = find(node_settings()); i < node_values) {
+    value_set(card_.values, i, node_settings()[i], inputs, 0, notes);
+    return true;
+  }
+  if (const size_t i = find(bridge_settings()); i < bridge_values) {
+    bridge& owner = bridge_of(inputs);
+    value_set(owner.values, i, bridge_settings()[i], inputs, 1, notes);
+    if (i == bridge_state)
+      owner.values[i] = is_on(inputs[1]) ? "on" : "off";
+    return true;
+  }
+  if (const size_t i = find(port_settings()); i < port_values) {
+    port& owner = port_of(inputs);
+    if (i == port_pvc && owner.values[port_type] != "atm")
+      refuse(port_text(inputs[0], named_.port) + ": a PVC is for ports of type atm, this one's is '" +
+             printable(*owner.values[port_type]) + "'");
+    value_set(owner.values, i, port_settings()[i], inputs, 2, notes);
+    return true;
+  }
+  return false;
+}
+
+void card_builder::must_be_initialised() const
+{
+  if (!card_.initialised)
+    refuse("the agent is not initialised here: init comes first");
+}
+
+bridge& card_builder::bridge_of(const words& inputs)
+{
+  must_be_initialised();
+  named_.bridge = inputs[0];
+  const auto at = card_.bridges.find(inputs[0]);
+  if (at == card_.bridges.end())
+    refuse("bridge " + printable(inputs[0]) + ": no such bridge (bridges: " + list_of(card_.bridges) + ")");
+  return at->second;
+}
+
+port& card_builder::port_of(const words& inputs)
+{
+  bridge& owner = bridge_of(inputs);
+  named_.port = number(inputs[1]);
+  const auto at = owner.ports.find(named_.port);
+  if (at != owner.ports.end())
+    return at->second;
+  const uint32_t slots = number(*owner.values[bridge_slots]);
+  if (named_.port == 0 || named_.port >= slots)
+    refuse("port " + inputs[1] + ": " + inputs[0] + " has ports 1 to " + std::to_string(slots - 1));
+  refuse("port " + inputs[1] + ": not added to " + inputs[0] + " before this line");
+}
+
+void card_builder::init(const words&, words& notes)
+{
+  if (card_.initialised)
+    notes.push_back("initialised before: in a batch, the bridges above would stay behind this file's back");
+  const auto values = card_.values;
+  card_ = card{};
+  card_.values = values;  // of the process
+  card_.initialised = true;
+  left_.clear();
+  trust_of_slots_.clear();
+}
+
+void card_builder::fini(const words&, words&)
+{
+  must_be_initialised();
+  const auto values = card_.values;
+  card_ = card{};
+  card_.values = values;
+}
+
+void card_builder::bridge_debug(const words& inputs, words& notes)
+{
+  card_.values[node_log_level] = is_on(inputs[1]) ? "debug" : "none";
+  notes.push_back("bridge debug sets the log level of the whole process");
+}
+
+void card_builder::bridge_add(const words& inputs, words&)
+{
+  must_be_initialised();
+  named_.bridge = inputs[0];
+  constexpr size_t name_max = 10;
+  if (inputs[0].empty() || inputs[0].size() > name_max)
+    refuse("bridge '" + printable(inputs[0]) + "': a name has 1 to 10 characters");
+  if (card_.bridges.contains(inputs[0]))
+    refuse("bridge " + printable(inputs[0]) + ": added before");
+  const uint32_t slots = number(inputs[1]);
+  constexpr uint32_t slots_max = 65536;
+  if (slots == 0 || slots > slots_max)
+    refuse("bridge " + printable(inputs[0]) + ": " + inputs[1] + " slots; 1 to " + std::to_string(slots_max) +
+           " are possible, one more than the highest port");
+  card_.bridges[inputs[0]].values[bridge_slots] = std::to_string(slots);
+}
+
+void card_builder::bridge_del(const words& inputs, words&)
+{
+  bridge_of(inputs);
+  card_.bridges.erase(inputs[0]);
+  left_.erase(inputs[0]);
+  trust_of_slots_.erase(inputs[0]);
+}
+
+void card_builder::bridge_defaults(const words& inputs, words&)
+{
+  bridge& owner = bridge_of(inputs);
+  const bridge fresh;
+  for (const size_t i : {bridge_chassis_id, bridge_vsa_mode, bridge_insert_circuit_id, bridge_insert_remote_id,
+                         bridge_circuit_id_cvlan, bridge_circuit_id_format})
+    owner.values[i] = fresh.values[i];
+  owner.values[bridge_state] = "off";
+  owner.values[bridge_remote_id_format] = "$PORT_REM_ID";
+  for (size_t vlan = 0; vlan < 512; ++vlan)
+    owner.enabled.reset(vlan);
+  owner.named.clear();
+  card_.values[node_log_level] = "error";
+  bool uplink = false;
+  for (auto& [id, port] : owner.ports) {
+    uplink = uplink || is_uplink_kind(port);
+    port.values[port_state] = uplink ? "any" : "disabled";
+    port.values[port_trust] = uplink ? "trusted" : "untrusted";
+    port.values[port_remote_id] = "";
+    port.values[port_circuit_id_mode] = "ethernet";
+    port.vlans.clear();
+  }
+}
+
+void card_builder::vlan_enable(const words& inputs, words& notes)
+{
+  const uint16_t vlan = static_cast<uint16_t>(number(inputs[1]));
+  if (vlan > 4095)
+    notes.push_back("VLAN " + inputs[1] + " is above 4095: it switches VLAN " + std::to_string(vlan & 0xfff));
+  bridge_of(inputs).enabled.set(vlan & 0xfff, is_on(inputs[2]));
+}
+
+void card_builder::vlan_enable_all(const words& inputs, words&)
+{
+  bridge& owner = bridge_of(inputs);
+  for (size_t vlan = 0; vlan < 512; ++vlan)
+    owner.enabled.set(vlan, is_on(inputs[1]));
+}
+
+void card_builder::vlan_add(const words& inputs, words& notes)
+{
+  bridge_of(inputs).named.try_emplace(vlan_of(inputs, 1, notes));
+}
+
+void card_builder::vlan_del(const words& inputs, words& notes)
+{
+  bridge_of(inputs).named.erase(vlan_of(inputs, 1, notes));
+}
+
+void card_builder::vlan_name(const words& inputs, words& notes)
+{
+  bridge& owner = bridge_of(inputs);
+  const auto at = owner.named.find(vlan_of(inputs, 1, notes));
+  constexpr size_t name_max = 31;
+  if (inputs[2].size() > name_max)
+    refuse("vlan " + inputs[1] + " of " + inputs[0] + ": its name '" + printable(inputs[2]) + "' has " +
+           std::to_string(inputs[2].size()) + " characters, at most 31 are taken");
+  if (at == owner.named.end())
+    refuse("vlan " + inputs[1] + ": not added to " + inputs[0] + " before this line (vlan add)");
+  at->second = inputs[2];
+}
+
+void card_builder::vlan_clear(const words& inputs, words&)
+{
+  bridge_of(inputs).named.clear();
+}
+
+void card_builder::port_add(const words& inputs, words& notes)
+{
+  bridge& owner = bridge_of(inputs);
+  const uint32_t id = named_.port = number(inputs[1]);
+  const uint32_t slots = number(*owner.values[bridge_slots]);
+  if (id == 0 || id >= slots)
+    refuse("port " + inputs[1] + ": " + inputs[0] + " has ports 1 to " + std::to_string(slots - 1));
+  if (inputs[2].empty())
+    refuse(port_text(inputs[0], id) + ": without a device name it does not come to exist");
+  if (owner.ports.contains(id)) {
+    notes.push_back(port_text(inputs[0], id) + " was added before: this line changes nothing");
+    return;
+  }
+  named_.port_is_new = true;
+  port added = port_born(inputs, notes);
+  if (const auto trust = trust_of_slots_.find(inputs[0]); trust != trust_of_slots_.end())
+    added.values[port_trust] = trust->second;
+  if (const auto left = left_[inputs[0]].find(id); left != left_[inputs[0]].end())
+    std::tie(*added.values[port_trust], *added.values[port_circuit_id_mode]) = left->second;
+  owner.ports.emplace(id, std::move(added));
+}
+
+void card_builder::port_del(const words& inputs, words&)
+{
+  const port& removed = port_of(inputs);
+  left_[inputs[0]][named_.port] = {*removed.values[port_trust], *removed.values[port_circuit_id_mode]};
+  card_.bridges[inputs[0]].ports.erase(named_.port);
+}
+
+void card_builder::port_rename(const words& inputs, words& notes)
+{
+  port_renamed(port_of(inputs), inputs, notes);
+}
+
+void card_builder::state_all(const words& inputs, words&)
+{
+  for (auto& [id, port] : bridge_of(inputs).ports)
+    port.values[port_state] =
+        canonical(*api::find_operation("pppoeia_port_state_set"), 2, words{inputs[0], "0", inputs[1]});
+}
+
+void card_builder::trust_all(const words& inputs, words&)
+{
+  const std::string trust =
+      canonical(*api::find_operation("pppoeia_port_trust_set"), 2, words{inputs[0], "0", inputs[1]});
+  for (auto& [id, port] : bridge_of(inputs).ports)
+    port.values[port_trust] = trust;
+  trust_of_slots_[inputs[0]] = trust;
+  for (auto& [id, left] : left_[inputs[0]])
+    left.first = trust;
+}
+
+void card_builder::entry_add(const words& inputs, words& notes)
+{
+  port_of(inputs).vlans.try_emplace(vlan_of(inputs, 2, notes));
+}
+
+void card_builder::entry_del(const words& inputs, words& notes)
+{
+  port_of(inputs).vlans.erase(vlan_of(inputs, 2, notes));
+}
+
+void card_builder::entry_mode(const words& inputs, words& notes)
+{
+  port& owner = port_of(inputs);
+  const uint16_t vlan = vlan_of(inputs, 2, notes);
+  const api::argument mode{api::kind::u32, "mode", 4, api::values::cid_mode};
+  const auto number = static_cast<int32_t>(agent_client::number_parse(mode, inputs[3]).value_or(0));
+  if (number != -1) {
+    owner.vlans[vlan].mode = number;
+    return;
+  }
+  const auto at = owner.vlans.find(vlan);
+  if (at == owner.vlans.end())
+    return;
+  if (at->second.circuit_id_format.empty() && at->second.remote_id_format.empty())
+    owner.vlans.erase(at);
+  else
+    at->second.mode = 0;
+}
+
+void card_builder::entry_format(const words& inputs, std::string port_vlan::*format, words& notes)
+{
+  port& owner = port_of(inputs);
+  const uint16_t vlan = vlan_of(inputs, 2, notes);
+  constexpr size_t format_max = 127;
+  if (inputs[3].size() > format_max)
+    refuse(port_text(inputs[0], named_.port) + ", VLAN " + inputs[2] + ": a format of " +
+           std::to_string(inputs[3].size()) + " characters, at most 127 are taken");
+  if (!inputs[3].empty()) {
+    owner.vlans[vlan].*format = inputs[3];
+    return;
+  }
+  const auto at = owner.vlans.find(vlan);
+  if (at == owner.vlans.end())
+    return;
+  port_vlan without = at->second;
+  without.*format = "";
+  if (without == port_vlan{})
+    owner.vlans.erase(at);
+  else
+    at->second = without;
+}
+
+void card_builder::entry_circuit_id(const words& inputs, words& notes)
+{
+  entry_format(inputs, &port_vlan::circuit_id_format, notes);
+}
+
+void card_builder::entry_remote_id(const words& inputs, words& notes)
+{
+  entry_format(inputs, &port_vlan::remote_id_format, notes);
+}
+
+void card_builder::entries_clear(const words& inputs, words&)
+{
+  port_of(inputs).vlans.clear();
+}
+
+void card_builder::entries_clear_all(const words& inputs, words&)
+{
+  for (auto& [id, port] : bridge_of(inputs).ports)
+    port.vlans.clear();
+}
+
+}  // namespace config

@@ -1,0 +1,22 @@
+// "init": only once. An agent that is initialised again keeps its former workers running out of reach, and every frame
+// is answered twice.
+#ifndef TOOLS_PPPOEIACTL_CONFIG_INITIALISE_H
+#define TOOLS_PPPOEIACTL_CONFIG_INITIALISE_H
+
+#include "tools/pppoeiactl/given_words.h"
+
+namespace config {
+
+inline constexpr char init_usage[] = "init [--force]";
+
+// Refuses on an agent that is initialised, unless "--force" stands behind it.
+void init_run(const context& context, const given_words& given);
+
+// The command, with "--force" behind it where it is init: the program's own option of that name goes to it.
+words init_forced(words command);
+
+bool is_initialised(const context& context);
+
+}  // namespace config
+
+#endif
