@@ -1,4 +1,5 @@
 // What is shown of many lines: rows chosen, sorted and cut, rates, and JSON by its schema.
+#include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
 #include "tools/pppoeiactl/text_table.h"
 #include "tools/pppoeiactl/watch.h"
@@ -64,6 +65,21 @@ TEST_F(ManyLines, AreChosenAndSorted)
   EXPECT_EQ(agent.ctl({"show", "lines", "br5"}).status, 1);
 }
 
+// A terminal is one that "script" makes.
+TEST_F(ManyLines, AreTypedAboutOnATerminal)
+{
+  const own_folder home;
+  const std::string command =
+      std::string("HOME=") + home.path + " TERM=dumb " + PPPOEIACTL + " --socket " + agent.socket();
+  const outcome typed = run({"/usr/bin/script", "-qec", command, "/dev/null"},
+                            "po tr g br0 1\nport trust get br0 70\nhelp bridge state\nexit\n");
+  EXPECT_EQ(typed.status, 0);
+  EXPECT_THAT(typed.out, HasSubstr("trust untrusted"));
+  EXPECT_THAT(typed.out, HasSubstr("port 70: br0 has ports 1, 2, 7"));
+  EXPECT_THAT(typed.out, HasSubstr("Default: on"));
+  EXPECT_THAT(file_text(home.path + "/.pppoeiactl_history"), HasSubstr("help"));
+}
+
 TEST(TextTable, IsNoWiderThanTheTerminal)
 {
   text_table table({{"port", true, false}, {"circuit-id", false, true}, {"name", false, true}});
@@ -119,6 +135,8 @@ TEST_F(ManyLines, HaveJsonAsItsSchemaSays)
       {"format-explain", {"format", "explain", "$PORT x", "br0", "1", "7"}},
       {"format-check", {"format", "check", "br0"}},
       {"save", {"save"}},
+      {"check", {"check", TEST_SOURCE_DIR "/examples/demo-card.batch"}},
+      {"plan", {"diff", TEST_SOURCE_DIR "/examples/demo-card.batch"}},
       {"report", {"test", "dump", "br0"}},
       {"counters", {"port", "stats", "get", "br0", "1"}},
       {"port-vlan", {"port-vlan", "get", "br0", "1", "100"}},

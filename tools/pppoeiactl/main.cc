@@ -3,6 +3,7 @@
 #include "tools/pppoeiactl/completion.h"
 #include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/help.h"
+#include "tools/pppoeiactl/interactive.h"
 #include "tools/pppoeiactl/reference.h"
 
 #include <CLI/CLI.hpp>
@@ -82,8 +83,25 @@ void await_agent(agent_client::connection& agent, double seconds)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
+// A connection with what a command needs.
+void with_connection(const settings& given, const std::function<void(const context&)>& use)
+{
+  agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
+  use(context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print});
+}
+
+bool is_interactive(const settings& given)
+{
+  return given.command.empty() && given.batch.empty() && !given.completing && !given.help && isatty(STDIN_FILENO) &&
+         isatty(STDOUT_FILENO);
+}
+
 exit_status run(settings given)
 {
+  if (is_interactive(given)) {
+    interactive_run([&](const auto& use) { with_connection(given, use); });
+    return exit_done;
+  }
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
   const context context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print};
   await_agent(agent, given.patience);

@@ -106,6 +106,8 @@ number has a name (states, trust, modes, log levels), the name is taken and show
 Options may stand before and behind a command's words. Behind
 .B \-\-
 nothing is taken for an option.
+.PP
+On a terminal, without a command, commands are read line by line, with history and completion, until "exit".
 .SH OPTIONS
 .TP
 .BI \-\-socket " PATH"
