@@ -5,8 +5,8 @@
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
 #include "tools/pppoeiactl/help.h"
-#include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/line.h"
 
 #include <gmock/gmock.h>
 
@@ -93,7 +93,7 @@ TEST_F(Command, EndsWithFiveWhenTheAgentHasNoPlace)
 TEST_F(Command, TakesItsOptionsBehindTheWordsToo)
 {
   EXPECT_EQ(agent().ctl({"port", "trust", "get", "br0", "3", "--json"}).json(),
-            nlohmann::json({{"trust", 0}, {"trust_name", "trusted"}}));
+            nlohmann::json({{"version", 1}, {"trust", 0}, {"trust_name", "trusted"}}));
   EXPECT_EQ(agent().ctl({"bridge", "location", "set", "br0", "--", "--json"}).status, 0);
   EXPECT_THAT(agent().told({"format", "explain", "$LOCATION", "br0", "3", "1"}), HasSubstr("'--json'"));
 }
@@ -199,16 +199,17 @@ TEST(Json, HasOneShapeHoweverManyThereAre)
     return agent.ctl(command).json();
   };
   EXPECT_EQ(json({"show"})["bridges"], nlohmann::json::array());
-  EXPECT_EQ(json({"show", "bridge"}), nlohmann::json::array());
+  EXPECT_EQ(json({"show", "bridge"})["bridges"], nlohmann::json::array());
   agent.batch("init\nbridge add br0 8\n");
-  EXPECT_EQ(json({"show", "port", "br0"}), nlohmann::json::array());
+  EXPECT_EQ(json({"show", "port", "br0"})["ports"], nlohmann::json::array());
+  EXPECT_EQ(json({"show", "lines"})["lines"], nlohmann::json::array());
   EXPECT_EQ(json({"format", "check", "br0"})["findings"], nlohmann::json::array());
   agent.batch("port add br0 3 line3 0/3\n");
-  EXPECT_EQ(json({"show", "port", "br0"}).size(), 1u);
-  EXPECT_EQ(json({"show", "port-vlan", "br0", "3"}), nlohmann::json::array());
+  EXPECT_EQ(json({"show", "port", "br0"})["ports"].size(), 1u);
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "3"})["port-vlans"], nlohmann::json::array());
   agent.batch("port add br0 4 line4 0/4\nport-vlan add br0 3 7\nbridge vlan set br0 9 on\n");
-  EXPECT_EQ(json({"show", "port", "br0"}).size(), 2u);
-  EXPECT_EQ(json({"show", "port-vlan", "br0", "3"})[0]["vlan"], 7);
+  EXPECT_EQ(json({"show", "port", "br0"})["ports"].size(), 2u);
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "3"})["port-vlans"][0]["vlan"], 7);
   EXPECT_THAT(json({"show"})["bridges"][0]["vlans"].get<std::vector<int>>(), testing::Contains(9));
   EXPECT_EQ(json({"show"})["bridges"][0]["ports"][1]["port-vlans"], nlohmann::json::array());
 }
@@ -420,7 +421,7 @@ TEST(Warnings, AreForValuesThatMeanNothing)
   }
   EXPECT_EQ(agent.ctl({"log", "level", "set", "9", "--force"}).err, "");
   EXPECT_EQ(agent.ctl({"port", "circuit-id-mode", "set", "br0", "3", "unset"}).err, "");
-  EXPECT_EQ(agent.told({"log", "level", "get"}), "level 9\n");  // all were taken
+  EXPECT_EQ(agent.told({"log", "level", "get"}), "log-level 9\n");  // all were taken
 }
 
 // What a shell would offer for the last word.

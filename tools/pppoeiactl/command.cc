@@ -14,6 +14,7 @@
 #include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/save.h"
 #include "tools/pppoeiactl/show.h"
+#include "tools/pppoeiactl/show_lines.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -44,16 +45,18 @@ constexpr special specials[] = {
      "show bridge br0", "bridge"},
     {"show vlan", "show vlan BRIDGE", "Tell the VLANs that are enabled on a bridge", show_vlan_run, "show vlan br0",
      "bridge"},
-    {"show port", "show port BRIDGE [PORT]", "Tell a port's settings, or all ports'", show_port_run, "show port br0 3",
-     "bridge port"},
+    {"show port", "show port BRIDGE [PORT]", "Tell a port's settings, or of all ports the brief table", show_port_run,
+     "show port br0 3", "bridge port"},
+    {"show lines", show_lines_usage, "Tell of each line in one row who it is and what passed", show_lines_run,
+     "show lines br0 side=subscriber --sort padi", "bridge...", show_lines_options},
     {"show port-vlan", "show port-vlan BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run,
      "show port-vlan br0 3", "bridge port"},
     {"bridge show", "bridge show [BRIDGE]", "Tell a bridge's settings, or all bridges'", show_bridge_run,
      "bridge show br0", "bridge"},
     {"vlan show", "vlan show BRIDGE", "Tell the VLANs that are enabled on a bridge", show_vlan_run, "vlan show br0",
      "bridge"},
-    {"port show", "port show BRIDGE [PORT]", "Tell a port's settings, or all ports'", show_port_run, "port show br0 3",
-     "bridge port"},
+    {"port show", "port show BRIDGE [PORT]", "Tell a port's settings, or of all ports the brief table", show_port_run,
+     "port show br0 3", "bridge port"},
     {"port-vlan show", "port-vlan show BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run,
      "port-vlan show br0 3", "bridge port"},
     {"check", config::check_usage, "Look for what is wrong in a file, without an agent", config::check_run,

@@ -4,6 +4,7 @@
 
 #include "tools/agent_client/agent_client.h"
 #include "tools/pppoeiactl/exit_status.h"
+#include "tools/pppoeiactl/watch.h"
 
 #include <nlohmann/json.hpp>
 
@@ -31,6 +32,7 @@ using words = std::vector<std::string>;
 struct context {
   agent_client::connection& agent;
   bool json = false;
+  class watch* watch = nullptr;                       // of a command that is repeated
   std::function<void(const std::string&)> warn = {};  // says that a value means nothing; empty: nobody is to know
 
   // Throws, with what a user is to be told, unless an answer arrived.

@@ -39,7 +39,7 @@ void add_identifier(const context& context, report& to, const std::string& name,
   to.add_word(name + "-format-from", origin_text(id.format_from));
   to.add_text(name, id.text);
   add_bytes(context, to, name + "-bytes", id.bytes);
-  to.add_number(name + "-length", static_cast<int64_t>(id.bytes.size()), std::to_string(id.bytes.size()));
+  to.add_number(name + "-length", static_cast<int64_t>(id.bytes.size()));
   to.add_flag(name + "-cut", id.cut);
   to.add_flag(name + "-inserted", id.inserted);
   to.add_list(name + "-of-frame", id.of_frame, joined(id.of_frame));
@@ -49,7 +49,7 @@ void add_identifier(const context& context, report& to, const std::string& name,
 nlohmann::ordered_json piece_json(const format_piece& piece, const std::string* result)
 {
   report entry;
-  entry.add_number("at", static_cast<int64_t>(piece.begin), std::to_string(piece.begin));
+  entry.add_number("at", static_cast<int64_t>(piece.begin));
   entry.add_word("kind", piece.is_macro ? "macro" : "text");
   entry.add_text("written", piece.text);
   entry.add_word("macro", piece.is_macro ? macroFormatTypeToString(piece.macro.type) : "");
@@ -104,8 +104,8 @@ void explain_run(const context& context, const given_words& given)
   const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
   report report;
   report.add_text("bridge", line[0]);
-  report.add_number("port", port, std::to_string(port));
-  report.add_number("vlan", vlan, std::to_string(vlan));
+  report.add_number("port", port);
+  report.add_number("vlan", vlan);
   report.add_number("cvid", cvid, cvid == no_vlan ? "none" : std::to_string(cvid));
   report.add_flag("vlan-enabled", view.vlan_enabled);
   report.add_number("circuit-id-mode", view.mode, agent_client::number_word(mode, view.mode));
@@ -135,7 +135,7 @@ void format_explain_run(const context& context, const given_words& given)
   if (context.json) {
     report.add_text("format", line[0]);
     report.add_list("pieces", std::move(pieces), "");
-    report.add_number("end", static_cast<int64_t>(reading.end), std::to_string(reading.end));
+    report.add_number("end", static_cast<int64_t>(reading.end));
     report.add_word("end-reason", reading.end_reason);
   }
   report.add_word("kind", reading.makes_bytes() ? "bytes" : "text");
@@ -143,7 +143,7 @@ void format_explain_run(const context& context, const given_words& given)
   if (on_line || context.json) {
     report.add_text("result", id.text);
     add_bytes(context, report, "result-bytes", id.bytes);
-    report.add_number("length", static_cast<int64_t>(id.bytes.size()), std::to_string(id.bytes.size()));
+    report.add_number("length", static_cast<int64_t>(id.bytes.size()));
     report.add_flag("cut", id.cut);
   }
   report.print(context);

@@ -59,6 +59,10 @@ struct option_note {
   std::string_view what;
 };
 constexpr option_note option_notes[] = {
+    {"--columns", "bridge, port, name, side, trust, state, vlans, circuit-id, remote-id, padi, padr, pado, pads, padt, "
+                  "dropped, unknown, malformed, unchanged; in COLUMN=VALUE (is), != (is not) and ~ (has in it) too"},
+    {"--sort", "a column"},
+    {"-b", "brief: without VLANs, identifiers and counters"},
     {"--type", "eth, atm, onu, gem or another text, at most 10 characters: which numbers of the location count"},
     {"--kind", "1 and 5: an uplink, which skips the VLAN check"},
     {"--parent", "the port that this one lies on"},

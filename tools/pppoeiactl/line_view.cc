@@ -140,6 +140,12 @@ void line_inspector::expand(const identifier_kind& kind, const line_view& line, 
     std::erase(id.without_value, "VLAN_NAME");
 }
 
+std::string line_inspector::name(uint32_t port)
+{
+  trial_.line_set(port, no_vlan, no_vlan);
+  return trial_.expand({"$INTF"}).front();
+}
+
 // The agent's answer has the VLANs of the bridge's last frame where this line's belong. What stands before them shows
 // in it, unless the text is cut there already.
 std::string line_inspector::ethernet_text(const line_view& line, const std::string& answered)
@@ -147,8 +153,7 @@ std::string line_inspector::ethernet_text(const line_view& line, const std::stri
   const size_t slash = answered.find('/', std::min(ethernet_begin_.size(), answered.size()));
   if (line.vlan == no_vlan || slash == std::string::npos)
     return answered;
-  trial_.line_set(line.port, line.vlan, no_vlan);
-  std::string text = answered.substr(0, slash + 1) + trial_.expand({"$INTF"}).front();
+  std::string text = answered.substr(0, slash + 1) + name(line.port);
   // A port has VLANs of its own, which no operation tells: those of the bridge are among them.
   if (line.vlan <= no_vlan && (line.vlan_enabled || answered.size() > text.size()))
     text += ":" + std::to_string(line.vlan);

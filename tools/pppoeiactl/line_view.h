@@ -47,6 +47,9 @@ public:
   // Throws for a port that does not exist.
   line_view view(uint32_t port, uint16_t vlan, uint16_t cvid = no_vlan);
 
+  // The port's name.
+  std::string name(uint32_t port);
+
 private:
   struct identifier_kind;
 

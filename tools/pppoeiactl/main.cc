@@ -2,6 +2,7 @@
 #include "tools/pppoeiactl/command.h"
 #include "tools/pppoeiactl/completion.h"
 #include "tools/pppoeiactl/help.h"
+#include "tools/pppoeiactl/interactive.h"
 #include "tools/pppoeiactl/reference.h"
 
 #include <CLI/CLI.hpp>
@@ -10,10 +11,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -47,13 +50,27 @@ exit_status run_batch(const context& context, const settings& given)
   return batch_run(context, file, given.batch, given.force);
 }
 
-// Between two rounds of a watch. Always true: a signal ends the program.
-bool pause(double seconds)
+// Repeats the command until a signal ends the program. A terminal is cleared for each round, which begins with the
+// time.
+[[noreturn]] void watch_run(const context& context, const words& command, double seconds)
 {
-  std::fflush(stdout);
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-  std::printf("\n");
-  return true;
+  const bool screen = isatty(STDOUT_FILENO) && !context.json;
+  class watch rounds;
+  struct context here = context;
+  here.watch = &rounds;
+  for (bool first = true;; first = false) {
+    rounds.round(watch::clock::now());
+    char now[32];
+    const std::time_t time = std::time(nullptr);
+    std::strftime(now, sizeof now, "%F %T", std::localtime(&time));
+    if (screen)
+      std::printf("\x1b[H\x1b[2J%s\n\n", now);
+    else if (!first && !context.json)
+      std::printf("\n");
+    command_run(here, command);
+    std::fflush(stdout);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+  }
 }
 
 // Until somebody serves the agent's socket, for as long as was asked. Who it is that answers, the command finds out.
@@ -65,10 +82,27 @@ void await_agent(agent_client::connection& agent, double seconds)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-exit_status run(settings given)
+// A connection with what a command needs.
+void with_connection(const settings& given, const std::function<void(const context&)>& use)
 {
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
-  const context context{agent, given.json, given.force ? decltype(context::warn)() : warning_print};
+  use(context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print});
+}
+
+bool is_interactive(const settings& given)
+{
+  return given.command.empty() && given.batch.empty() && !given.completing && !given.help && isatty(STDIN_FILENO) &&
+         isatty(STDOUT_FILENO);
+}
+
+exit_status run(settings given)
+{
+  if (is_interactive(given)) {
+    interactive_run([&](const auto& use) { with_connection(given, use); });
+    return exit_done;
+  }
+  agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
+  const context context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print};
   await_agent(agent, given.patience);
   if (given.completing) {
     for (const std::string& word : completions(context, given.command))
@@ -86,9 +120,9 @@ exit_status run(settings given)
       throw command_error(exit_usage, "no command; --help lists them");
     if (given.force)
       given.command = command_forced(std::move(given.command));
-    do {
-      command_run(context, given.command);
-    } while (given.watch_seconds > 0 && pause(given.watch_seconds));
+    if (given.watch_seconds > 0)
+      watch_run(context, given.command, given.watch_seconds);
+    command_run(context, given.command);
     return exit_done;
   } catch (const command_error& error) {
     std::fprintf(stderr, "pppoeiactl: %s\n", error.what());

@@ -4,11 +4,28 @@
 
 #include "pppoeia/api_table.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace {
 
 using api::kind;
+
+struct value_set {
+  api::values set;
+  std::string_view name;
+};
+constexpr value_set value_sets[] = {
+    {api::values::on_off, "on-off"},     {api::values::port_state, "side"}, {api::values::trust, "trust"},
+    {api::values::vsa_mode, "vsa-mode"}, {api::values::cid_mode, "mode"},   {api::values::log_level, "level"},
+};
+
+// Behind the kind of an argument: which of the sets its numbers are of.
+std::string set_text(const api::argument& argument)
+{
+  const auto* of = std::ranges::find(value_sets, argument.words, &value_set::set);
+  return of == std::end(value_sets) ? "" : ": " + std::string(of->name);
+}
 
 std::string kind_text(const api::argument& argument)
 {
@@ -20,9 +37,9 @@ std::string kind_text(const api::argument& argument)
   case kind::u16:
     return "u16";
   case kind::u32:
-    return "u32";
+    return "u32" + set_text(argument);
   case kind::i32:
-    return "i32";
+    return "i32" + set_text(argument);
   case kind::mac:
     return "6 bytes";
   case kind::port_info:
@@ -35,9 +52,9 @@ std::string kind_text(const api::argument& argument)
   case kind::out_text:
     return "out text, " + size + " bytes";
   case kind::out_u32:
-    return "out u32";
+    return "out u32" + set_text(argument);
   case kind::out_i32:
-    return "out i32";
+    return "out i32" + set_text(argument);
   case kind::out_stats:
   case kind::out_entry:
     return "out record, " + size + " bytes";
@@ -89,6 +106,8 @@ number has a name (states, trust, modes, log levels), the name is taken and show
 Options may stand before and behind a command's words. Behind
 .B \-\-
 nothing is taken for an option.
+.PP
+On a terminal, without a command, commands are read line by line, with history and completion, until "exit".
 .SH OPTIONS
 .TP
 .BI \-\-socket " PATH"
@@ -98,7 +117,8 @@ Socket of the agent; /var/run/pppoeia_fe_main if not given.
 How long to wait for an answer; 5 if not given.
 .TP
 .B \-\-json
-Print JSON. Lists are always arrays. A text stands as valid UTF-8, bytes above 127 as the characters of the same
+Print JSON, always of the same shape: docs/pppoeiactl.schema.json describes it, and "version" goes up when a key gets
+another meaning. Counters are frames, sizes bytes. Lists are always arrays. A text stands as valid UTF-8, bytes above 127 as the characters of the same
 number, and beside it its bytes in hexadecimal under the same name with _hex behind it.
 .TP
 .BI \-batch " FILE"
@@ -109,7 +129,10 @@ work as in a shell. The first error ends it and is reported with its line.
 Go on after a failed line of a batch; do not warn of values that the agent takes though they mean nothing.
 .TP
 .BI \-\-watch " SECONDS"
-Repeat the command at that pace until interrupted.
+Repeat the command at that pace until interrupted. A terminal is cleared for each round, which begins with the time;
+counters that moved are followed by what they changed a second. With
+.B \-\-json
+each round is one line.
 .TP
 .BI \-\-wait " SECONDS"
 Wait up to that long for an agent to serve, as after a start.
@@ -142,6 +165,9 @@ tells the identifiers that a frame of that port and VLAN will get, by the rules;
 (CVID, the second tag; CLNT_MAC, the client's address) is named.
 .BR "port\-vlan circuit\-id get" ,
 which the agent answers, has the VLAN of the bridge's last frame in mode ethernet, and its second tag in formats.
+.PP
+.B show lines
+colours lines that dropped frames, on a terminal and unless NO_COLOR is set; there it cuts texts to the terminal's width.
 .PP
 In a VLAN's place
 .B none
@@ -176,6 +202,13 @@ std::string operations_table()
       arguments += (arguments.empty() ? "" : ", ") + std::string(argument.name) + " (" + kind_text(argument) + ")";
     table += "| " + std::to_string(operation.id) + " | `" + std::string(operation.name) + "` | " +
              (arguments.empty() ? "none" : arguments) + " | `" + std::string(operation.command) + "` |\n";
+  }
+  table += "\n| values | numbers |\n|---|---|\n";
+  for (const value_set& set : value_sets) {
+    std::string numbers;
+    for (const api::value_name& name : api::names_of(set.set))
+      numbers += (numbers.empty() ? "" : ", ") + std::to_string(name.value) + " " + std::string(name.word);
+    table += "| " + std::string(set.name) + " | " + numbers + " |\n";
   }
   return table;
 }

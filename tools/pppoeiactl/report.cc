@@ -25,6 +25,22 @@ constexpr counter_name counters[] = {
     {"unchanged", &pppoeia_stats::unchanged},
 };
 
+// Arguments whose name alone does not say which setting they are; the command does: "port circuit-id-mode get".
+std::string setting_name(const api::operation& operation, std::string_view argument)
+{
+  constexpr std::string_view short_names[] = {"format", "insert", "mode", "cvlan", "level"};
+  if (operation.command == "node debug-state get")
+    return "debug-state";
+  if (std::ranges::find(short_names, argument) == std::end(short_names))
+    return std::string(argument);
+  const std::string command(operation.command);
+  const size_t begin = command.find(' ') + 1;
+  const std::string middle = command.substr(begin, command.rfind(' ') - begin);
+  if (argument == "level")
+    return "log-level";
+  return argument == "format" && !middle.ends_with("-format") ? middle + "-format" : middle;
+}
+
 template <typename Record>
 Record record_of(const agent_client::buffer& bytes)
 {
@@ -45,8 +61,13 @@ void report::add_number(const std::string& key, int64_t number, const std::strin
 {
   lines_.emplace_back(key, word);
   json_[key] = number;
-  if (word != std::to_string(number))
-    json_[key + "_name"] = word;
+  json_[key + "_name"] = word;
+}
+
+void report::add_number(const std::string& key, int64_t number)
+{
+  lines_.emplace_back(key, std::to_string(number));
+  json_[key] = number;
 }
 
 void report::add_word(const std::string& key, const std::string& word)
@@ -70,7 +91,7 @@ void report::add_list(const std::string& key, nlohmann::ordered_json list, const
 void report::add_entry(const pppoeia_port_vlan_entry& entry)
 {
   const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
-  add_number("vlan", entry.vlan_id, std::to_string(entry.vlan_id));
+  add_number("vlan", entry.vlan_id);
   add_number("circuit-id-mode", entry.cid_mode, agent_client::number_word(mode, entry.cid_mode));
   add_text("circuit-id-format", std::string(entry.cid_format, strnlen(entry.cid_format, sizeof entry.cid_format)));
   add_text("remote-id-format", std::string(entry.rid_format, strnlen(entry.rid_format, sizeof entry.rid_format)));
@@ -84,12 +105,15 @@ void report::add(const api::argument& argument, const std::string& key, const ag
   case api::kind::out_u32:
   case api::kind::out_i32: {
     const int64_t number = agent_client::number_of(argument, bytes);
-    return add_number(key, number, agent_client::number_word(argument, number));
+    return argument.words == api::values::none ? add_number(key, number)
+                                               : add_number(key, number, agent_client::number_word(argument, number));
   }
   case api::kind::out_stats: {
     const auto stats = record_of<pppoeia_stats>(bytes);
-    for (const counter_name& row : counters)
-      add_number(row.name, stats.*row.counter, std::to_string(stats.*row.counter));
+    for (const counter_name& row : counters) {
+      add_number(row.name, stats.*row.counter);
+      counters_[row.name] = stats.*row.counter;
+    }
     return;
   }
   case api::kind::out_entry:
@@ -99,26 +123,37 @@ void report::add(const api::argument& argument, const std::string& key, const ag
   }
 }
 
-void report::add(const api::operation& operation, const agent_client::answer& answer, const renaming& rename)
+void report::add(const api::operation& operation, const agent_client::answer& answer)
 {
   const auto arguments = operation.arguments();
-  for (size_t i = 0; i < arguments.size(); ++i) {
-    if (!api::is_output(arguments[i].what))
-      continue;
-    const std::string other = rename ? rename(arguments[i].name) : std::string();
-    add(arguments[i], other.empty() ? std::string(arguments[i].name) : other, answer.buffers[i]);
-  }
+  for (size_t i = 0; i < arguments.size(); ++i)
+    if (api::is_output(arguments[i].what))
+      add(arguments[i], setting_name(operation, arguments[i].name), answer.buffers[i]);
+}
+
+void report::add_absent(const api::operation& operation)
+{
+  for (const api::argument& argument : operation.arguments())
+    if (api::is_output(argument.what))
+      json_[setting_name(operation, argument.name)] = nullptr;
 }
 
 void report::print(const context& context) const
 {
   if (context.json) {
-    std::printf("%s\n", json_.dump().c_str());
+    nlohmann::ordered_json whole{{"version", json_version}};
+    whole.update(json_);
+    std::printf("%s\n", whole.dump().c_str());
     return;
   }
   size_t width = 0;
   for (const auto& [key, value] : lines_)
     width = std::max(width, key.size());
-  for (const auto& [key, value] : lines_)
-    std::printf("%-*s %s\n", static_cast<int>(width), key.c_str(), value.c_str());
+  const size_t place = context.watch ? context.watch->next_place() : 0;
+  for (const auto& [key, value] : lines_) {
+    const auto counter = counters_.find(key);
+    const bool moving = context.watch && counter != counters_.end();
+    std::printf("%-*s %s%s\n", static_cast<int>(width), key.c_str(), value.c_str(),
+                moving ? context.watch->rate(std::to_string(place) + "/" + key, counter->second).c_str() : "");
+  }
 }

@@ -1,6 +1,7 @@
 #include "tools/pppoeiactl/show.h"
 
 #include "tools/pppoeiactl/discovery.h"
+#include "tools/pppoeiactl/show_lines.h"
 
 #include <cstdio>
 
@@ -54,26 +55,16 @@ json_list list_of(const std::vector<report>& reports)
   return list;
 }
 
-// A report for each, under each other or as one JSON array.
-void print_all(const context& context, const std::vector<report>& reports)
+// A report for each, under each other or as a JSON array of that name.
+void print_all(const context& context, const char* name, const std::vector<report>& reports)
 {
   if (context.json)
-    return print_json(list_of(reports));
+    return print_json({{"version", json_version}, {name, list_of(reports)}});
   for (size_t i = 0; i < reports.size(); ++i) {
     if (i > 0)
       std::printf("\n");
     reports[i].print(context);
   }
-}
-
-// The formats share an argument name; in a gathering each needs its own.
-std::string show_key(const api::operation& operation, std::string_view name)
-{
-  if (name != "format" && name != "insert")
-    return {};
-  const std::string command(operation.command);
-  const size_t begin = command.find(' ') + 1;
-  return command.substr(begin, command.rfind(' ') - begin) + (name == "format" ? "-format" : "");
 }
 
 void gather(const context& context, report& into, std::span<const std::string_view> getters, const words& inputs)
@@ -82,11 +73,13 @@ void gather(const context& context, report& into, std::span<const std::string_vi
     const api::operation& operation = *api::find_operation(name);
     const agent_client::answer answer = context.ask(operation, inputs);
     // 1 says "not of this kind of port": nothing to show.
-    if (answer.result == 1)
+    if (answer.result == 1) {
+      into.add_absent(operation);
       continue;
+    }
     if (answer.result != 0)
       context.refuse(operation, inputs, answer.result);
-    into.add(operation, answer, [&](std::string_view key) { return show_key(operation, key); });
+    into.add(operation, answer);
   }
 }
 
@@ -103,7 +96,7 @@ report show_bridge(const context& context, const std::string& bridge)
 report show_port(const context& context, const std::string& bridge, uint32_t port)
 {
   report gathered;
-  gathered.add_number("port", port, std::to_string(port));
+  gathered.add_number("port", port);
   gather(context, gathered, port_getters, {bridge, std::to_string(port)});
   return gathered;
 }
@@ -113,8 +106,7 @@ report show_node(const context& context)
   report gathered;
   for (const std::string_view name : node_getters) {
     const api::operation& operation = *api::find_operation(name);
-    gathered.add(operation, context.demand(operation, {}),
-                 [&](std::string_view key) { return key == "state" ? "debug-state" : "log-level"; });
+    gathered.add(operation, context.demand(operation, {}));
   }
   return gathered;
 }
@@ -209,7 +201,8 @@ struct bridge_view {
 void show_all(const context& context, const words& bridges)
 {
   const report node = show_node(context);
-  json_list json = node.json();
+  json_list json{{"version", json_version}};
+  json.update(node.json());
   json["bridges"] = json_list::array();
   if (!context.json)
     node.print(context);
@@ -236,7 +229,7 @@ void show_all_run(const context& context, const given_words& given)
 void show_bridge_run(const context& context, const given_words& given)
 {
   if (given.arguments.empty())
-    return print_all(context, show_bridges(context));
+    return print_all(context, "bridges", show_bridges(context));
   show_bridge(context, given.arguments[0]).print(context);
 }
 
@@ -251,11 +244,11 @@ void show_port_run(const context& context, const given_words& given)
 {
   const words& line = given.arguments;
   if (line.size() == 1)
-    return print_all(context, show_ports(context, line[0]));
+    return context.json ? print_all(context, "ports", show_ports(context, line[0])) : show_lines_of(context, line[0]);
   show_port(context, line[0], port_word_parse(line[1])).print(context);
 }
 
 void show_port_vlan_run(const context& context, const given_words& given)
 {
-  print_all(context, show_port_vlans(context, given.arguments[0], port_word_parse(given.arguments[1])));
+  print_all(context, "port-vlans", show_port_vlans(context, given.arguments[0], port_word_parse(given.arguments[1])));
 }

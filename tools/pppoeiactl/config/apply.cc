@@ -72,7 +72,7 @@ nlohmann::ordered_json json_texts(const words& list)
 void print(const context& context, const plan& plan, bool changed)
 {
   if (context.json) {
-    nlohmann::ordered_json object;
+    nlohmann::ordered_json object{{"version", json_version}};
     object["changed"] = changed && !plan.commands.empty();
     object["commands"] = json_texts(texts(plan));
     object["assumed"] = json_texts(plan.assumed);

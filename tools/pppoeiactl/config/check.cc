@@ -101,7 +101,7 @@ void print(const context& context, const std::string& name, const std::vector<fi
   for (const finding& found : findings)
     list.push_back(
         {{"line", found.line}, {"severity", found.error ? "error" : "warning"}, {"text", printable(found.text)}});
-  std::printf("%s\n", nlohmann::ordered_json{{"findings", list}}.dump().c_str());
+  std::printf("%s\n", nlohmann::ordered_json{{"version", json_version}, {"findings", list}}.dump().c_str());
 }
 
 }  // namespace
