@@ -12,7 +12,7 @@ namespace {
 
 using namespace kvbridged;
 
-constexpr uint16_t stag = 0x9988;
+constexpr uint16_t own_stag = 0x9988;
 constexpr uint16_t padded = 60;
 
 // The kernel runs the filter on what is written to one end of a socket pair.
@@ -24,7 +24,7 @@ public:
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends), 0);
     from_ = descriptor(ends[0]);
     to_ = descriptor(ends[1]);
-    std::vector<sock_filter> program = discovery_filter(which, stag);
+    std::vector<sock_filter> program = discovery_filter(which, own_stag);
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     EXPECT_EQ(setsockopt(to_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
   }
@@ -42,7 +42,7 @@ private:
 frame_kind kind_expected(const std::vector<uint16_t>& tags, uint16_t ethertype)
 {
   const bool own =
-      std::ranges::all_of(tags, [](uint16_t type) { return type == 0x8100 || type == 0x88a8 || type == stag; });
+      std::ranges::all_of(tags, [](uint16_t type) { return type == 0x8100 || type == 0x88a8 || type == own_stag; });
   if (tags.size() > 4)
     return frame_kind::hidden;
   if (ethertype != discovery_ethertype)
@@ -52,12 +52,12 @@ frame_kind kind_expected(const std::vector<uint16_t>& tags, uint16_t ethertype)
 
 TEST(Classify, EveryStackOfTags)
 {
-  each_stack(stag, [](const std::vector<uint16_t>& tags) {
+  each_stack(own_stag, [](const std::vector<uint16_t>& tags) {
     for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x8864}, uint16_t{0x9400}}) {
       frame_bytes frame = frame_head(everybody, host_address(1), tags, ethertype);
       const size_t at = frame.size() - 2;
       frame.resize(padded);
-      const frame_class found = classify(frame, stag);
+      const frame_class found = classify(frame, own_stag);
       ASSERT_EQ(found.kind, kind_expected(tags, ethertype));
       ASSERT_TRUE(found.kind == frame_kind::hidden || found.ethertype == at);
     }
@@ -67,14 +67,14 @@ TEST(Classify, EveryStackOfTags)
 TEST(Classify, AFrameThatEndsInItsTagsIsHidden)
 {
   frame_bytes frame = frame_head(everybody, host_address(1), {0x8100, 0x8100}, discovery_ethertype);
-  EXPECT_EQ(classify(frame, stag).kind, frame_kind::discovery);
+  EXPECT_EQ(classify(frame, own_stag).kind, frame_kind::discovery);
   for (frame.pop_back(); frame.size() >= ethernet_header; frame.pop_back())
-    EXPECT_EQ(classify(frame_bytes(frame), stag).kind, frame_kind::hidden);  // a copy has no byte behind its end
+    EXPECT_EQ(classify(frame_bytes(frame), own_stag).kind, frame_kind::hidden);  // a copy has no byte behind its end
 }
 
 TEST(Classify, DiscoveryBehindSnapIsHidden)
 {
-  for (const std::vector<uint16_t>& outside : {std::vector<uint16_t>{}, {0x8100}, {stag, 0x8100}})
+  for (const std::vector<uint16_t>& outside : {std::vector<uint16_t>{}, {0x8100}, {own_stag, 0x8100}})
     for (const std::vector<uint16_t>& inside : {std::vector<uint16_t>{}, {0x8100}})
       for (const unsigned char kind : std::initializer_list<unsigned char>{0x00, 0xf8, 0x80})
         for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
@@ -84,7 +84,7 @@ TEST(Classify, DiscoveryBehindSnapIsHidden)
           const frame_bytes rest = frame_head(everybody, host_address(1), inside, ethertype);
           frame.insert(frame.end(), rest.begin() + ethertype_offset, rest.end());
           const bool hides = ethertype == discovery_ethertype && kind != 0x80;
-          EXPECT_EQ(classify(frame, stag).kind, hides ? frame_kind::hidden : frame_kind::other);
+          EXPECT_EQ(classify(frame, own_stag).kind, hides ? frame_kind::hidden : frame_kind::other);
         }
 }
 
@@ -94,11 +94,11 @@ TEST(DiscoveryFilter, AgreesWithClassify)
 {
   const filter_in_kernel discovery(port_frames::discovery);
   const filter_in_kernel others(port_frames::others);
-  each_stack(stag, [&](const std::vector<uint16_t>& tags) {
+  each_stack(own_stag, [&](const std::vector<uint16_t>& tags) {
     for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
       const frame_bytes whole = frame_head(everybody, host_address(1), tags, ethertype);
       const std::vector<uint16_t> rest(tags.begin() + (tags.empty() ? 0 : 1), tags.end());
-      const frame_kind kind = classify(whole, stag).kind;
+      const frame_kind kind = classify(whole, own_stag).kind;
       for (const frame_bytes& seen : {whole, frame_head(everybody, host_address(1), rest, ethertype)}) {
         const bool passes = discovery.passes(seen);
         ASSERT_NE(passes, others.passes(seen));
@@ -117,9 +117,9 @@ TEST(ErrorAnswer, GoesBackBehindTheSameTags)
 {
   for (const auto& [request, reply] : {std::pair(0x09, 0x07), std::pair(0x19, 0x65)}) {
     frame_bytes frame =
-        discovery_frame(static_cast<unsigned char>(request), everybody, host_address(1), 1600, {stag, 0x8100});
+        discovery_frame(static_cast<unsigned char>(request), everybody, host_address(1), 1600, {own_stag, 0x8100});
     frame[24] = 0xab;  // the session id stays
-    frame_bytes expected = frame_head(host_address(1), host_address(9), {stag, 0x8100}, discovery_ethertype);
+    frame_bytes expected = frame_head(host_address(1), host_address(9), {own_stag, 0x8100}, discovery_ethertype);
     for (const unsigned word : {0x1100 | reply, 0xab00, 4, 0x0203, 0})
       word_add(expected, word);
     expected.resize(60, 0xff);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <bpf/bpf.h>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -15,6 +16,7 @@
 #include <linux/capability.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sched.h>
 #include <set>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -290,6 +292,73 @@ TEST_F(KernelBridge, MemberMovesToAnotherBridge)
   serving.join();
   EXPECT_EQ(bridge_at_line(), "br0");
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("taken off")));
+}
+
+// A process in a network namespace of its own, as a container has.
+class other_namespace {
+public:
+  other_namespace()
+  {
+    int ready[2];
+    if (pipe(ready) != 0 || (process_ = fork()) != 0) {
+      char byte;
+      close(ready[1]);
+      inside_ = read(ready[0], &byte, 1) == 1;
+      close(ready[0]);
+      return;
+    }
+    if (unshare(CLONE_NEWNET) == 0 && write(ready[1], "", 1) == 1)
+      pause();
+    _exit(1);
+  }
+  ~other_namespace() { end(); }
+  void end()
+  {
+    if (process_ > 0) {
+      kill(process_, SIGKILL);
+      waitpid(process_, nullptr, 0);
+    }
+    process_ = 0;
+  }
+  bool inside() const { return inside_; }
+  std::string name() const { return std::to_string(process_); }
+
+private:
+  pid_t process_ = 0;
+  bool inside_ = false;
+};
+
+TEST_F(KernelBridge, MemberThatWasInAnotherNamespaceIsServedAgain)
+{
+  cabled_bridge node(settings_of());
+  node.agent = treat;
+  node.start();
+  const frame_bytes request = discovery_frame(padi, everybody, client);
+  other_namespace away;
+  ASSERT_TRUE(away.inside());
+  ASSERT_TRUE(run("ip link set line2 netns " + away.name()));
+  ASSERT_TRUE(wait_until([&] { return !if_nametoindex("line2"); }));
+  {
+    wire line("hline1"), uplink("hup9");
+    line.send(request);
+    EXPECT_EQ(uplink.receive(), after_agent(request)) << "the others are served";
+  }
+  const std::string inside = "nsenter -t " + away.name() + " -n ";
+  EXPECT_FALSE(run(inside + "tc qdisc show dev line2 | grep -q clsact")) << "it takes no program along";
+  ASSERT_TRUE(run(inside + "ip link set line2 netns " + std::to_string(getpid())));
+  ASSERT_TRUE(run("ip link set line2 master br0 && ip link set line2 up"));
+  ASSERT_TRUE(wait_until([] { return port_at("line2") == 2; }));
+  link_up("line2");
+  wire line("hline2"), uplink("hup9");
+  line.send(request);
+  EXPECT_EQ(uplink.receive(), after_agent(request));
+  // Gone with its namespace.
+  ASSERT_TRUE(run("ip link set line2 netns " + away.name()));
+  away.end();
+  wire other("hline1");
+  other.send(request);
+  EXPECT_EQ(uplink.receive(), after_agent(request));
+  node.stop();
 }
 
 // Whatever somebody takes off is back, and meanwhile nothing untreated reaches the network.

@@ -4,10 +4,14 @@
 #include "pppoeia/api_table.h"
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
+#include "tools/pppoeiactl/help.h"
+#include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/operation_command.h"
 
 #include <gmock/gmock.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <list>
@@ -41,50 +45,9 @@ running_agent* Command::agent_;
 
 TEST_F(Command, ItsStatusTellsHowItWent)
 {
-  const std::pair<int, std::vector<words>> outcomes[] = {
-      {0, {{"port", "trust", "get", "br0", "3"}}},
-      {1,  // the agent refuses
-       {{"port", "trust", "get", "br0", "4"},
-        {"call", "89"},
-        {"save", "br5"},
-        {"explain", "br0", "4", "1"},
-        {"format", "check", "br5"},
-        {"show", "port", "br5"}}},
-      {2,  // it is not understood
-       {{},
-        {"nonsense"},
-        {"bridge"},
-        {"--nonsense"},
-        {"port", "trust", "get", "br0"},
-        {"port", "trust", "get", "br0", "3", "4"},
-        {"port", "trust", "set", "br0", "3", "somewhat"},
-        {"port", "trust", "get", "br0", "4294967296"},
-        {"port", "add", "br0", "5", "x", "y", "--type"},
-        {"port", "add", "br0", "5", "x", "y", "--color", "red"},
-        {"port", "add", "br0", "5", "x", "y", "--location", "onu=many"},
-        {"port", "cpe-mac", "set", "br0", "3", "00:11"},
-        {"bridge", "vlan", "get", "br0", "65536"},
-        {"show", "everything"},
-        {"show", "port", "br0", "first"},
-        {"explain", "br0", "3"},
-        {"explain", "br0", "3", "70000"},
-        {"format", "explain"},
-        {"format", "test", "br0", "--vlan", "many"},
-        {"format", "test", "br0", "--mode", "other"},
-        {"format", "check"},
-        {"save", "--everything"},
-        {"call", "many"},
-        {"-t", "0", "init"},
-        {"-batch", "/nonexistent"}}},
-  };
-  for (const auto& [status, commands] : outcomes)
-    for (const words& command : commands) {
-      const outcome ended = agent().ctl(command);
-      EXPECT_EQ(ended.status, status) << testing::PrintToString(command);
-      EXPECT_EQ(ended.out.empty(), status != 0) << ended.out;
-      EXPECT_EQ(ended.err.empty(), status == 0) << testing::PrintToString(command);
-    }
-  EXPECT_THAT(agent().ctl({"port", "trust", "get", "br0", "4"}).err, HasSubstr("no such port"));
+  EXPECT_EQ(agent().ctl({"port", "trust", "get", "br0", "3"}).status, 0);
+  EXPECT_EQ(agent().ctl({"port", "trust", "get", "br0", "4"}).status, 1);
+  EXPECT_EQ(agent().ctl({"port", "trust", "get", "br0"}).status, 2);
   EXPECT_EQ(ctl(fresh_socket(), {"log", "level", "get"}).status, 3);  // no agent
   EXPECT_EQ(ctl(fresh_socket(), {"-batch", "-"}, "init\n").status, 3);
 }
@@ -140,12 +103,13 @@ TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEndsUnlessForced)
   outcome failed = agent().batch("# a comment\n\nbridge state get br0\nport del br0 6\nnonsense\n");
   EXPECT_EQ(failed.status, 1);
   EXPECT_EQ(failed.out, "state on\n");
-  EXPECT_EQ(failed.err, "standard input:4: no such port\n");
+  EXPECT_EQ(failed.err, "standard input:4: port 6: br0 has only port 3 ('show port br0')\n");
   EXPECT_EQ(agent().batch("log level get 'open\n").err, "standard input:1: a quote is not closed\n");
   failed = ::ctl(agent().socket(), {"-force", "-batch", "-"}, "nonsense\nport del br0 6\nbridge state get br0");
   EXPECT_EQ(failed.status, 2);
   EXPECT_EQ(failed.out, "state on\n");
-  EXPECT_EQ(failed.err, "standard input:1: no such command: nonsense\nstandard input:2: no such port\n");
+  EXPECT_EQ(failed.err, "standard input:1: nonsense: no such command ('help' lists them)\n"
+                        "standard input:2: port 6: br0 has only port 3 ('show port br0')\n");
 }
 
 TEST(Errors, AreToldInWords)
@@ -333,10 +297,10 @@ TEST(Commands, AreListedAsDocumented)
   const size_t at = text.find(mark);
   ASSERT_NE(at, std::string::npos);
   EXPECT_EQ(text.substr(at + mark.size()), run({PPPOEIACTL, "--operations-table"}).out);
-  const std::string help = run({PPPOEIACTL, "--help"}).out;
   const std::string manual = run({PPPOEIACTL, "--man"}).out;
   for (const api::operation& operation : api::operations) {
-    EXPECT_THAT(help, HasSubstr("\n  " + std::string(operation.command)));
+    const std::string force = operation.id == 0 ? " [--force]" : "";  // the tool's own
+    EXPECT_THAT(help_text(line_split(operation.command)), HasSubstr(operation_usage(operation) + force + "\n"));
     EXPECT_THAT(manual, HasSubstr("\n" + in_manual(operation.summary) + ".\n"));
   }
 }
@@ -371,9 +335,92 @@ TEST(Commands, TellTheDocumentedDefaults)
     EXPECT_EQ(result.status, 0) << setting << result.err;
     const std::string shown = result.out.substr(result.out.find(' ') + 1);
     EXPECT_TRUE(shown == value + "\n" || shown == "'" + value + "'\n") << setting << ": " << shown;
+    EXPECT_THAT(help_text(line_split(setting + " set")), HasSubstr("    Default: " + value + "\n"));
     ++told;
   }
   EXPECT_GE(told, 15u);
+}
+
+// With nothing to complain of.
+constexpr char example_card[] = R"(init
+bridge add br0 65
+bridge vlan set br0 100 on
+bridge vlan set br0 200 on
+port add br0 1 uplink up --kind 1
+port state set br0 1 network
+port add br0 3 line3 0/3 --type atm
+port trust set br0 3 untrusted
+port state set br0 3 subscriber
+vlan add br0 100
+port-vlan circuit-id-mode set br0 3 100 ethernet
+port-vlan circuit-id-mode set br0 3 200 ethernet
+format remote-id set br0 $PORT
+)";
+
+// What an example needs to be there.
+std::string before_example(const std::string& command)
+{
+  if (command == "init")
+    return "";
+  if (command == "bridge add")
+    return "init\n";
+  return command == "confirm" ? "init\napply --confirm 600 card.conf\n" : example_card;
+}
+
+TEST(Commands, RunAsTheirExamplesSay)
+{
+  running_agent agent;
+  const own_folder folder;
+  const auto former = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path);
+  std::ofstream("card.conf") << example_card;
+  for (const command_row& command : command_table()) {
+    if (command.words == "lines" || command.words == "monitor")
+      continue;  // of the status socket, which this agent has not
+    const outcome result = agent.batch(before_example(command.words) + command.example + "\n");
+    EXPECT_EQ(result.status, 0) << command.example << result.err;
+    EXPECT_EQ(result.err, "");
+    agent.batch("fini\n");
+  }
+  std::filesystem::current_path(former);
+}
+
+TEST_F(Command, TakesWordsCutShortAndAnythingBehindTwoDashes)
+{
+  EXPECT_EQ(agent().told({"po", "tr", "g", "br0", "3"}), agent().told({"port", "trust", "get", "br0", "3"}));
+  EXPECT_EQ(agent().told({"po", "sh", "br0", "3"}), agent().told({"show", "port", "br0", "3"}));
+  EXPECT_THAT(agent().ctl({"bridge", "de"}).err, HasSubstr("bridge de: may be debug, defaults, del"));
+  EXPECT_THAT(agent().told({"format", "explain", "--", "-h"}), HasSubstr("'-h'  text"));
+  EXPECT_EQ(agent().ctl({"show", "port", "--", "br0", "3"}).status, 0);
+  EXPECT_THAT(run({PPPOEIACTL, "--version"}).out, testing::StartsWith("pppoeiactl "));
+  EXPECT_EQ(run({PPPOEIACTL, "bri", "state", "--help"}).out, help_text({"bridge", "state"}));
+  EXPECT_EQ(run({PPPOEIACTL, "nonsense", "--help"}).status, 2);
+}
+
+TEST(Warnings, AreForValuesThatMeanNothing)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br0 8\nport add br0 3 line3 0/3\n");
+  const std::pair<const char*, const char*> warned[] = {
+      {"port circuit-id-mode set br0 3 9", "mode: '9' means nothing (unset, ethernet, atm, custom)"},
+      {"log level set 9", "level: '9' means nothing"},
+      {"bridge max-pdu set br0 0", "max-pdu: '0' leaves room for no PADI"},
+      {"bridge vlan set br0 5000 on", "vlan: '5000' acts on VLAN 904"},
+      {"port-vlan add br0 3 5000", "vlan: '5000' is the VLAN of no frame"},
+      {"port add br0 4 line4 012345678901234", "port-name: '012345678901234' is cut to '01234567890123'"},
+      {"port add br0 5 01234567890123456 0/5", "device: '01234567890123456' is cut to '0123456789012345'"},
+      {"port description set br0 3 01234567890123456789012345678901234567890123456789012345678901234", "is cut to"},
+      {"bridge add br1 1", "ports: '1' leaves room for no port"},
+  };
+  for (const auto& [command, warning] : warned) {
+    const outcome result = agent.batch(std::string(command) + "\n");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.err, HasSubstr(std::string("standard input:1: warning: "))) << command;
+    EXPECT_THAT(result.err, HasSubstr(warning));
+  }
+  EXPECT_EQ(agent.ctl({"log", "level", "set", "9", "--force"}).err, "");
+  EXPECT_EQ(agent.ctl({"port", "circuit-id-mode", "set", "br0", "3", "unset"}).err, "");
+  EXPECT_EQ(agent.told({"log", "level", "get"}), "level 9\n");  // all were taken
 }
 
 // What a shell would offer for the last word.
@@ -393,7 +440,7 @@ TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)
   agent.batch(
       "init\nbridge add br0 8\nbridge add br3 8\nport add br3 2 a b\nport add br3 5 a b\nport-vlan add br3 5 77\n");
   EXPECT_THAT(offered(agent, {"br"}), ElementsAre("bridge"));
-  EXPECT_THAT(offered(agent, {"bridge", "max-pdu", ""}), ElementsAre("set", "get"));
+  EXPECT_THAT(offered(agent, {"bridge", "max-pdu", ""}), ElementsAre("get", "set"));
   EXPECT_THAT(offered(agent, {"show", "port", ""}), ElementsAre("br0", "br3"));
   EXPECT_THAT(offered(agent, {"port", "state", "set", "br3", ""}), ElementsAre("2", "5"));
   EXPECT_THAT(offered(agent, {"port", "state", "set", "br3", "5", "n"}), ElementsAre("network"));

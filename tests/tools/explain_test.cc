@@ -101,7 +101,7 @@ port remote-id set br0 2 C-2
       std::string text = found["finding"].get<std::string>() + " " + found["identifier"].get<std::string>();
       for (const nlohmann::json& line : found["lines"])
         text += " " + line["port"].dump() + "/" + line["vlan"].dump();
-      list.push_back(text + (found["macro"] == "" ? "" : " " + found["macro"].get<std::string>()));
+      list.push_back(text + (found["cause"] == "" ? "" : " " + found["cause"].get<std::string>()));
     }
     return list;
   }
@@ -133,6 +133,20 @@ TEST_F(Lines, ExplainFollowsModeAndFormat)
   EXPECT_EQ(json({"explain", "br0", "1", "8191"})["circuit-id-mode-from"], "port");
 }
 
+TEST_F(Lines, FormatsOfAVlanBringTheirMode)
+{
+  configure("format set br0 1 100 --circuit-id '$SYSNAME $VLAN' --remote-id=$PORT\n");
+  nlohmann::json line = json({"explain", "br0", "1", "100"});
+  EXPECT_EQ(line["circuit-id"], "AN12 100");
+  EXPECT_EQ(line["remote-id"], "1");
+  configure("format set br0 1 100 --circuit-id '' --remote-id '' --mode unset\n");
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "1"}), nlohmann::json::array());
+  EXPECT_EQ(agent.ctl({"format", "set", "br0", "1", "100"}).status, 2);
+  EXPECT_EQ(agent.ctl({"format", "set", "br0", "1", "100", "--circuit-id", std::string(130, 'x')}).status, 2);
+  EXPECT_EQ(agent.ctl({"format", "explain", std::string(130, 'x')}).status, 2);
+  EXPECT_EQ(json({"show", "port-vlan", "br0", "1"}), nlohmann::json::array());  // nothing was half done
+}
+
 TEST_F(Lines, ExplainTellsWhatIsCut)
 {
   configure("port circuit-id-mode set br0 1 custom\nformat circuit-id set br0 '$z60PORT.$PORT'\n");
@@ -145,13 +159,26 @@ TEST_F(Lines, ExplainTellsWhatIsCut)
   EXPECT_EQ(line["circuit-id-length"], 63);
 }
 
-TEST_F(Lines, ExplainFindsTheCustomerVlanOfTheLastFrame)
+TEST_F(Lines, ExplainGoesByTheRulesAndNotByTheLastFrame)
 {
-  configure("port circuit-id-mode set br0 1 custom\nformat circuit-id set br0 '$hz2CVID-$CVID'\n");
-  const nlohmann::json line = json({"explain", "br0", "1", "5"});
-  EXPECT_EQ(line["circuit-id"], "0000-0");  // no frame yet
-  EXPECT_EQ(line["circuit-id-bytes"], "00002d30");
-  EXPECT_EQ(line["circuit-id-of-last-frame"], true);
+  configure("bridge vlan set br0 7 on\nbridge shelf-id set br0 S1\n");
+  const auto id = [&](const char* vlan, const char* cvid) {
+    return json({"explain", "br0", "1", vlan, cvid})["circuit-id"].get<std::string>();
+  };
+  EXPECT_EQ(id("7", "none"), "VELTRONA:S1 eth 0/0/1:7");
+  EXPECT_EQ(id("7", "9"), "VELTRONA:S1 eth 0/0/1:7");
+  EXPECT_EQ(json({"explain", "br0", "1", "7"})["circuit-id-of-frame"], nlohmann::json::array());
+  EXPECT_EQ(json({"explain", "br0", "1", "8"})["vlan-enabled"], false);
+  configure("bridge circuit-id-cvlan set br0 on\nbridge insert-circuit-id set br0 off\n");
+  EXPECT_EQ(id("7", "9"), "VELTRONA:S1 eth 0/0/1:7:9");
+  EXPECT_EQ(id("7", "none"), "VELTRONA:S1 eth 0/0/1:7");
+  EXPECT_EQ(json({"explain", "br0", "1", "7"})["circuit-id-of-frame"], nlohmann::json::array({"CVID"}));
+  EXPECT_EQ(json({"explain", "br0", "1", "7"})["circuit-id-inserted"], false);
+  configure("port name update br0 1 0123456789abcd\nbridge shelf-id set br0 012345678901234567890123456789abcdef\n");
+  EXPECT_EQ(id("7", "9").size(), 63u);
+  configure("port circuit-id-mode set br0 1 custom\nformat circuit-id set br0 '$hz2CVID-$CVID $CLNT_MAC'\n");
+  EXPECT_THAT(id("5", "9"), HasSubstr("0009-9 "));
+  EXPECT_EQ(json({"explain", "br0", "1", "5"})["circuit-id-of-frame"], nlohmann::json::array({"CVID", "CLNT_MAC"}));
 }
 
 TEST_F(Lines, FormatExplainExpandsOnALine)
@@ -184,9 +211,26 @@ TEST_F(Lines, CheckFindsWhatMakesTrouble)
             "port-vlan remote-id-format set br0 1 10 '$z99PORT'\n"
             "port-vlan remote-id-format set br0 2 20 '$CONTACT'\n");
   EXPECT_THAT(findings(),
-              ElementsAre("no-value circuit-id 1/4095 VPI", "zero-byte circuit-id 1/10", "cut remote-id 1/10",
-                          "no-value circuit-id 2/4095 VPI", "empty circuit-id 2/20", "empty remote-id 2/20",
+              ElementsAre("no-value circuit-id 1/4095 2/4095 VPI", "zero-byte circuit-id 1/10 port $hz2PORT",
+                          "cut remote-id 1/10 $z99PORT", "empty circuit-id 2/20", "empty remote-id 2/20",
                           "no-value remote-id 2/20 CONTACT", "shared circuit-id 1/4095 2/4095"));
+  EXPECT_EQ(agent.ctl({"format", "check", "br0"}).status, 7);
+}
+
+TEST_F(Lines, CheckFindsWhatAnOperatorMeansByWrong)
+{
+  configure("port circuit-id-mode set br0 1 custom\nport circuit-id-mode set br0 2 custom\n"
+            "port add br0 4 atm4 0/4 --type atm\nport circuit-id-mode set br0 4 atm\nport remote-id set br0 4 C-4\n"
+            "format circuit-id set br0 '$SYSNAM $PORT_REM'\n");
+  EXPECT_THAT(findings(), ElementsAre("unknown-macro circuit-id 1/4095 2/4095 $SYSNAM",
+                                      "unknown-macro circuit-id 1/4095 2/4095 $PORT_REM", "no-pvc circuit-id 4/4095"));
+  configure("port pvc set br0 4 8 35\nformat circuit-id set br0 '$zPORT $TCONT VLAN $PORT'\n");
+  EXPECT_THAT(findings(), ElementsAre(HasSubstr("$zPORT stays as it is written: padding needs a number"),
+                                      HasSubstr("$TCONT stays as it is written"), HasSubstr("unread circuit-id"),
+                                      HasSubstr("shared")));
+  configure("format circuit-id set br0 '$SYSNAME $CLNT_MAC'\n");  // tells the lines apart when frames come
+  EXPECT_THAT(findings(), ElementsAre());
+  EXPECT_EQ(agent.ctl({"format", "check", "br0"}).status, 0);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "pppoeia/dispatcher.h"
 #include "tests/support/fake_kernel.h"
 
+#include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
@@ -12,7 +13,8 @@ int main(int argc, char** argv)
 {
   if (argc != 2)
     return 2;
-  static fake_kernel fake;  // the workers' until the process ends
+  std::signal(SIGPIPE, SIG_IGN);  // nobody reads its traces
+  static fake_kernel fake;        // the workers' until the process ends
   for (int number = 0; number < 16; ++number)
     fake.bridges.insert("br" + std::to_string(number));
   fake.bridges.insert({"access", "gate", "hidden"});

@@ -99,7 +99,7 @@ TEST(Save, PutsTheTestDataBackOrLeavesThemAlone)
   EXPECT_THAT(agent.told({"save"}), HasSubstr("bridge sysname set br0 here\n"));
   EXPECT_EQ(agent.told({"test", "dump", "br0"}), data);
   agent.told({"explain", "br0", "3", "5"});
-  agent.told({"format", "check", "br0"});
+  agent.ctl({"format", "check", "br0"});
   EXPECT_EQ(agent.told({"test", "dump", "br0"}), data);
   const outcome saved = agent.ctl({"save", "--no-trial", "br0"});
   EXPECT_EQ(saved.status, 8);

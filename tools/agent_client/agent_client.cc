@@ -1,5 +1,6 @@
 #include "tools/agent_client/agent_client.h"
 
+#include <cerrno>
 #include <stdexcept>
 
 namespace agent_client {
@@ -25,10 +26,10 @@ std::vector<buffer> buffers_of(const api::operation& operation, std::span<const 
 answer connection::call(uint16_t id, std::vector<buffer> buffers)
 {
   if (!open_ && !client_.open(socket_))
-    return {ippc::call_error::no_server, 0, 0, {}};
+    return {ippc::call_error::no_server, 0, 0, {}, errno};
   open_ = true;
   const ippc::call_reply reply = client_.call(id, buffers, time_out_);
-  return {reply.error, reply.status, reply.result, std::move(buffers)};
+  return {reply.error, reply.status, reply.result, std::move(buffers), 0};
 }
 
 answer connection::call(const api::operation& operation, std::span<const std::string> inputs)

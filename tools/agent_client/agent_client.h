@@ -20,6 +20,7 @@ struct answer {
   int32_t status = 0;           // the dispatcher's
   int32_t result = 0;           // the operation's
   std::vector<buffer> buffers;  // of all arguments, as they came back
+  int refusal = 0;              // errno value where the socket could not be reached
 
   bool arrived() const { return error == ippc::call_error::none; }
   bool ok() const { return arrived() && status == 0 && result == 0; }

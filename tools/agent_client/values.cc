@@ -3,6 +3,7 @@
 #include "pppoeia/api_records.h"
 #include "rte/BLL/util/kv_util.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -79,29 +80,55 @@ constexpr record_field number_fields[] = {
     {"reserved", &pppoeia_location::reserved, nullptr},
 };
 
-template <size_t Size>
-bool text_field(char (&field)[Size], std::string_view value, size_t most)
+std::string joined(const std::vector<std::string_view>& words)
 {
-  if (value.size() > most)
-    return false;
-  std::memcpy(field, value.data(), value.size());
-  return true;
+  std::string text;
+  for (const std::string_view word : words)
+    text += (text.empty() ? "" : ", ") + std::string(word);
+  return text;
 }
 
-bool field_set(pppoeia_port_info& info, std::string_view key, std::string_view value)
+// "'many' is no number from 0 to 9", behind the name of what it was meant for.
+std::string no_number(std::string_view name, std::string_view text, const range& allowed)
+{
+  return std::string(name) + ": '" + std::string(text) + "' is no number from " + std::to_string(allowed.least) +
+         " to " + std::to_string(allowed.most);
+}
+
+template <size_t Size>
+std::string text_field(char (&field)[Size], std::string_view key, std::string_view value, size_t most)
+{
+  if (value.size() > most)
+    return std::string(key) + ": '" + std::string(value) + "' has " + std::to_string(value.size()) +
+           " characters, at most " + std::to_string(most);
+  std::memcpy(field, value.data(), value.size());
+  return {};
+}
+
+std::string no_field(std::string_view key)
+{
+  std::vector<std::string_view> keys{"type", "panel"};
+  for (const record_field& field : number_fields)
+    keys.push_back(field.key);
+  return "location: '" + std::string(key) + "' is none of " + joined(keys);
+}
+
+// Empty, or what is wrong with it.
+std::string field_set(pppoeia_port_info& info, std::string_view key, std::string_view value)
 {
   if (key == "type")
-    return text_field(info.type, value, 10);
+    return text_field(info.type, key, value, 10);
   if (key == "panel")
-    return text_field(info.location.panel, value, sizeof info.location.panel);
-  for (const record_field& field : number_fields) {
-    const std::optional<int64_t> number = integer_parse(value);
-    if (field.key != key || !number || *number < 0 || *number > std::numeric_limits<uint32_t>::max())
-      continue;
-    (field.info ? info.*field.info : info.location.*field.location) = static_cast<uint32_t>(*number);
-    return true;
-  }
-  return false;
+    return text_field(info.location.panel, key, value, sizeof info.location.panel);
+  const auto* field = std::ranges::find(number_fields, key, &record_field::key);
+  if (field == std::end(number_fields))
+    return no_field(key);
+  const range allowed{0, std::numeric_limits<uint32_t>::max()};
+  const std::optional<int64_t> number = integer_parse(value);
+  if (!number || *number < allowed.least || *number > allowed.most)
+    return no_number(key, value, allowed);
+  (field->info ? info.*field->info : info.location.*field->location) = static_cast<uint32_t>(*number);
+  return {};
 }
 
 // Takes the part before the next comma off the front of a list; a backslash keeps the character behind it.
@@ -129,19 +156,32 @@ std::optional<pppoeia_port_info> info_parse(std::string_view text, std::string& 
     const std::string part = part_take(text);
     const size_t equals = std::min(part.find('='), part.size());
     const std::string_view key = std::string_view(part).substr(0, equals);
-    if (equals == part.size() || !field_set(info, key, std::string_view(part).substr(equals + 1))) {
-      why = "no such field or value: '" + part + "'";
+    why = equals == part.size() ? "location: '" + part + "' is no KEY=VALUE"
+                                : field_set(info, key, std::string_view(part).substr(equals + 1));
+    if (!why.empty())
       return std::nullopt;
-    }
   }
   return info;
+}
+
+// The agent takes some values more: numbers where there are words, VLAN ids of 16 bits. People are better off without.
+constexpr int64_t vlan_most = 4095;
+
+std::string no_value(const api::argument& argument, std::string_view text)
+{
+  std::vector<std::string_view> words;
+  for (const api::value_name& name : api::names_of(argument.words))
+    words.push_back(name.word);
+  if (words.empty())
+    return no_number(argument.name, text, {0, argument.what == kind::u16 ? vlan_most : range_of(argument.what).most});
+  return std::string(argument.name) + ": '" + std::string(text) + "' is none of " + joined(words);
 }
 
 std::optional<buffer> encode_number(const api::argument& argument, std::string_view text, std::string& why)
 {
   const std::optional<int64_t> number = number_parse(argument, text);
   if (!number) {
-    why = "no such value: '" + std::string(text) + "'";
+    why = no_value(argument, text);
     return std::nullopt;
   }
   if (argument.what == kind::u16)
@@ -179,7 +219,7 @@ std::optional<buffer> encode(const api::argument& argument, std::string_view tex
     buffer bytes(6);
     if (CKvUtil::stringToMac(text, bytes.data()))
       return bytes;
-    why = "no MAC address: '" + std::string(text) + "'";
+    why = std::string(argument.name) + ": '" + std::string(text) + "' is no MAC address such as 02:00:5e:10:00:01";
     return std::nullopt;
   }
   case kind::port_info:

@@ -17,7 +17,8 @@ using buffer = std::vector<unsigned char>;
 // The number that a word or decimal or 0x text means for that argument; nothing for anything else.
 std::optional<int64_t> number_parse(const api::argument& argument, std::string_view text);
 
-// The bytes to send for an input argument, or nothing with `why` set to one line. Records are key=value lists:
+// The bytes to send for an input argument, or nothing with `why` set to one line that names the
+// argument, the text and what is allowed. Records are key=value lists:
 // "parent=0,type=eth,kind=1,panel-kind=0,panel=A,onu=1,gem=2,pvc=3,reserved=0"; a backslash keeps a comma in a value.
 std::optional<buffer> encode(const api::argument& argument, std::string_view text, std::string& why);
 

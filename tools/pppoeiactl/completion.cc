@@ -1,44 +1,13 @@
 #include "tools/pppoeiactl/completion.h"
 
+#include "tools/pppoeiactl/command.h"
 #include "tools/pppoeiactl/discovery.h"
 #include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace {
-
-// Arguments of the commands that are no operations. "bridge...": any number of them.
-struct own_command {
-  std::string_view command;
-  std::string_view arguments;
-  std::string_view options;
-};
-
-constexpr std::string_view test_options =
-    "--circuit-id --remote-id --port --vlan --cvid --onu --gem --tcont-type --mac --mode --debug";
-
-constexpr own_command own_commands[] = {
-    {"init", "", ""},
-    {"check", "", ""},
-    {"diff", "", "--keep --renew --no-trial"},
-    {"apply", "", "--dry-run --confirm --keep --renew --no-trial"},
-    {"confirm", "", ""},
-    {"fini", "", ""},
-    {"show", "", ""},
-    {"show all", "bridge...", ""},
-    {"show bridge", "bridge", ""},
-    {"show vlan", "bridge", ""},
-    {"show port", "bridge port", ""},
-    {"show port-vlan", "bridge port", ""},
-    {"save", "bridge...", "--no-trial"},
-    {"explain", "bridge port vlan", ""},
-    {"format explain", "format bridge port vlan cvid", ""},
-    {"format check", "bridge", ""},
-    {"format test", "bridge", test_options},
-    {"call", "", ""},
-};
 
 constexpr std::string_view program_options = "--socket -t --json -batch -force --watch --wait --help";
 
@@ -46,16 +15,16 @@ constexpr std::string_view program_options = "--socket -t --json -batch -force -
 struct typed {
   words before;        // arguments in front of the word, options with their values left out
   std::string option;  // whose value the word is; empty for an argument
-  std::string word;    // what is there of it
 };
 
-typed typed_read(const words& arguments, const std::string& word)
+typed typed_read(const words& arguments, std::string_view options)
 {
-  typed line{{}, {}, word};
+  const words known = line_split(options);
+  typed line;
   for (const std::string& argument : arguments) {
     if (!line.option.empty())
       line.option.clear();
-    else if (argument.starts_with("--") && argument != "--no-trial")
+    else if (std::ranges::find(known, argument + "=") != known.end())
       line.option = argument;
     else if (!argument.starts_with("--"))
       line.before.push_back(argument);
@@ -110,8 +79,7 @@ words existing(const context& context, std::string_view name, const words& befor
     return as_numbers(ports_of(context, name == "parent" ? before.front() : *bridge));
   words vlans;
   if (name == "vlan" && before.size() > 1)
-    for (const pppoeia_port_vlan_entry& entry : port_vlans_of(
-             context, *bridge, static_cast<uint32_t>(number_word_parse(before.back(), UINT32_MAX, "port id"))))
+    for (const pppoeia_port_vlan_entry& entry : port_vlans_of(context, *bridge, port_word_parse(before.back())))
       vlans.push_back(std::to_string(entry.vlan_id));
   return vlans;
 }
@@ -134,18 +102,14 @@ words argument_values(const context& context, const api::operation& operation, c
   return {};
 }
 
-words operation_options(const api::operation& operation)
+// Names of options, without the "=" that says that a value follows.
+words option_words(std::string_view options)
 {
-  words options;
-  for (const api::argument& argument : operation.arguments()) {
-    if (argument.what == api::kind::port_info)
-      options = {"--type", "--kind", "--parent", "--location"};
-    else if (argument.what == api::kind::name_update)
-      options = {"--location"};
-    else if (argument.what == api::kind::tty)
-      options = {"--tty"};
-  }
-  return options;
+  words names = line_split(options);
+  for (std::string& name : names)
+    if (name.ends_with('='))
+      name.pop_back();
+  return names;
 }
 
 words after_operation(const context& context, const api::operation& operation, const typed& line)
@@ -154,15 +118,13 @@ words after_operation(const context& context, const api::operation& operation, c
     return existing(context, "parent", line.before);
   if (!line.option.empty())
     return option_values(line.option);
-  return line.word.starts_with("-") ? operation_options(operation) : argument_values(context, operation, line);
+  return argument_values(context, operation, line);
 }
 
-words after_own(const context& context, const own_command& command, const typed& line)
+words after_own(const context& context, const command_row& command, const typed& line)
 {
   if (!line.option.empty())
     return line.option == "--port" ? existing(context, "port", line.before) : option_values(line.option);
-  if (line.word.starts_with("-"))
-    return line_split(command.options);
   const words arguments = line_split(command.arguments);
   if (arguments.empty())
     return {};
@@ -171,49 +133,26 @@ words after_own(const context& context, const own_command& command, const typed&
   return behind ? words() : existing(context, arguments[position], line.before);
 }
 
-bool begins_with(const words& command, const words& begin)
+words command_candidates(const context& context, const words& begin, const std::string& word)
 {
-  return begin.size() <= command.size() && std::equal(begin.begin(), begin.end(), command.begin());
-}
-
-// Words that go on from there to a longer command.
-words command_words(const words& begin)
-{
-  words found;
-  const auto look = [&](std::string_view text) {
-    const words command = line_split(text);
-    if (begin.size() < command.size() && begins_with(command, begin))
-      found.push_back(command[begin.size()]);
-  };
-  for (const own_command& command : own_commands)
-    look(command.command);
-  for (const api::operation& operation : api::operations)
-    look(operation.command);
-  return found;
+  const auto [command, rest] = command_find(begin);
+  const typed line = typed_read(rest, command.options);
+  if (line.option.empty() && word.starts_with("-"))
+    return option_words(command.options);
+  return command.operation ? after_operation(context, *command.operation, line) : after_own(context, command, line);
 }
 
 words candidates(const context& context, const words& begin, const std::string& word)
 {
   if (begin.empty() && word.starts_with("-"))
     return line_split(program_options);
-  words found = command_words(begin);
-  words rest;
-  const own_command* own = nullptr;
-  size_t own_length = 0;
-  for (const own_command& command : own_commands) {
-    const words text = line_split(command.command);
-    if (text.size() > own_length && begins_with(begin, text)) {
-      own = &command;
-      own_length = text.size();
-    }
+  words found = all_command_words().behind(begin);
+  try {
+    const words more = command_candidates(context, begin, word);
+    found.insert(found.end(), more.begin(), more.end());
+  } catch (const command_error&) {
+    // No command yet, but the beginning of one.
   }
-  words more;
-  if (own)
-    more = after_own(context, *own,
-                     typed_read({begin.begin() + static_cast<std::ptrdiff_t>(own_length), begin.end()}, word));
-  else if (const api::operation* operation = operation_of(begin, rest))
-    more = after_operation(context, *operation, typed_read(rest, word));
-  found.insert(found.end(), more.begin(), more.end());
   return found;
 }
 

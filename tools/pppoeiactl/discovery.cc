@@ -50,21 +50,24 @@ std::set<std::string> bridge_candidates()
   return names;
 }
 
-[[noreturn]] void refuse(const api::operation& operation, int32_t result)
-{
-  throw command_error(exit_refused, agent_client::error_text(operation.name, result));
-}
-
 bool port_exists(const context& context, const std::string& bridge, uint32_t id)
 {
   const api::operation& operation = row("pppoeia_port_state_get");
-  const int32_t result = context.ask(operation, {bridge, std::to_string(id)}).result;
+  const words inputs{bridge, std::to_string(id)};
+  const int32_t result = context.ask(operation, inputs).result;
   if (result != 0 && result != -ENODEV)
-    refuse(operation, result);
+    context.refuse(operation, inputs, result);
   return result == 0;
 }
 
 }  // namespace
+
+// Removing a bridge that cannot be there changes nothing, and the answer tells an agent that is not initialised.
+bool is_initialised(const context& context)
+{
+  constexpr const char* no_name = "longer than a bridge's name";
+  return context.ask(row("pppoeia_bridge_del"), {no_name}).result != -ENXIO;
+}
 
 words bridges_of(const context& context)
 {
@@ -119,6 +122,6 @@ std::vector<pppoeia_port_vlan_entry> port_vlans_of(const context& context, const
     answer = context.ask(*operation, {bridge, id, std::to_string(entry.vlan_id & 0xffffu)});
   }
   if (answer.result != -ENOENT)
-    refuse(*operation, answer.result);
+    context.refuse(*operation, {bridge, id}, answer.result);
   return entries;
 }

@@ -8,16 +8,6 @@
 
 namespace {
 
-uint32_t port_parse(const std::string& text)
-{
-  return static_cast<uint32_t>(number_word_parse(text, UINT32_MAX, "port id"));
-}
-
-uint16_t vlan_parse(const std::string& text)
-{
-  return static_cast<uint16_t>(text == "none" ? no_vlan : number_word_parse(text, UINT16_MAX, "VLAN id"));
-}
-
 // Bytes in hexadecimal, for people with a blank between two.
 std::string hex_text(const std::vector<unsigned char>& bytes, bool blanks)
 {
@@ -51,7 +41,8 @@ void add_identifier(const context& context, report& to, const std::string& name,
   add_bytes(context, to, name + "-bytes", id.bytes);
   to.add_number(name + "-length", static_cast<int64_t>(id.bytes.size()), std::to_string(id.bytes.size()));
   to.add_flag(name + "-cut", id.cut);
-  to.add_flag(name + "-of-last-frame", id.last_frame);
+  to.add_flag(name + "-inserted", id.inserted);
+  to.add_list(name + "-of-frame", id.of_frame, joined(id.of_frame));
   to.add_list(name + "-without-value", id.without_value, joined(id.without_value));
 }
 
@@ -89,9 +80,9 @@ void print_pieces(const format_reading& reading, const words& results)
 
 words pieces_expand(const context& context, const format_reading& reading, const words& line)
 {
-  const uint32_t port = port_parse(line[1]);
-  const uint16_t vlan = vlan_parse(line[2]);
-  const uint16_t cvid = line.size() > 3 ? vlan_parse(line[3]) : no_vlan;
+  const uint32_t port = port_word_parse(line[1]);
+  const uint16_t vlan = vlan_word_parse(line[2]);
+  const uint16_t cvid = line.size() > 3 ? vlan_word_parse(line[3], "cvid") : no_vlan;
   context.demand(row("pppoeia_port_state_get"), {line[0], line[1]});  // a port that does not exist has no values
   format_trial trial(context, line[0]);
   trial.line_set(port, vlan, cvid);
@@ -103,18 +94,20 @@ words pieces_expand(const context& context, const format_reading& reading, const
 
 }  // namespace
 
-void explain_run(const context& context, const words& line)
+void explain_run(const context& context, const given_words& given)
 {
-  if (line.size() != 3)
-    throw command_error(exit_usage, std::string("usage: ") + explain_usage);
-  const uint32_t port = port_parse(line[1]);
-  const uint16_t vlan = vlan_parse(line[2]);
-  const line_view view = line_inspector(context, line[0]).view(port, vlan);
+  const words& line = given.arguments;
+  const uint32_t port = port_word_parse(line[1]);
+  const uint16_t vlan = vlan_word_parse(line[2]);
+  const uint16_t cvid = line.size() > 3 ? vlan_word_parse(line[3], "cvid") : no_vlan;
+  const line_view view = line_inspector(context, line[0]).view(port, vlan, cvid);
   const api::argument mode{api::kind::out_i32, "mode", 4, api::values::cid_mode};
   report report;
   report.add_text("bridge", line[0]);
   report.add_number("port", port, std::to_string(port));
   report.add_number("vlan", vlan, std::to_string(vlan));
+  report.add_number("cvid", cvid, cvid == no_vlan ? "none" : std::to_string(cvid));
+  report.add_flag("vlan-enabled", view.vlan_enabled);
   report.add_number("circuit-id-mode", view.mode, agent_client::number_word(mode, view.mode));
   report.add_word("circuit-id-mode-from", origin_text(view.mode_from));
   add_identifier(context, report, "circuit-id", view.circuit_id);
@@ -122,10 +115,13 @@ void explain_run(const context& context, const words& line)
   report.print(context);
 }
 
-void format_explain_run(const context& context, const words& line)
+void format_explain_run(const context& context, const given_words& given)
 {
-  if (line.size() != 1 && line.size() != 4 && line.size() != 5)
-    throw command_error(exit_usage, std::string("usage: ") + format_explain_usage);
+  const words& line = given.arguments;
+  if (line.size() == 2 || line.size() == 3)
+    throw command_error(exit_usage, std::string("format explain: ") + (line.size() == 2 ? "PORT" : "VLAN") +
+                                        " is missing (usage: " + format_explain_usage + ")");
+  format_length_check("format", line[0]);
   const format_reading reading = format_read(line[0]);
   const bool on_line = line.size() > 1;
   const words results = on_line ? pieces_expand(context, reading, words(line.begin() + 1, line.end())) : words();

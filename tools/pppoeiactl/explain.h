@@ -2,14 +2,14 @@
 #ifndef TOOLS_PPPOEIACTL_EXPLAIN_H
 #define TOOLS_PPPOEIACTL_EXPLAIN_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/given_words.h"
 
-inline constexpr char explain_usage[] = "explain BRIDGE PORT VLAN";
+inline constexpr char explain_usage[] = "explain BRIDGE PORT VLAN [CVID]";
 inline constexpr char format_explain_usage[] = "format explain FORMAT [BRIDGE PORT VLAN [CVID]]";
 
-void explain_run(const context& context, const words& line);
+void explain_run(const context& context, const given_words& given);
 
 // Without a bridge the agent is not asked.
-void format_explain_run(const context& context, const words& line);
+void format_explain_run(const context& context, const given_words& given);
 
 #endif

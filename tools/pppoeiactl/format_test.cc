@@ -4,6 +4,7 @@
 #include "tools/pppoeiactl/report.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 
 namespace {
@@ -25,6 +26,20 @@ constexpr test_option test_options[] = {
     {"--remote-id", "pppoeiaTestSetCustomRidStr", "pppoeiaTestRunRid"},
 };
 
+// The agent reads a text that is no number as 0, and takes what no setter takes.
+void check_value(const test_option& option, const std::string& value)
+{
+  const std::string word(option.word);
+  if (word == "--vlan" || word == "--cvid")
+    vlan_word_parse(value, word.c_str());
+  else if (word == "--mac")
+    argument_check({api::kind::mac, option.word, 6, api::values::none}, value);
+  else if (option.run.empty())
+    number_word_parse(value, UINT32_MAX, word.c_str());
+  else
+    format_length_check(word, value);
+}
+
 // What one command line asks for.
 struct plan {
   std::string debug;
@@ -33,39 +48,36 @@ struct plan {
   std::vector<std::string_view> runs;
 };
 
-[[noreturn]] void usage_error()
+// One of two words that an option takes.
+std::string choice_parse(const std::string& option, const std::string& value, const std::array<const char*, 2>& choices)
 {
-  throw command_error(exit_usage, std::string("usage: ") + format_test_usage);
+  if (value != choices[0] && value != choices[1])
+    throw command_error(exit_usage, option + ": '" + value + "' is none of " + choices[0] + ", " + choices[1]);
+  return value;
 }
 
 void option_take(plan& to, const std::string& word, const std::string& value)
 {
-  if (word == "--mode" && std::ranges::find(api::test_run_modes, value) != std::end(api::test_run_modes)) {
-    to.mode = value;
+  if (word == "--mode") {
+    to.mode = choice_parse(word, value, {"test", "available"});
     return;
   }
-  if (word == "--debug" && (value == "on" || value == "off")) {
-    to.debug = value;
+  if (word == "--debug") {
+    to.debug = choice_parse(word, value, {"on", "off"});
     return;
   }
   const auto* option = std::ranges::find(test_options, word, &test_option::word);
-  if (option == std::end(test_options))
-    usage_error();
-  // The agent reads a text that is no number as 0.
-  if (option->run.empty() && word != "--mac")
-    number_word_parse(value, UINT32_MAX, "number");
+  check_value(*option, value);
   to.sets.emplace_back(option, value);
   if (!option->run.empty())
     to.runs.push_back(option->run);
 }
 
-plan plan_read(const words& line)
+plan plan_read(const given_words& given)
 {
-  if (line.empty() || line.size() % 2 == 0)
-    usage_error();
   plan wanted;
-  for (size_t i = 1; i < line.size(); i += 2)
-    option_take(wanted, line[i], line[i + 1]);
+  for (const auto& [option, value] : given.options)
+    option_take(wanted, option, value);
   if (wanted.runs.empty())
     wanted.runs.assign(std::begin(api::test_run_options), std::end(api::test_run_options));
   return wanted;
@@ -73,16 +85,17 @@ plan plan_read(const words& line)
 
 }  // namespace
 
-void format_test_run(const context& context, const words& line)
+void format_test_run(const context& context, const given_words& given)
 {
-  const plan wanted = plan_read(line);
+  const plan wanted = plan_read(given);
+  const std::string& bridge = given.arguments[0];
   std::string answers;
   if (!wanted.debug.empty())
-    answers += report_of(context, row("pppoeia_test_debug"), {line[0], wanted.debug});
+    answers += report_of(context, row("pppoeia_test_debug"), {bridge, wanted.debug});
   for (const auto& [option, value] : wanted.sets)
-    answers += report_of(context, row("pppoeia_test_set"), {line[0], std::string(option->set), value});
+    answers += report_of(context, row("pppoeia_test_set"), {bridge, std::string(option->set), value});
   for (const std::string_view run : wanted.runs)
-    answers += report_of(context, row("pppoeia_test_run"), {line[0], std::string(run), wanted.mode});
+    answers += report_of(context, row("pppoeia_test_run"), {bridge, std::string(run), wanted.mode});
   if (!context.json) {
     std::fwrite(answers.data(), 1, answers.size(), stdout);
     return;

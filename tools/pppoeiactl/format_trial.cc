@@ -157,7 +157,7 @@ std::vector<words> format_trial::expand_on(const std::vector<uint32_t>& ports, c
   for (const agent_client::question& one : questions) {
     context_.demand_arrival(one.told);
     if (!one.told.ok())
-      throw command_error(exit_refused, agent_client::error_text(one.operation->name, one.told.result));
+      context_.refuse(*one.operation, one.inputs, one.told.result);
   }
   std::vector<words> expanded(ports.size());
   auto report = reports.begin();

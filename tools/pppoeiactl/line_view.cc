@@ -9,6 +9,7 @@
 
 namespace {
 
+constexpr int32_t mode_ethernet = 0;
 constexpr int32_t mode_custom = 2;
 
 std::string text_answer(const context& context, const api::operation& operation, const words& inputs)
@@ -16,23 +17,27 @@ std::string text_answer(const context& context, const api::operation& operation,
   return agent_client::text_of(context.demand(operation, inputs).buffers.back());
 }
 
+int64_t number_answer(const context& context, const api::operation& operation, const words& inputs)
+{
+  return agent_client::number_of(operation.arguments().back(), context.demand(operation, inputs).buffers.back());
+}
+
 int32_t port_mode(const context& context, const std::string& bridge, uint32_t port)
 {
-  const api::operation& operation = row("pppoeia_port_vsa_circuit_id_mode_get");
-  const agent_client::answer answer = context.demand(operation, {bridge, std::to_string(port)});
-  return static_cast<int32_t>(agent_client::number_of(operation.arguments().back(), answer.buffers.back()));
+  const words inputs{bridge, std::to_string(port)};
+  return static_cast<int32_t>(number_answer(context, row("pppoeia_port_vsa_circuit_id_mode_get"), inputs));
 }
 
 std::optional<pppoeia_port_vlan_entry> entry_of(const context& context, const std::string& bridge,
                                                 const line_view& line)
 {
   const api::operation& operation = row("pppoeia_port_vlan_info_get");
-  const agent_client::answer answer =
-      context.ask(operation, {bridge, std::to_string(line.port), std::to_string(line.vlan)});
+  const words inputs{bridge, std::to_string(line.port), std::to_string(line.vlan)};
+  const agent_client::answer answer = context.ask(operation, inputs);
   if (line.vlan == no_vlan || answer.result == -ENOENT)
     return std::nullopt;
   if (answer.result != 0)
-    throw command_error(exit_refused, agent_client::error_text(operation.name, answer.result));
+    context.refuse(operation, inputs, answer.result);
   pppoeia_port_vlan_entry entry{};
   std::memcpy(&entry, answer.buffers.back().data(), std::min(answer.buffers.back().size(), sizeof entry));
   return entry;
@@ -57,16 +62,21 @@ const char* origin_text(origin from)
 
 // What differs between the two identifiers.
 struct line_inspector::identifier_kind {
-  const api::operation& query;
   char (pppoeia_port_vlan_entry::*entry_format)[129];
   std::string line_inspector::*bridge_format;
+  bool line_inspector::*inserts;
   bool is_circuit_id;
 };
 
 line_inspector::line_inspector(const context& context, const std::string& bridge)
     : context_(context), bridge_(bridge),
       circuit_id_format_(text_answer(context, row("pppoeia_circuit_id_format_get"), {bridge})),
-      remote_id_format_(text_answer(context, row("pppoeia_remote_id_format_get"), {bridge})), trial_(context, bridge)
+      remote_id_format_(text_answer(context, row("pppoeia_remote_id_format_get"), {bridge})), trial_(context, bridge),
+      ethernet_begin_(text_answer(context, row("pppoeia_bridge_vendor_get"), {bridge}) + ":" +
+                      text_answer(context, row("pppoeia_bridge_shelf_id_get"), {bridge}) + " eth "),
+      names_cvlan_(number_answer(context, row("pppoeia_bridge_vsa_circuit_id_cvlan_get"), {bridge}) != 0),
+      inserts_circuit_id_(number_answer(context, row("pppoeia_bridge_vsa_insert_circuit_id_get"), {bridge}) != 0),
+      inserts_remote_id_(number_answer(context, row("pppoeia_bridge_vsa_insert_remote_id_get"), {bridge}) != 0)
 {}
 
 const format_reading& line_inspector::reading(const std::string& format)
@@ -97,50 +107,79 @@ expansion line_inspector::expand(const line_view& line, const format_reading& re
   return pieces_join(read, words(result, results.end()));
 }
 
-// The agent's query takes the customer VLAN of the bridge's last frame, which nothing tells: what the query answers
-// does, by trying. Frames may come meanwhile, so the search is made once.
-expansion line_inspector::expand_as_answered(const line_view& line, const format_reading& read, identifier_view& id)
+namespace {
+
+// The macros whose values come with the frame.
+words of_frame(const format_reading& read)
 {
-  const auto fits = [&](const expansion& tried) { return tried.text.substr(0, customIdMax) == id.text; };
-  const expansion without = expand(line, read, id.without_value, no_vlan);
-  if (fits(without))
-    return without;
-  id.last_frame = true;
-  expansion tried = expand(line, read, id.without_value, last_cvid_);
-  for (uint16_t cvid = 0; !fits(tried) && !searched_ && cvid < no_vlan; ++cvid) {
-    tried = expand(line, read, id.without_value, cvid);
-    last_cvid_ = cvid;
-  }
-  searched_ = true;
-  return fits(tried) ? tried : without;
+  words names;
+  for (const auto& [type, name] : {std::pair{CVID, "CVID"}, std::pair{CLNT_MAC, "CLNT_MAC"}})
+    if (std::ranges::any_of(read.pieces, [type](const format_piece& piece) {
+          return piece.is_macro && piece.stays.empty() && piece.macro.type == type;
+        }))
+      names.emplace_back(name);
+  return names;
 }
+
+}  // namespace
 
 void line_inspector::expand(const identifier_kind& kind, const line_view& line, identifier_view& id)
 {
   const format_reading& read = reading(id.format);
-  const bool names_cvid = std::ranges::any_of(
-      read.pieces, [](const format_piece& piece) { return piece.is_macro && piece.macro.type == CVID; });
-  const expansion found = kind.is_circuit_id && names_cvid ? expand_as_answered(line, read, id)
-                                                           : expand(line, read, id.without_value, no_vlan);
+  const expansion found = expand(line, read, id.without_value, kind.is_circuit_id ? line.cvid : no_vlan);
+  id.text = found.text.substr(0, customIdMax);
   id.bytes = found.bytes;
   id.cut = found.cut;
+  id.of_frame = of_frame(read);
+  if (!kind.is_circuit_id)
+    std::erase(id.of_frame, "CVID");
   // Frames bring these; that they are missing here means nothing.
-  if (kind.is_circuit_id)
-    std::erase(id.without_value, "CVID");
+  for (const std::string& macro : id.of_frame)
+    std::erase(id.without_value, macro);
   if (line.vlan == no_vlan)
     std::erase(id.without_value, "VLAN_NAME");
+}
+
+// The agent's answer has the VLANs of the bridge's last frame where this line's belong. What stands before them shows
+// in it, unless the text is cut there already.
+std::string line_inspector::ethernet_text(const line_view& line, const std::string& answered)
+{
+  const size_t slash = answered.find('/', std::min(ethernet_begin_.size(), answered.size()));
+  if (line.vlan == no_vlan || slash == std::string::npos)
+    return answered;
+  trial_.line_set(line.port, line.vlan, no_vlan);
+  std::string text = answered.substr(0, slash + 1) + trial_.expand({"$INTF"}).front();
+  // A port has VLANs of its own, which no operation tells: those of the bridge are among them.
+  if (line.vlan <= no_vlan && (line.vlan_enabled || answered.size() > text.size()))
+    text += ":" + std::to_string(line.vlan);
+  if (names_cvlan_ && line.cvid != no_vlan)
+    text += ":" + std::to_string(line.cvid);
+  return text.substr(0, customIdMax);
+}
+
+void line_inspector::default_text(const line_view& line, identifier_view& id)
+{
+  const words inputs{bridge_, std::to_string(line.port), std::to_string(line.vlan)};
+  id.text = text_answer(context_, row("gen_circuit_id_by_intf_vlan"), inputs);
+  if (line.mode == mode_ethernet) {
+    id.text = ethernet_text(line, id.text);
+    if (names_cvlan_)
+      id.of_frame = {"CVID"};
+  }
+  id.bytes.assign(id.text.begin(), id.text.end());
+  id.cut = id.bytes.size() >= customIdMax;
+  id.bytes.resize(std::min(id.bytes.size(), customIdMax));
 }
 
 identifier_view line_inspector::identifier(const identifier_kind& kind, const line_view& line,
                                            const pppoeia_port_vlan_entry* entry, bool custom)
 {
   identifier_view id;
-  id.text = text_answer(context_, kind.query, {bridge_, std::to_string(line.port), std::to_string(line.vlan)});
-  id.bytes.assign(id.text.begin(), id.text.end());
-  id.cut = id.bytes.size() >= customIdMax;
-  id.bytes.resize(std::min(id.bytes.size(), customIdMax));
-  if (!custom)
+  id.inserted = this->*kind.inserts;
+  if (!custom) {
+    default_text(line, id);
     return id;
+  }
   if (entry && (entry->*kind.entry_format)[0]) {
     id.format_from = origin::port_vlan;
     id.format.assign(entry->*kind.entry_format, strnlen(entry->*kind.entry_format, sizeof entry->cid_format));
@@ -153,13 +192,18 @@ identifier_view line_inspector::identifier(const identifier_kind& kind, const li
   return id;
 }
 
-line_view line_inspector::view(uint32_t port, uint16_t vlan)
+line_view line_inspector::view(uint32_t port, uint16_t vlan, uint16_t cvid)
 {
-  const identifier_kind circuit_id{row("gen_circuit_id_by_intf_vlan"), &pppoeia_port_vlan_entry::cid_format,
-                                   &line_inspector::circuit_id_format_, true};
-  const identifier_kind remote_id{row("gen_remote_id_by_intf_vlan"), &pppoeia_port_vlan_entry::rid_format,
-                                  &line_inspector::remote_id_format_, false};
-  line_view line{port, vlan, port_mode(context_, bridge_, port), origin::port, {}, {}};
+  const identifier_kind circuit_id{&pppoeia_port_vlan_entry::cid_format, &line_inspector::circuit_id_format_,
+                                   &line_inspector::inserts_circuit_id_, true};
+  const identifier_kind remote_id{&pppoeia_port_vlan_entry::rid_format, &line_inspector::remote_id_format_,
+                                  &line_inspector::inserts_remote_id_, false};
+  line_view line;
+  line.port = port;
+  line.vlan = vlan;
+  line.cvid = cvid;
+  line.mode = port_mode(context_, bridge_, port);
+  line.vlan_enabled = number_answer(context_, row("pppoeia_bridge_vlan_get"), {bridge_, std::to_string(vlan)}) != 0;
   const std::optional<pppoeia_port_vlan_entry> entry = entry_of(context_, bridge_, line);
   // An id that means "no VLAN" by its low 12 bits takes the port's mode, though not the port's formats.
   if (entry && (vlan & 0x0fff) < no_vlan) {

@@ -1,13 +1,16 @@
 // pppoeiactl: the agent's command line.
 #include "tools/pppoeiactl/command.h"
 #include "tools/pppoeiactl/completion.h"
-#include "tools/pppoeiactl/config/initialise.h"
+#include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/reference.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <thread>
@@ -19,21 +22,29 @@ struct settings {
   double seconds = 5;
   double patience = 0;
   bool json = false;
-  bool go_on = false;
+  bool force = false;
+  bool help = false;
   std::string batch;
   double watch_seconds = 0;
   words command;
   bool completing = false;  // the last word of `command` is to be completed
 };
 
+void warning_print(const std::string& text)
+{
+  std::fprintf(stderr, "pppoeiactl: warning: %s\n", text.c_str());
+}
+
 exit_status run_batch(const context& context, const settings& given)
 {
   if (given.batch == "-")
-    return batch_run(context, std::cin, "standard input", given.go_on);
+    return batch_run(context, std::cin, "standard input", given.force);
+  if (std::filesystem::is_directory(given.batch))
+    throw command_error(exit_usage, "--batch: '" + given.batch + "' is a directory, no file of commands");
   std::ifstream file(given.batch);
   if (!file)
-    throw command_error(exit_usage, "cannot read " + given.batch);
-  return batch_run(context, file, given.batch, given.go_on);
+    throw command_error(exit_usage, "--batch: '" + given.batch + "': " + std::strerror(errno));
+  return batch_run(context, file, given.batch, given.force);
 }
 
 // Between two rounds of a watch. Always true: a signal ends the program.
@@ -57,7 +68,7 @@ void await_agent(agent_client::connection& agent, double seconds)
 exit_status run(settings given)
 {
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
-  const context context{agent, given.json};
+  const context context{agent, given.json, given.force ? decltype(context::warn)() : warning_print};
   await_agent(agent, given.patience);
   if (given.completing) {
     for (const std::string& word : completions(context, given.command))
@@ -65,12 +76,16 @@ exit_status run(settings given)
     return exit_done;
   }
   try {
+    if (given.help) {
+      help_run(context, {given.command, {}});
+      return exit_done;
+    }
     if (!given.batch.empty())
       return run_batch(context, given);
     if (given.command.empty())
       throw command_error(exit_usage, "no command; --help lists them");
-    if (given.go_on)
-      given.command = config::init_forced(given.command);
+    if (given.force)
+      given.command = command_forced(std::move(given.command));
     do {
       command_run(context, given.command);
     } while (given.watch_seconds > 0 && pause(given.watch_seconds));
@@ -80,9 +95,6 @@ exit_status run(settings given)
     return error.status();
   }
 }
-
-constexpr char exit_statuses[] = "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 "
-                                 "agent busy,\n7 something was found (check, diff), 8 not all is known (save).";
 
 [[noreturn]] void print_and_end(const std::string& text)
 {
@@ -97,7 +109,7 @@ struct program_option {
 };
 constexpr program_option program_options[] = {
     {"--socket", true}, {"-t", true},     {"--json", false}, {"--batch", true}, {"--force", false},
-    {"--watch", true},  {"--wait", true}, {"--help", false}, {"-h", false},
+    {"--watch", true},  {"--wait", true}, {"--help", false}, {"-h", false},     {"--version", false},
 };
 
 const program_option* program_option_find(std::string_view word)
@@ -153,18 +165,21 @@ int main(int argc, char** argv)
   app.add_flag("--json", given.json, "Print JSON");
   app.add_option("--batch", given.batch, "Run the commands of a file, one a line (-: standard input)")
       ->type_name("FILE");
-  app.add_flag("--force", given.go_on, "Go on after a failed line of a batch");
+  app.add_flag("--force", given.force, "Go on after a failed line of a batch; no warnings");
   app.add_option("--watch", given.watch_seconds, "Repeat the command at that pace")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.01, 86400.0));
   app.add_option("--wait", given.patience, "Wait up to that long for an agent to serve")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 86400.0));
+  app.set_help_flag();
+  app.add_flag("-h,--help", given.help, "Tell about the program; behind a command's words, about these");
+  app.set_version_flag("--version", "pppoeiactl " PROJECT_VERSION, "Tell the version");
   app.add_flag_callback("--man", [] { print_and_end(manual_page()); })->group("");
   app.add_flag_callback("--operations-table", [] { print_and_end(operations_table()); })->group("");
   app.get_formatter()->label("OPTIONS", "OPTIONS] COMMAND [ARGUMENT...");  // stands in brackets
   app.footer("A command and its arguments stand beside the options; behind -- nothing is taken for an option.\n\n" +
-             command_list() + exit_statuses);
+             help_text({}) + "\nExit status: " + exit_statuses);
   try {
     // The word to be completed is no option yet.
     const int last = given.completing ? std::max(argc - 1, 2) : argc;
@@ -176,5 +191,7 @@ int main(int argc, char** argv)
       return exit_usage;
     return app.exit(error) == 0 ? exit_done : exit_usage;
   }
+  if (given.help && given.command.empty())
+    print_and_end(app.help());
   return run(given);
 }

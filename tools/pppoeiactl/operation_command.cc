@@ -1,14 +1,15 @@
 #include "tools/pppoeiactl/operation_command.h"
 
 #include "tools/pppoeiactl/config/memory.h"
+#include "tools/pppoeiactl/given_words.h"
 #include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/warning.h"
 #include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstdio>
-#include <map>
 #include <optional>
 
 namespace {
@@ -32,37 +33,23 @@ void record_add(std::string& record, const std::string& part)
   record += (record.empty() ? "" : ",") + part;
 }
 
-options options_take(const words& inputs)
+// The usage is looked at where it matters only: batches have many lines.
+options options_take(const api::operation& operation, const words& inputs)
 {
-  options taken;
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    const std::string& word = inputs[i];
-    if (!word.starts_with("--")) {
-      taken.plain.push_back(word);
-      continue;
-    }
-    if (word == "--") {
-      taken.plain.insert(taken.plain.end(), inputs.begin() + static_cast<std::ptrdiff_t>(i) + 1, inputs.end());
-      break;
-    }
-    if (i + 1 == inputs.size())
-      throw command_error(exit_usage, word + " needs a value");
-    const std::string& value = inputs[++i];
-    if (word == "--type" || word == "--kind" || word == "--parent")
-      record_add(taken.record, word.substr(2) + "=" + agent_client::record_value(value));
-    else if (word == "--location")
+  const auto arguments = operation.arguments();
+  const auto wanted = static_cast<size_t>(std::ranges::count_if(arguments, is_written));
+  const auto like_option = [](const std::string& word) { return word.starts_with("--"); };
+  if (inputs.size() == wanted && std::ranges::none_of(inputs, like_option))
+    return {inputs, {}, {}};
+  const given_words given = given_words_parse(inputs, operation_usage(operation), operation_options(operation));
+  options taken{given.arguments, {}, given.value("--tty")};
+  for (const auto& [option, value] : given.options) {
+    if (option == "--location")
       record_add(taken.record, value);
-    else if (word == "--tty")
-      taken.tty = value;
-    else
-      throw command_error(exit_usage, "no such option: " + word);
+    else if (option != "--tty")
+      record_add(taken.record, option.substr(2) + "=" + agent_client::record_value(value));
   }
   return taken;
-}
-
-[[noreturn]] void usage_error(const api::operation& operation)
-{
-  throw command_error(exit_usage, "usage: " + operation_usage(operation));
 }
 
 // The inputs of all kinds in the operation's order, each checked.
@@ -74,19 +61,19 @@ words inputs_arrange(const api::operation& operation, const options& given, cons
     if (api::is_output(argument.what))
       continue;
     std::string text = argument.what == kind::tty ? tty : given.record;
-    if (is_written(argument)) {
-      if (next == given.plain.end())
-        usage_error(operation);
+    if (is_written(argument))
       text = *next++;
-    }
-    std::string why;
-    if (!agent_client::encode(argument, text, why))
-      throw command_error(exit_usage, why);
+    argument_check(argument, text);
     arranged.push_back(text);
   }
-  if (next != given.plain.end())
-    usage_error(operation);
   return arranged;
+}
+
+void warn(const context& context, const api::operation& operation, const words& arranged)
+{
+  if (context.warn)
+    for (const std::string& warning : warnings_of(operation, arranged))
+      context.warn(warning);
 }
 
 bool reports_to_terminal(const api::operation& operation)
@@ -105,7 +92,9 @@ void answer_print(const context& context, const api::operation& operation, const
 void report_run(const context& context, const api::operation& operation, const options& given)
 {
   report_terminal terminal;
-  context.demand(operation, inputs_arrange(operation, given, given.tty.value_or(terminal.path())));
+  const words arranged = inputs_arrange(operation, given, given.tty.value_or(terminal.path()));
+  warn(context, operation, arranged);
+  context.demand(operation, arranged);
   const std::string text = terminal.take();
   if (context.json && !given.tty) {
     report report;
@@ -127,20 +116,8 @@ void raw_call(const context& context, uint16_t id, const words& texts)
   const agent_client::answer answer = context.agent.call(id, std::move(buffers));
   context.demand_arrival(answer);
   if (!answer.ok())
-    throw command_error(exit_refused,
-                        "the agent did not take the request (status " + std::to_string(answer.status) + ")");
-}
-
-// Rows by their command words, joined by blanks: a batch looks one up for each of its lines.
-const std::map<std::string, const api::operation*, std::less<>>& rows_by_command()
-{
-  static const auto rows = [] {
-    std::map<std::string, const api::operation*, std::less<>> by_command;
-    for (const api::operation& operation : api::operations)
-      by_command.emplace(operation.command, &operation);
-    return by_command;
-  }();
-  return rows;
+    throw command_error(exit_refused, "call " + std::to_string(id) + ": the agent has no such operation (status " +
+                                          std::to_string(answer.status) + ")");
 }
 
 }  // namespace
@@ -150,41 +127,25 @@ bool is_written(const api::argument& argument)
   return !api::is_output(argument.what) && argument.what != kind::tty && !is_record(argument.what);
 }
 
-const api::operation* operation_of(const words& line, words& rest)
-{
-  constexpr size_t command_words_max = 3;
-  const api::operation* best = nullptr;
-  size_t best_length = 0;
-  std::string joined;
-  for (size_t length = 1; length <= std::min(command_words_max, line.size()); ++length) {
-    joined += (length > 1 ? " " : "") + line[length - 1];
-    if (const auto at = rows_by_command().find(joined); at != rows_by_command().end()) {
-      best = at->second;
-      best_length = length;
-    }
-  }
-  rest.assign(line.begin() + static_cast<std::ptrdiff_t>(best_length), line.end());
-  return best;
-}
-
 words operation_inputs(const api::operation& operation, const words& line)
 {
-  return inputs_arrange(operation, options_take(line), "");
+  return inputs_arrange(operation, options_take(operation, line), "");
 }
 
 void operation_run(const context& context, const api::operation& operation, const words& inputs)
 {
-  const options given = options_take(inputs);
+  const options given = options_take(operation, inputs);
   if (reports_to_terminal(operation)) {
     report_run(context, operation, given);
     return;
   }
   const words arranged = inputs_arrange(operation, given, "");
+  warn(context, operation, arranged);
   config::memory_note note(context, operation, arranged);
   const agent_client::answer answer = context.ask(operation, arranged);
   note.answered(answer.result == 0);
   if (answer.result != 0)
-    throw command_error(exit_refused, agent_client::error_text(operation.name, answer.result));
+    context.refuse(operation, arranged, answer.result);
   answer_print(context, operation, answer);
 }
 
@@ -196,18 +157,39 @@ std::string report_of(const context& context, const api::operation& operation, w
   return terminal.take();
 }
 
-void call_run(const context& context, const words& line)
+uint16_t call_id_parse(const words& line)
 {
   unsigned id = 0;
-  const std::string text = line.empty() ? "" : line[0];
+  if (line.empty())
+    throw command_error(exit_usage, "call: ID is missing (usage: call ID [ARG...])");
+  const std::string& text = line[0];
   if (std::from_chars(text.data(), text.data() + text.size(), id).ptr != text.data() + text.size() || text.empty() ||
       id > UINT16_MAX)
-    throw command_error(exit_usage, "usage: call ID ARG...");
+    throw command_error(exit_usage, "call: '" + text + "' is no number from 0 to 65535");
+  return static_cast<uint16_t>(id);
+}
+
+void call_run(const context& context, const words& line)
+{
+  const uint16_t id = call_id_parse(line);
   const words rest(line.begin() + 1, line.end());
   if (id < api::operations.size())
     operation_run(context, api::operations[id], rest);
   else
-    raw_call(context, static_cast<uint16_t>(id), rest);
+    raw_call(context, id, rest);
+}
+
+std::string_view operation_options(const api::operation& operation)
+{
+  for (const api::argument& argument : operation.arguments()) {
+    if (argument.what == kind::port_info)
+      return "--type= --kind= --parent= --location=";
+    if (argument.what == kind::name_update)
+      return "--location=";
+    if (argument.what == kind::tty)
+      return "--tty=";
+  }
+  return {};
 }
 
 std::string operation_usage(const api::operation& operation)

@@ -4,9 +4,6 @@
 
 #include "tools/pppoeiactl/context.h"
 
-// The operation whose command words begin the line, the longest one, and the rest of the line; null for none.
-const api::operation* operation_of(const words& line, words& rest);
-
 // Whether a person writes the argument as a word of its own.
 bool is_written(const api::argument& argument);
 
@@ -24,7 +21,13 @@ std::string report_of(const context& context, const api::operation& operation, w
 // "call ID ARG...": inputs in order, as `operation_run` takes them; of an id that has no operation, texts.
 void call_run(const context& context, const words& line);
 
+// The id there. Throws for what is none.
+uint16_t call_id_parse(const words& line);
+
 // "bridge vlan set BRIDGE VLAN ENABLE": the command with its inputs.
 std::string operation_usage(const api::operation& operation);
+
+// The options that stand in it, "=" behind each that takes a value.
+std::string_view operation_options(const api::operation& operation);
 
 #endif

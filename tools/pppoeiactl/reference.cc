@@ -1,6 +1,6 @@
 #include "tools/pppoeiactl/reference.h"
 
-#include "tools/pppoeiactl/command.h"
+#include "tools/pppoeiactl/help.h"
 
 #include "pppoeia/api_table.h"
 
@@ -60,6 +60,19 @@ std::string man_text(std::string_view text)
   return escaped;
 }
 
+// Values, default and example.
+std::string man_facts(const command_row& command)
+{
+  const command_facts facts = command_facts_of(command);
+  std::string text;
+  for (const auto& [name, what] : facts.values)
+    if (name != "BRIDGE" && name != "PORT")
+      text += ".br\n" + man_text(name) + ": " + man_text(what) + ".\n";
+  if (!facts.default_value.empty())
+    text += ".br\nDefault: " + man_text(facts.default_value) + ".\n";
+  return text + ".br\nExample: pppoeiactl " + man_text(command.example) + "\n";
+}
+
 constexpr char man_head[] = R"(.TH PPPOEIACTL 8
 .SH NAME
 pppoeiactl \- configure and query the PPPoE Intermediate Agent
@@ -93,14 +106,25 @@ Run the commands of a file, one a line; \- is standard input. Words are split at
 work as in a shell. The first error ends it and is reported with its line.
 .TP
 .B \-force
-Go on after a failed line.
+Go on after a failed line of a batch; do not warn of values that the agent takes though they mean nothing.
 .TP
 .BI \-\-watch " SECONDS"
 Repeat the command at that pace until interrupted.
 .TP
 .BI \-\-wait " SECONDS"
 Wait up to that long for an agent to serve, as after a start.
+.TP
+.B \-\-help
+Behind a command's words, about these: what they do, which values they take, their defaults, examples.
+.TP
+.B \-\-version
+Tell the version.
 .SH COMMANDS
+Words of commands may be cut short as long as they are clear:
+.B po tr s
+is
+.BR "port trust set" .
+.PP
 )";
 
 constexpr char man_tail[] = R"(.SH NOTES
@@ -113,13 +137,32 @@ at the same moment gets in the way.
 .B save \-\-no\-trial
 does without and reads less.
 .PP
+.B explain
+tells the identifiers that a frame of that port and VLAN will get, by the rules; what may differ from frame to frame
+(CVID, the second tag; CLNT_MAC, the client's address) is named.
+.BR "port\-vlan circuit\-id get" ,
+which the agent answers, has the VLAN of the bridge's last frame in mode ethernet, and its second tag in formats.
+.PP
 In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
-.SH EXIT STATUS
-0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent.
-.SH SEE ALSO
-.BR kvbridged (8)
+.PP
+.B check
+looks through a file of commands without an agent,
+.B diff
+prints the commands that would make the running agent the file's card, and
+.B apply
+runs them: the file says the whole card, and what is equal is not touched. What was done before a refusal is undone.
+Kinds of ports and the like, which no operation tells, are noted beside the socket, in
+.IR SOCKET .known .
+.PP
+.BR lines " and " monitor
+read the agent's status socket,
+.I /run/pppoeia/status
+or the path in the environment variable PPPOEIA_STATUS_SOCKET.
+.B monitor \-\-pcap
+writes a capture file (pcapng; \- is standard output) with each frame as it came and as it left, and what was done as a
+comment. A monitor that is slower than the frames tells on standard error how many it has lost.
 )";
 
 }  // namespace
@@ -140,7 +183,7 @@ std::string operations_table()
 std::string manual_page()
 {
   std::string page = man_head;
-  for (const command_help& command : command_helps())
-    page += ".TP\n.B " + man_text(command.usage) + "\n" + man_text(command.summary) + ".\n";
-  return page + man_tail;
+  for (const command_row& command : command_table())
+    page += ".TP\n.B " + man_text(command.usage) + "\n" + man_text(command.summary) + ".\n" + man_facts(command);
+  return page + man_tail + ".SH EXIT STATUS\n" + man_text(exit_statuses) + "\n.SH SEE ALSO\n.BR kvbridged (8)\n";
 }

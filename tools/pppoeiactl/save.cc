@@ -84,13 +84,9 @@ card card_of(const context& context, const words& bridges, bool with_trial)
 
 }  // namespace
 
-void save_run(const context& context, const words& line)
+void save_run(const context& context, const given_words& given)
 {
-  words bridges = line;
-  const bool with_trial = std::erase(bridges, "--no-trial") == 0;
-  if (std::ranges::any_of(bridges, [](const std::string& word) { return word.starts_with("--"); }))
-    throw command_error(exit_usage, std::string("usage: ") + save_usage);
-  card found = card_of(context, bridges, with_trial);
+  card found = card_of(context, given.arguments, !given.has("--no-trial"));
   const words unknown = unknown_of(found);
   complete(found);
   std::string file = head;
@@ -110,5 +106,5 @@ void save_run(const context& context, const words& line)
   for (const std::string& what : unknown)
     names += (names.empty() ? "" : "; ") + what;
   if (!unknown.empty())
-    throw command_error(exit_incomplete, "not known of the agent: " + names);
+    throw command_error(exit_incomplete, "save: not known of the agent: " + names);
 }

@@ -6,11 +6,12 @@
 #ifndef TOOLS_PPPOEIACTL_SAVE_H
 #define TOOLS_PPPOEIACTL_SAVE_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/given_words.h"
 
 inline constexpr char save_usage[] = "save [--no-trial] [BRIDGE...]";
+inline constexpr char save_options[] = "--no-trial";
 
 // Prints the file; with --json as a text. "--no-trial" leaves the test operations alone.
-void save_run(const context& context, const words& line);
+void save_run(const context& context, const given_words& given);
 
 #endif

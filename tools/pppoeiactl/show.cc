@@ -85,14 +85,9 @@ void gather(const context& context, report& into, std::span<const std::string_vi
     if (answer.result == 1)
       continue;
     if (answer.result != 0)
-      throw command_error(exit_refused, agent_client::error_text(operation.name, answer.result));
+      context.refuse(operation, inputs, answer.result);
     into.add(operation, answer, [&](std::string_view key) { return show_key(operation, key); });
   }
-}
-
-uint32_t port_parse(const std::string& text)
-{
-  return static_cast<uint32_t>(number_word_parse(text, UINT32_MAX, "port id"));
 }
 
 }  // namespace
@@ -135,7 +130,7 @@ std::vector<report> show_port_vlans(const context& context, const std::string& b
 namespace {
 
 // "1-4,7"
-std::string ranges_text(const std::vector<uint16_t>& ids)
+std::string vlans_text(const std::vector<uint16_t>& ids)
 {
   std::string text;
   for (size_t i = 0; i < ids.size();) {
@@ -153,7 +148,7 @@ std::string ranges_text(const std::vector<uint16_t>& ids)
 void add_vlans(const context& context, report& to, const std::string& bridge)
 {
   const std::vector<uint16_t> ids = vlans_of(context, bridge);
-  to.add_list("vlans", ids, ranges_text(ids));
+  to.add_list("vlans", ids, vlans_text(ids));
 }
 
 std::vector<report> show_bridges(const context& context)
@@ -231,31 +226,36 @@ void show_all(const context& context, const words& bridges)
     print_json(json);
 }
 
-void show_vlans(const context& context, const std::string& bridge)
+}  // namespace
+
+void show_all_run(const context& context, const given_words& given)
+{
+  show_all(context, given.arguments.empty() ? bridges_of(context) : given.arguments);
+}
+
+void show_bridge_run(const context& context, const given_words& given)
+{
+  if (given.arguments.empty())
+    return print_all(context, show_bridges(context));
+  show_bridge(context, given.arguments[0]).print(context);
+}
+
+void show_vlan_run(const context& context, const given_words& given)
 {
   report report;
-  add_vlans(context, report, bridge);
+  add_vlans(context, report, given.arguments[0]);
   report.print(context);
 }
 
-}  // namespace
-
-void show_run(const context& context, const words& line)
+void show_port_run(const context& context, const given_words& given)
 {
-  const std::string what = line.empty() ? "all" : line[0];
-  if (what == "all")
-    return show_all(context, line.size() > 1 ? words(line.begin() + 1, line.end()) : bridges_of(context));
-  if (what == "bridge" && line.size() == 1)
-    return print_all(context, show_bridges(context));
-  if (what == "bridge" && line.size() == 2)
-    return show_bridge(context, line[1]).print(context);
-  if (what == "vlan" && line.size() == 2)
-    return show_vlans(context, line[1]);
-  if (what == "port" && line.size() == 3)
-    return show_port(context, line[1], port_parse(line[2])).print(context);
-  if (what == "port" && line.size() == 2)
-    return print_all(context, show_ports(context, line[1]));
-  if (what == "port-vlan" && line.size() == 3)
-    return print_all(context, show_port_vlans(context, line[1], port_parse(line[2])));
-  throw command_error(exit_usage, "usage: " + std::string(show_usage));
+  const words& line = given.arguments;
+  if (line.size() == 1)
+    return print_all(context, show_ports(context, line[0]));
+  show_port(context, line[0], port_word_parse(line[1])).print(context);
+}
+
+void show_port_vlan_run(const context& context, const given_words& given)
+{
+  print_all(context, show_port_vlans(context, given.arguments[0], port_word_parse(given.arguments[1])));
 }

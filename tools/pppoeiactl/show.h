@@ -2,10 +2,8 @@
 #ifndef TOOLS_PPPOEIACTL_SHOW_H
 #define TOOLS_PPPOEIACTL_SHOW_H
 
+#include "tools/pppoeiactl/given_words.h"
 #include "tools/pppoeiactl/report.h"
-
-inline constexpr char show_usage[] =
-    "show [all [BRIDGE...]] | bridge [BRIDGE] | vlan BRIDGE | port BRIDGE [PORT] | port-vlan BRIDGE PORT";
 
 report show_node(const context& context);
 report show_bridge(const context& context, const std::string& bridge);
@@ -14,7 +12,13 @@ report show_port(const context& context, const std::string& bridge, uint32_t por
 // The port's entries, ascending by VLAN.
 std::vector<report> show_port_vlans(const context& context, const std::string& bridge, uint32_t port);
 
-// Prints what `show_usage` says: one of them alone, or everything, each bridge with its ports and their entries.
-void show_run(const context& context, const words& line);
+// Everything, each bridge with its ports and their entries.
+void show_all_run(const context& context, const given_words& given);
+
+// One of them or all.
+void show_bridge_run(const context& context, const given_words& given);
+void show_vlan_run(const context& context, const given_words& given);
+void show_port_run(const context& context, const given_words& given);
+void show_port_vlan_run(const context& context, const given_words& given);
 
 #endif

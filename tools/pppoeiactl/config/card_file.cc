@@ -1,6 +1,9 @@
 #include "tools/pppoeiactl/config/card_file.h"
 
+#include "tools/pppoeiactl/command.h"
+#include "tools/pppoeiactl/config/apply.h"
 #include "tools/pppoeiactl/config/card_builder.h"
+#include "tools/pppoeiactl/format_set.h"
 #include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
 
@@ -15,41 +18,33 @@
 namespace config {
 namespace {
 
-// Commands that ask, and others that leave nothing behind.
-constexpr std::string_view other_commands[] = {"show",           "save",         "explain",
-                                               "format explain", "format check", "format test"};
+// An operation with the words behind its own.
+using called = std::pair<const api::operation*, words>;
 
-bool is_other_command(const words& line)
+called called_by_id(const words& line)
 {
-  const std::string two = line.size() > 1 ? line[0] + " " + line[1] : line[0];
-  return std::ranges::find(other_commands, line[0]) != std::end(other_commands) ||
-         std::ranges::find(other_commands, two) != std::end(other_commands);
+  const uint16_t id = call_id_parse(line);
+  if (id >= api::operations.size())
+    throw command_error(exit_usage, "call " + line[0] + ": the agent has no such operation");
+  return {&api::operations[id], {line.begin() + 1, line.end()}};
 }
 
-// The operation that a line calls, its inputs in `rest`; null for a command that is none.
-const api::operation* declared_operation(const words& line, words& rest)
+// What a line calls on the agent; nothing where it only asks.
+std::vector<called> calls_of(const words& line)
 {
-  if (line[0] == "init" || line[0] == "fini") {
-    rest.assign(line.begin() + 1, line.end());
-    if (std::erase(rest, "--force") > 0 || rest.empty())
-      return &(line[0] == "init" ? row("pppoeia_init") : row("pppoeia_fini"));
-    throw command_error(exit_usage, "usage: " + line[0]);
-  }
-  if (const api::operation* operation = operation_of(line, rest))
-    return operation;
-  if (is_other_command(line))
-    return nullptr;
-  if (line[0] == "call" && line.size() > 1) {
-    rest.assign(line.begin() + 2, line.end());
-    const std::optional<int64_t> id = agent_client::number_parse({api::kind::u16, "id", 2, {}}, line[1]);
-    if (id && static_cast<size_t>(*id) < api::operations.size())
-      return &api::operations[static_cast<size_t>(*id)];
-  }
-  throw command_error(exit_usage, "no such command: " + line[0]);
+  const auto [row, rest] = command_find(line);
+  if (!row.run)
+    return {row.operation ? called{row.operation, rest} : called_by_id(rest)};
+  const given_words given = given_words_parse(rest, row.usage, row.options);
+  if (row.run == apply_run)
+    throw command_error(exit_usage, "apply: not in a file that is a card itself");
+  if (row.run == format_set_run)
+    return format_set_calls(given);
+  return row.operation ? std::vector<called>{{row.operation, given.arguments}} : std::vector<called>{};
 }
 
-// Commands that read or only count, which a file of today may hold.
-bool sets_nothing(const api::operation& operation)
+// Operations that read or only count, which a file of today may hold.
+bool only_asks(const api::operation& operation)
 {
   return operation.name.ends_with("_get") || operation.name.ends_with("_reset");
 }
@@ -77,15 +72,24 @@ private:
   {
     if (line.empty())
       return;
-    words rest;
-    const api::operation* operation = declared_operation(line, rest);
-    const bool done = operation && builder_.run(*operation, operation_inputs(*operation, rest), notes);
-    if (!done && !(operation && sets_nothing(*operation)))
+    const std::vector<called> calls = calls_of(line);
+    bool lasts = false;
+    for (const auto& [operation, rest] : calls)
+      lasts = call(number, *operation, operation_inputs(*operation, rest), notes) || only_asks(*operation) || lasts;
+    if (!lasts)
       notes.push_back("sets nothing that lasts: no part of a card, left out");
-    if (done && operation->name == "pppoeia_bridge_add")
+  }
+
+  // False for an operation that sets nothing.
+  bool call(size_t number, const api::operation& operation, const words& inputs, words& notes)
+  {
+    if (!builder_.run(operation, inputs, notes))
+      return false;
+    if (operation.name == "pppoeia_bridge_add")
       into_.bridge_lines[builder_.named().bridge] = number;
-    if (done && builder_.named().port_is_new)
+    if (builder_.named().port_is_new)
       into_.port_lines[{builder_.named().bridge, builder_.named().port}] = number;
+    return true;
   }
 
   card_file& into_;
@@ -135,7 +139,7 @@ void demand_usable(const card_file& file, const std::string& name)
     if (found.error)
       std::fprintf(stderr, "%s\n", finding_text(name, found).c_str());
   if (!file.usable())
-    throw command_error(exit_usage, "'" + name + "' is not applied: nothing was changed");
+    throw command_error(exit_usage, "'" + name + "': nothing was changed ('check' tells its warnings too)");
 }
 
 }  // namespace config

@@ -3,19 +3,15 @@
 #ifndef TOOLS_PPPOEIACTL_CONFIG_INITIALISE_H
 #define TOOLS_PPPOEIACTL_CONFIG_INITIALISE_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/given_words.h"
 
 namespace config {
 
 inline constexpr char init_usage[] = "init [--force]";
+inline constexpr char init_options[] = "--force";
 
 // Refuses on an agent that is initialised, unless "--force" stands behind it.
-void init_run(const context& context, const words& line);
-
-// The command, with "--force" behind it where it is init: the program's own option of that name goes to it.
-words init_forced(words command);
-
-bool is_initialised(const context& context);
+void init_run(const context& context, const given_words& given);
 
 }  // namespace config
 
