@@ -89,7 +89,7 @@ Print JSON. Lists are always arrays. A text stands as valid UTF-8, bytes above 1
 number, and beside it its bytes in hexadecimal under the same name with _hex behind it.
 .TP
 .BI \-batch " FILE"
-Run the commands of a file, one a line; \- is standard input. Words are split at blanks; quotes, backslash, \exNN and #
+Run the commands of a file, one a line, on an agent that has just started; \- is standard input. Words are split at blanks; quotes, backslash, \exNN and #
 work as in a shell. The first error ends it and is reported with its line.
 .TP
 .B \-force
@@ -107,17 +107,56 @@ constexpr char man_tail[] = R"(.SH NOTES
 No operation lists bridges. Commands that want them all look under the names of this host's kernel bridges and network
 devices, and under br0 to br99.
 .PP
-.BR save ", " explain ", " "format check" " and, on a line, " "format explain"
+.BR explain ", " "format check" " and, on a line, " "format explain"
 expand formats through the agent's test operations. Their test data are put back afterwards; somebody who tries formats
 at the same moment gets in the way.
-.B save \-\-no\-trial
+.PP
+.BR save ", " diff " and " apply
+give each port an entry for a VLAN above 4095 for a moment, which no frame can have, to read what only macros tell.
+.B \-\-no\-trial
 does without and reads less.
+.SH CARDS
+A file of commands, as for
+.BR \-batch ,
+stands for the card that they make of an agent that has just started.
+.B check
+looks for mistakes in it,
+.B diff
+prints the commands that would make the running agent this card, and
+.B apply
+runs them: only what differs, in an order that opens no window, removals last. What the file does not name has its
+default; ports, VLANs, entries and bridges that it does not name go, unless
+.B \-\-keep
+is given. A file with a mistake changes nothing; what was done before a refusal is undone.
+.PP
+.B apply \-\-confirm
+.I SECONDS
+goes back by itself unless
+.B confirm
+follows. A process of its own waits for that. It outlives the terminal; when it is killed itself, the new card stays.
+.PP
+What no operation tells (a port's kind and those parts of its location that its type does not use, a bridge's number of
+slots) is noted in
+.IR SOCKET .known
+when it is set, for that run of the agent. What is not known
+.B save
+names, and ends with 8;
+.B apply
+takes it to be as the file says, or with
+.B \-\-renew
+adds such ports again.
+.PP
+.B init
+refuses on an agent that is initialised;
+.B init \-\-force
+leaves its bridges running out of reach.
 .PP
 In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
 .SH EXIT STATUS
-0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent.
+0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent,
+7 something was found (check: warnings only; diff: differences), 8 not all is known (save).
 .SH SEE ALSO
 .BR kvbridged (8)
 )";
