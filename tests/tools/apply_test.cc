@@ -122,6 +122,17 @@ port state set br0 2 subscriber
   EXPECT_THAT(commands_of(applied(agent, other)), ElementsAre());
 }
 
+TEST(Apply, AddsABridgeAgainForItsSlots)
+{
+  running_agent agent;
+  ASSERT_EQ(applied(agent, small_card).status, 0);
+  std::string other = small_card;
+  other.replace(other.find("br0 10"), 6, "br0 20");
+  EXPECT_THAT(commands_of(applied(agent, other)), testing::IsSupersetOf({"bridge del br0", "bridge add br0 20"}));
+  EXPECT_THAT(agent.told({"save"}), HasSubstr("bridge add br0 20\n"));
+  EXPECT_THAT(commands_of(applied(agent, other)), ElementsAre());
+}
+
 // The kernel has br0 to br15.
 TEST(Apply, UndoesWhatWasDoneBeforeARefusal)
 {
