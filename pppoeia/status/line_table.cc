@@ -155,11 +155,30 @@ line_table::slot_number line_table::victim(uint32_t port) const
 }
 
 // Seconds (of 2^30 ns) in the lower bits: 34 years.
+uint32_t line_table::worth_of(line_state state, uint64_t now_ns)
+{
+  const uint32_t rank = state == line_state::ended ? 1 : state == line_state::up ? 3 : 2;
+  return rank << 30 | static_cast<uint32_t>(now_ns >> 30 & 0x3fffffff);
+}
+
 void line_table::worth_set(slot_number slot, uint64_t now_ns)
 {
-  const line_state state = entries_[slot].state.own();
-  const uint32_t rank = state == line_state::ended ? 1 : state == line_state::up ? 3 : 2;
-  worth_[slot] = rank << 30 | static_cast<uint32_t>(now_ns >> 30 & 0x3fffffff);
+  worth_[slot] = worth_of(entries_[slot].state.own(), now_ns);
+}
+
+// A client that repeats its PADI within the second is counted; what it says was read a moment ago.
+bool line_table::is_repeated(const_bytes sent, const frame_result& result, uint64_t now_ns)
+{
+  if (result.code != pppoe::padi || result.what != fate::tag_inserted)
+    return false;
+  const slot_number slot = of_client(result.port, result.vid, mac_at(sent, kernel_header::size + 6));
+  if (slot == 0 || entries_[slot].state.own() != line_state::discovering ||
+      worth_[slot] != worth_of(line_state::discovering, now_ns))
+    return false;
+  entry& line = entries_[slot];
+  line.seen_ns.set(now_ns);
+  line.retries.set(line.retries.own() + 1);
+  return true;
 }
 
 // Room for one more line of this node; for the sake of an ended one of this bridge, where that is found soon.
@@ -398,6 +417,8 @@ void line_table::learn(const frame_record& record, const frame_result& result, u
   if (!asks(result.code) && (!server_code || dropped))
     return;
   const const_bytes sent{record.data, dropped ? record.received : std::min(result.length, record.capacity)};
+  if (is_repeated(sent, result, now_ns))
+    return;
   const size_t ethertype = result.ethertype;
   heard frame{.now_ns = now_ns,
               .port = result.port,

@@ -87,6 +87,8 @@ private:
   slot_number make(uint32_t port, uint16_t vid, uint64_t client);
   slot_number waiting(const heard& frame);
   slot_number victim(uint32_t port) const;
+  static uint32_t worth_of(line_state state, uint64_t now_ns);
+  bool is_repeated(const_bytes sent, const frame_result& result, uint64_t now_ns);
   void worth_set(slot_number slot, uint64_t now_ns);
   bool take_from_node();
   void unlink(slot_number slot);
