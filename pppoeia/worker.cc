@@ -12,7 +12,8 @@
 // In a storm the worker is quicker than the frames come: it would sleep after every few and be woken for the next, at
 // the cost of the core that delivers them. So it naps instead, and finds a batch when it looks again.
 //
-// What became of the frames is told (status/bridge_status.h) when they have left and the mutex is free again.
+// What became of a frame is told (status/bridge_status.h) while its bytes are still at hand: after a send the processor
+// would have to fetch them again.
 #include "pppoeia/worker.h"
 
 #include "base/ending_signals.h"
@@ -86,26 +87,21 @@ public:
   // Processes the first `count` records in turn and sends those that go on. The bridge's mutex is held.
   void serve(unsigned count, frame_services& services, uint64_t at_ns)
   {
+    bridge_status* const status = status_of(bridge_);
     unsigned out = 0;
     for (unsigned i = 0; i < count; ++i) {
-      results_[i] = process(record(i), services, at_ns);
-      if (results_[i].length > 0)
-        send_[out++] = {slot(i), results_[i].length};
+      const frame_record view{slot(i), received_[i].length, static_cast<uint32_t>(stride_)};
+      const uint32_t length =
+          (status ? process(*status, view, services, at_ns) : frame_process(bridge_, view, services)).length;
+      if (length > 0)
+        send_[out++] = {slot(i), length};
     }
     if (out > 0)
       sent(kernel->send(bridge_.sock, send_, out));
-  }
-
-  // Tells what became of the first `count` records. They are as they were sent.
-  void tell(unsigned count, uint64_t at_ns)
-  {
-    bridge_status* status = status_of(bridge_);
-    if (!status)
-      return;
-    status->batches.add();
-    status->records.add(count);
-    for (unsigned i = 0; i < count; ++i)
-      status->frame_done(record(i), results_[i], at_ns);
+    if (status) {
+      status->batches.add();
+      status->records.add(count);
+    }
   }
 
   // Makes the first `count` slots zero again, as far as they were written.
@@ -119,22 +115,20 @@ public:
 
 private:
   unsigned char* slot(unsigned i) { return bridge_.frame_buffer + i * stride_; }
-  frame_record record(unsigned i) { return {slot(i), received_[i].length, static_cast<uint32_t>(stride_)}; }
 
-  frame_result process(const frame_record& record, frame_services& services, uint64_t at_ns)
+  frame_result process(bridge_status& status, const frame_record& record, frame_services& services, uint64_t at_ns)
   {
-    bridge_status* status = status_of(bridge_);
-    if (status && status->monitor.watched()) {
-      status->monitor.came(record);
-      const frame_result result = frame_process(bridge_, record, services);
-      status->monitor.left(record, result, at_ns);
-      return result;
-    }
-    if (!status || !status->samples())
-      return frame_process(bridge_, record, services);
-    const uint64_t before = now_ns();
+    const bool watched = status.monitor.watched();
+    if (watched)
+      status.monitor.came(record);
+    const bool timed = status.samples();
+    const uint64_t before = timed ? now_ns() : 0;
     const frame_result result = frame_process(bridge_, record, services);
-    status->path.add(now_ns() - before);
+    if (timed)
+      status.path.add(now_ns() - before);
+    status.frame_done(record, result, at_ns);
+    if (watched)
+      status.monitor.left(record, result, at_ns);
     return result;
   }
 
@@ -151,7 +145,6 @@ private:
   size_t stride_;
   kernel_record received_[kernel_batch_max];
   kernel_record send_[kernel_batch_max];
-  frame_result results_[kernel_batch_max];
 };
 
 // What the worker tells of itself, however little comes: that it is there, and once a second how its queue stands.
@@ -203,7 +196,6 @@ unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, fram
     return 0;
   }
   device.received();
-  records.tell(static_cast<unsigned>(count), at_ns);
   records.clean(static_cast<unsigned>(count));
   step_back(bridge);
   return static_cast<unsigned>(count);

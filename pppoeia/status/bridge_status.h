@@ -1,7 +1,7 @@
 // What one bridge tells of itself beside its operations: extended counters, the last frames that were dropped.
 //
-// The worker writes, after the frames have left and without the bridge's mutex; readers never hold it up. A reader owns
-// a share, so that a bridge may be deleted while it is read about.
+// The worker writes and waits for nobody; readers never hold it up. A reader owns a share, so that a bridge may be
+// deleted while it is read about.
 #ifndef PPPOEIA_STATUS_BRIDGE_STATUS_H
 #define PPPOEIA_STATUS_BRIDGE_STATUS_H
 

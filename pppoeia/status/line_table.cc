@@ -124,7 +124,7 @@ void tags_note(Heard& frame, const tag_area& tags, size_t own_vendor_tag)
 line_table::line_table(uint32_t ports, line_limits limits)
     : ports_(ports), per_port_(std::clamp(limits.node / std::max(ports, 1u), 1u, std::max(limits.port, 1u))),
       node_most_(limits.node), bucket_shift_(static_cast<unsigned>(64 - std::bit_width(slots() | 1))),
-      entries_(slots() + 1), keys_(slots() + 1), seen_(slots() + 1), next_(slots() + 1),
+      entries_(slots() + 1), keys_(slots() + 1), worth_(slots() + 1), next_(slots() + 1),
       by_client_(size_t{1} << (64 - bucket_shift_))
 {}
 
@@ -146,18 +146,39 @@ line_table::slot_number line_table::of_client(uint32_t port, uint16_t vid, uint6
 // The place of the port that is best given up; a free one, if there is one.
 line_table::slot_number line_table::victim(uint32_t port) const
 {
-  const auto worth = [&](slot_number slot) {
-    if (keys_[slot] == 0)
-      return std::pair(0, 0u);
-    const line_state state = entries_[slot].state.own();
-    return std::pair(state == line_state::ended ? 1 : state == line_state::up ? 3 : 2, seen_[slot]);
-  };
   const slot_number first = (port - 1) * per_port_ + 1;
   slot_number least = first;
   for (slot_number slot = first + 1; slot < first + per_port_; ++slot)
-    if (worth(slot) < worth(least))
+    if (worth_[slot] < worth_[least])
       least = slot;
   return least;
+}
+
+// Seconds (of 2^30 ns) in the lower bits: 34 years.
+uint32_t line_table::worth_of(line_state state, uint64_t now_ns)
+{
+  const uint32_t rank = state == line_state::ended ? 1 : state == line_state::up ? 3 : 2;
+  return rank << 30 | static_cast<uint32_t>(now_ns >> 30 & 0x3fffffff);
+}
+
+void line_table::worth_set(slot_number slot, uint64_t now_ns)
+{
+  worth_[slot] = worth_of(entries_[slot].state.own(), now_ns);
+}
+
+// A client that repeats its PADI within the second is counted; what it says was read a moment ago.
+bool line_table::is_repeated(const_bytes sent, const frame_result& result, uint64_t now_ns)
+{
+  if (result.code != pppoe::padi || result.what != fate::tag_inserted)
+    return false;
+  const slot_number slot = of_client(result.port, result.vid, mac_at(sent, kernel_header::size + 6));
+  if (slot == 0 || entries_[slot].state.own() != line_state::discovering ||
+      worth_[slot] != worth_of(line_state::discovering, now_ns))
+    return false;
+  entry& line = entries_[slot];
+  line.seen_ns.set(now_ns);
+  line.retries.set(line.retries.own() + 1);
+  return true;
 }
 
 // Room for one more line of this node; for the sake of an ended one of this bridge, where that is found soon.
@@ -177,6 +198,7 @@ bool line_table::take_from_node()
     unlink(slot);
     count_change(line_state::ended, -1);
     keys_[slot] = 0;
+    worth_[slot] = 0;
     entries_[slot].used.set(0);
     replaced_.add();
     return true;
@@ -305,7 +327,6 @@ void line_table::from_client(const heard& frame)
     slot = make(frame.port, frame.vid, client);
   if (slot == 0)
     return;
-  seen_[slot] = static_cast<uint32_t>(frame.now_ns >> 30);
   entry& line = entries_[slot];
   line.changes.begin();
   line.used.set(1);
@@ -320,6 +341,7 @@ void line_table::from_client(const heard& frame)
     line.last_drop.set(frame.what);
   }
   line.changes.end();
+  worth_set(slot, frame.now_ns);
 }
 
 void line_table::server_says(entry& line, const heard& frame)
@@ -348,8 +370,9 @@ void line_table::server_says(entry& line, const heard& frame)
   line.error_text.set({});
 }
 
-void line_table::ended(entry& line, const heard& frame, bool by_client)
+void line_table::ended(slot_number slot, const heard& frame, bool by_client)
 {
+  entry& line = entries_[slot];
   line.changes.begin();
   line.seen_ns.set(frame.now_ns);
   line.padt_ns.set(frame.now_ns);
@@ -360,12 +383,13 @@ void line_table::ended(entry& line, const heard& frame, bool by_client)
     line.error_text.set(frame.error_text);
   }
   line.changes.end();
+  worth_set(slot, frame.now_ns);
 }
 
 void line_table::client_ends(const heard& frame)
 {
   if (const slot_number own = of_client(frame.port, frame.vid, frame.from); own != 0 && ends_session(own, frame))
-    ended(entries_[own], frame, true);
+    ended(own, frame, true);
 }
 
 void line_table::from_server(const heard& frame)
@@ -373,14 +397,14 @@ void line_table::from_server(const heard& frame)
   const slot_number slot = waiting(frame);
   if (slot == 0)
     return;
-  seen_[slot] = static_cast<uint32_t>(frame.now_ns >> 30);
-  entry& line = entries_[slot];
   if (frame.code == pppoe::padt)
-    return ended(line, frame, false);
+    return ended(slot, frame, false);
+  entry& line = entries_[slot];
   line.changes.begin();
   line.seen_ns.set(frame.now_ns);
   server_says(line, frame);
   line.changes.end();
+  worth_set(slot, frame.now_ns);
 }
 
 void line_table::learn(const frame_record& record, const frame_result& result, uint64_t now_ns)
@@ -393,6 +417,8 @@ void line_table::learn(const frame_record& record, const frame_result& result, u
   if (!asks(result.code) && (!server_code || dropped))
     return;
   const const_bytes sent{record.data, dropped ? record.received : std::min(result.length, record.capacity)};
+  if (is_repeated(sent, result, now_ns))
+    return;
   const size_t ethertype = result.ethertype;
   heard frame{.now_ns = now_ns,
               .port = result.port,

@@ -87,6 +87,9 @@ private:
   slot_number make(uint32_t port, uint16_t vid, uint64_t client);
   slot_number waiting(const heard& frame);
   slot_number victim(uint32_t port) const;
+  static uint32_t worth_of(line_state state, uint64_t now_ns);
+  bool is_repeated(const_bytes sent, const frame_result& result, uint64_t now_ns);
+  void worth_set(slot_number slot, uint64_t now_ns);
   bool take_from_node();
   void unlink(slot_number slot);
   void count_change(line_state state, int by);
@@ -96,7 +99,7 @@ private:
   void from_server(const heard& frame);
   void client_asks(entry& line, const heard& frame);
   void server_says(entry& line, const heard& frame);
-  void ended(entry& line, const heard& frame, bool by_client);
+  void ended(slot_number slot, const heard& frame, bool by_client);
   bool ends_session(slot_number slot, const heard& frame) const;
   bool expects(slot_number slot, const heard& frame) const;
 
@@ -108,9 +111,9 @@ private:
   uint32_t made_ = 0;  // lines there are
   zeroed<entry> entries_;
   // Beside the entries, so that a search touches little memory; worker only.
-  zeroed<uint64_t> keys_;  // client, VLAN; 0: no line
-  zeroed<uint32_t> seen_;  // in units of 2^30 ns
-  zeroed<uint32_t> next_;  // of the same bucket
+  zeroed<uint64_t> keys_;   // client, VLAN; 0: no line
+  zeroed<uint32_t> worth_;  // the least is given up first: 0 for no line, else state and when it was last heard
+  zeroed<uint32_t> next_;   // of the same bucket
   zeroed<uint32_t> by_client_;
   shared<uint32_t> counts_[line_state_count];
   tally replaced_;

@@ -47,12 +47,11 @@ public:
   void set(const_bytes value)
   {
     const size_t length = std::min(value.size(), Most);
-    uint64_t packed[count] = {length};
-    if (length > 0)
-      std::memcpy(reinterpret_cast<unsigned char*>(packed) + 1, value.data(), length);
-    for (size_t i = 0; i <= length / 8; ++i)  // what stood behind is not looked at
-      if (words_[i].own() != packed[i])
-        words_[i].set(packed[i]);
+    const size_t first = std::min<size_t>(length, sizeof(uint64_t) - 1);
+    word_set(0, word_of(value.data(), first) << 8 | length);
+    size_t word = 1;
+    for (size_t done = first; done < length; done += sizeof(uint64_t))
+      word_set(word++, word_of(value.data() + done, std::min(length - done, sizeof(uint64_t))));
   }
   std::string get() const
   {
@@ -66,6 +65,22 @@ public:
 private:
   static_assert(std::endian::native == std::endian::little, "the length stands in the first byte");
   static constexpr size_t count = (1 + Most + 7) / 8;
+
+  static uint64_t word_of(const unsigned char* from, size_t size)
+  {
+    uint64_t word = 0;
+    if (size == sizeof word)
+      std::memcpy(&word, from, sizeof word);
+    else if (size > 0)
+      std::memcpy(&word, from, size);
+    return word;
+  }
+  // What stands there already is mostly the same.
+  void word_set(size_t word, uint64_t value)
+  {
+    if (words_[word].own() != value)
+      words_[word].set(value);
+  }
   shared<uint64_t> words_[count];
 };
 

@@ -81,6 +81,8 @@ const fate_case cases[] = {
     {fate::no_own_address, 1, {.tags = {long_service}}},
 };
 
+static_assert(std::size(cases) == fate_count, "each fate has a case");
+
 class Fates : public testing::TestWithParam<fate_case> {
 protected:
   Fates()

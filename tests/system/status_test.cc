@@ -20,13 +20,11 @@ using testing::HasSubstr;
 
 constexpr char socket_path[] = "/run/pppoeia/status";
 
-class StatusTest : public node_test {
+class StatusTest : public device_node_test {
 protected:
   void SetUp() override
   {
-    node_test::SetUp();
-    if (!IsSkipped() && !has_devices())
-      GTEST_SKIP() << "needs FUSE and TAP devices";
+    device_node_test::SetUp();
     if (IsSkipped())
       return;
     static const int cabled =
