@@ -2,6 +2,7 @@
 
 option(PPPOEIA_BUILD_TESTS "Build the tests and replay the fuzz corpora as tests" ON)
 option(PPPOEIA_BUILD_BENCHMARKS "Build the benchmarks" ON)
+option(PPPOEIA_STATUS "Tell what became of frames; without, to measure what that costs" ON)
 option(PPPOEIA_WARNINGS_AS_ERRORS "Stop the build at a warning" OFF)
 set(PPPOEIA_SANITIZE "" CACHE STRING "Sanitizers for all targets: empty, 'address,undefined' or 'thread'")
 option(PPPOEIA_LIBFUZZER "Build the fuzz targets with libFuzzer (needs clang); otherwise they replay their corpus" OFF)

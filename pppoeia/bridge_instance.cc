@@ -17,6 +17,7 @@
 #include "pppoeia/log.h"
 #include "pppoeia/operation.h"
 #include "pppoeia/pseudo_device.h"
+#include "pppoeia/status/bridge_status.h"
 #include "pppoeia/text.h"
 #include "pppoeia/worker.h"
 
@@ -48,6 +49,7 @@ pppoeia_bridge* record_allocate(uint32_t ports, size_t& size)
 // Frees the record, everything it owns in memory, and its mutex. Safe on a half-made record whose mutex exists.
 void record_free(pppoeia_bridge* bridge)
 {
+  bridge_statuses::close(bridge->status);
   for (uint32_t slot = 0; slot <= bridge->ports; ++slot)
     list_free(bridge->port[slot].port_vlans);
   list_free(bridge->vlans);
@@ -173,6 +175,7 @@ int instance_start(pppoeia_bridge& bridge, uint16_t stag_ethertype)
   if (const int rc = buffer_allocate(bridge))
     return rc;
   defaults_fill(bridge, stag_ethertype);
+  bridge.status = bridge_statuses::open(bridge.name, bridge.ports);
   return worker_start(bridge);
 }
 

@@ -4,6 +4,8 @@
 #include "pppoeia/passage.h"
 #include "pppoeia/vsa.h"
 
+#include <optional>
+
 std::atomic<uint32_t> pppoeia_frame_adjust{0};
 
 namespace {
@@ -28,7 +30,7 @@ bool vlan_check_applies(const pppoeia_port& port)
 
 bool port_set(passage& at)
 {
-  const auto id = host_at<uint16_t>(at.all(), kernel_header::input_port);  // a cut field goes on with zeros
+  const uint16_t id = at.result.port;
   at.port = port_find(at.bridge, id);
   if (!at.port) {
     pppoeia_log(log_debug, "<%s> >> Input device '%.16s', %d not found.", at.bridge.name, at.input_device(), id);
@@ -52,24 +54,26 @@ bool vlan_enabled(const passage& at)
   return false;
 }
 
-// Takes the PPPoE header apart. False when this is no discovery frame, or one longer than the record.
-bool discovery_set(passage& at, size_t ethertype)
+// Takes the PPPoE header apart. The reason to drop it, if this is no discovery frame or one longer than the record.
+std::optional<fate> discovery_set(passage& at, size_t ethertype)
 {
   if (const uint16_t type = be16_at(at.all(), ethertype); type != pppoe::ethertype_discovery) {
     pppoeia_log(log_debug, "<%s> >> 0x%04x is not an PPPoE Discovery EtherType.", at.bridge.name, type);
-    return false;
+    return fate::not_discovery;
   }
   at.pppoe = discovery_parse(at.all(), ethertype);
+  at.result.code = at.pppoe.code;
   if (at.debug)
     frame_log_discovery(at.bridge, at.all(), at.pppoe);
   if (at.pppoe.end() > at.record.received) {
     at.log_misfit();
     at.count(&pppoeia_stats::malformed);
-    return false;
+    return fate::payload_past_end;
   }
+  at.result.ethertype = static_cast<uint32_t>(ethertype);
   if (at.debug)
     tags_log(at.bridge, at.tags());
-  return true;
+  return std::nullopt;
 }
 
 bool client_code(uint8_t code)
@@ -129,13 +133,13 @@ uint32_t pppoeia_stats::*counter_of(uint8_t code)
 }
 
 // What an accepted and counted frame becomes.
-verdict frame_edit(passage& at)
+fate frame_edit(passage& at)
 {
   if (server_code(at.pppoe.code))
     return vsa_of_server_frame(at);
   if (client_code(at.pppoe.code))
     return vsa_of_client_frame(at);
-  return verdict::forward;
+  return fate::unedited;
 }
 
 void log_forwarding(const passage& at)
@@ -149,25 +153,33 @@ void log_forwarding(const passage& at)
   tags_log(at.bridge, {leaving, at.pppoe.first_tag(), at.pppoe.first_tag() + lengths.payload});
 }
 
-// Role, trust, count and edit of a discovery frame that fits. The number of bytes to send.
-uint32_t discovery_serve(passage& at)
+frame_result drop_counted(passage& at, fate why)
 {
+  at.count(&pppoeia_stats::dropped);
+  return at.ends(why, 0);
+}
+
+// Role, trust, count and edit of a discovery frame that fits.
+frame_result discovery_serve(passage& at)
+{
+  at.result.of_subscriber = at.port->state == 0 || at.port->state == 1;
   if (at.port->state == 0) {
     pppoeia_log(log_debug, "<%s> >> PPPoE is disabled on '%.16s'. Forwarding unchanged.", at.bridge.name,
                 at.input_device());
     at.count(&pppoeia_stats::unchanged);
-    return at.record.received;
+    return at.ends(fate::port_disabled, at.record.received);
   }
-  if (!role_allows(at) || !vsa_allowed(at)) {
-    at.count(&pppoeia_stats::dropped);
-    return 0;
-  }
+  if (!role_allows(at))
+    return drop_counted(at, fate::role);
+  if (!vsa_allowed(at))
+    return drop_counted(at, fate::tag_untrusted);
   at.count(counter_of(at.pppoe.code));
-  if (frame_edit(at) == verdict::drop)
-    return 0;
+  const fate what = frame_edit(at);
+  if (class_of(what) == fate_class::dropped)
+    return at.ends(what, 0);
   if (at.debug)
     log_forwarding(at);
-  return at.lengths().record;
+  return at.ends(what, at.lengths().record);
 }
 
 bool record_well_formed(const pppoeia_bridge& bridge, const frame_record& record)
@@ -178,27 +190,30 @@ bool record_well_formed(const pppoeia_bridge& bridge, const frame_record& record
 
 }  // namespace
 
-uint32_t frame_process(pppoeia_bridge& bridge, const frame_record& record, frame_services& services)
+frame_result frame_process(pppoeia_bridge& bridge, const frame_record& record, frame_services& services)
 {
   passage at{bridge, record, services, log_enabled(log_debug)};
   frame_keep(bridge, at.all());
   bridge.rx_len = static_cast<int32_t>(record.received);
+  at.result.port = host_at<uint16_t>(at.all(), kernel_header::input_port);  // a cut field goes on with zeros
   if (!record_well_formed(bridge, record))
-    return 0;
+    return at.ends(fate::record_length, 0);
   bridge.frame_end = record.data + record.received;
   if (bridge.disabled.load(std::memory_order_relaxed))
-    return record.received;
+    return at.ends(fate::bridge_off, record.received);
   if (at.debug) {
     frame_log_received(bridge, at.all(), record.received);
     pppoeia_frame_dump(bridge, at.all(), record.received, ">>  ");
   }
   if (!port_set(at))
-    return 0;
+    return at.ends(fate::unknown_port, 0);
   const vlan_tags tags = vlan_tags_parse(at.all(), bridge.stag_ethertype);
   if (at.debug)
     frame_log_vlan_tags(bridge, tags);
-  at.vid = tags.vid();
+  at.vid = at.result.vid = tags.vid();
   if (!vlan_enabled(at))
-    return record.received;
-  return discovery_set(at, tags.ethertype) ? discovery_serve(at) : 0;
+    return at.ends(fate::vlan_not_enabled, record.received);
+  if (const std::optional<fate> why = discovery_set(at, tags.ethertype))
+    return at.ends(*why, 0);
+  return discovery_serve(at);
 }

@@ -9,6 +9,7 @@
 #ifndef PPPOEIA_FRAME_H
 #define PPPOEIA_FRAME_H
 
+#include "pppoeia/fate.h"
 #include "pppoeia/identifier.h"
 
 #include <atomic>
@@ -39,8 +40,19 @@ struct frame_services {
   identifier remote_id{};
 };
 
-// Processes one record. The number of bytes to send back, from the record's first, or 0 when it is dropped. The
-// bridge's mutex is held. Counts the frame in the bridge and the input port.
-uint32_t frame_process(pppoeia_bridge& bridge, const frame_record& record, frame_services& services);
+// What became of one record. Offsets are from its first byte; 0 for what the frame did not come to.
+struct frame_result {
+  uint32_t length = 0;  // bytes to send back, from the first; 0 when it is dropped
+  fate what = fate::record_length;
+  uint8_t code = 0;            // PPPoE code
+  bool of_subscriber = false;  // no server is behind the input port, or PPPoE is disabled there
+  uint16_t port = 0;           // input port as the kernel named it, whether there is one or not
+  uint16_t vid = 0;            // of the outermost VLAN tag
+  uint32_t ethertype = 0;      // of the discovery frame's EtherType field, once it is known to fit
+  uint32_t vendor_tag = 0;     // of the vendor tag that was put in
+};
+
+// Processes one record. The bridge's mutex is held. Counts the frame in the bridge and the input port.
+frame_result frame_process(pppoeia_bridge& bridge, const frame_record& record, frame_services& services);
 
 #endif

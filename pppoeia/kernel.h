@@ -23,6 +23,12 @@ struct send_refusals {
   uint32_t length;  // of the last one, bytes
 };
 
+// What a packet socket tells of its queue.
+struct packet_queue {
+  uint32_t lost;     // records that found no room since the last time
+  uint32_t waiting;  // in its mapped ring; 0 where there is none
+};
+
 class receive_ring;
 
 // Where a worker's records come from.
@@ -65,6 +71,7 @@ struct kernel_ops {
   // out. For one that is longer than the device's MTU lets out, the MTU is raised first: a record may be as long as the
   // largest frame that a bridge forwards and the kernel bridge's header in front of it.
   send_refusals (*send)(int fd, const kernel_record* records, unsigned count);
+  int (*queue_read)(const packet_source& source, packet_queue* queue);
 };
 
 // The functions in use. Points to kernel_linux unless a test replaced it before any bridge existed.

@@ -225,6 +225,16 @@ send_refusals send(int fd, const kernel_record* records, unsigned count)
   return refused;
 }
 
+int queue_read(const packet_source& source, packet_queue* queue)
+{
+  tpacket_stats since{};
+  socklen_t size = sizeof since;
+  const int rc = getsockopt(source.fd, SOL_PACKET, PACKET_STATISTICS, &since, &size);
+  if (rc == 0)
+    *queue = {since.tp_drops, source.ring ? source.ring->waiting() : 0};
+  return rc;
+}
+
 }  // namespace
 
 const kernel_ops kernel_linux = {
@@ -246,6 +256,7 @@ const kernel_ops kernel_linux = {
     .wait_readable = wait_readable,
     .receive = receive,
     .send = send,
+    .queue_read = queue_read,
 };
 
 const kernel_ops* kernel = &kernel_linux;

@@ -1,5 +1,5 @@
 // The agent's one log call. Everything goes to syslog with the prefix "[PPPoE]"; levels are syslog severities
-// (2 critical, 3 error, 4 warning, 6 informational, 7 debug).
+// (2 critical, 3 error, 4 warning, 5 notice, 6 informational, 7 debug).
 #ifndef PPPOEIA_LOG_H
 #define PPPOEIA_LOG_H
 
@@ -10,6 +10,7 @@ enum log_level : int32_t {
   log_critical = 2,
   log_error = 3,
   log_warning = 4,
+  log_notice = 5,
   log_info = 6,
   log_debug = 7,
 };

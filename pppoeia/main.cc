@@ -6,6 +6,7 @@
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/process.h"
 #include "pppoeia/records.h"
+#include "pppoeia/status/status_server.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -33,10 +34,12 @@ int main(int, char** argv)
     give_up("Error initializing IPPC.");
   if (kvStartIppcServer(&server) != 0)
     give_up("Error starting IPPC server.");
+  status_begin();
   pppoeia_log(log_info, "PPPoE IA API ready. Accepting IPPC connections.");
   process_wait_for_end();
   process_end_bound();
   pppoeia_requests_end();
+  status_end();
   if (pppoeia_globals.load())
     pppoeia_fini();
   pppoeia_log(log_info, "PPPoE IA process exiting.");

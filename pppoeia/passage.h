@@ -9,8 +9,6 @@
 #include "pppoeia/records.h"
 #include "pppoeia/vendor_tag.h"
 
-enum class verdict { drop, forward };
-
 struct passage {
   pppoeia_bridge& bridge;
   const frame_record& record;
@@ -20,6 +18,7 @@ struct passage {
   uint16_t vid = 0;              // of the outermost VLAN tag
   discovery pppoe{};
   size_t vsa = no_tag;  // offset of the first vendor tag
+  frame_result result{};
 
   bytes all() const { return {record.data, record.capacity}; }
   const_bytes received() const { return {record.data, record.received}; }
@@ -48,6 +47,14 @@ struct passage {
   {
     host_put<uint32_t>(all(), kernel_header::record_length, lengths.record);
     be16_put(all(), pppoe.ethertype + pppoe::payload_length, lengths.payload);
+  }
+
+  // The end of the frame's way: `length` bytes go back.
+  frame_result ends(fate what, uint32_t length)
+  {
+    result.what = what;
+    result.length = length;
+    return result;
   }
 
   void log_misfit() const { pppoeia_log(log_debug, "<%s>    PPPoE PDU doesn't fit into frame.", bridge.name); }

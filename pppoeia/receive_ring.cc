@@ -75,9 +75,14 @@ receive_ring::~receive_ring()
   munmap(memory_, size_);
 }
 
-tpacket2_hdr* receive_ring::front() const
+unsigned receive_ring::frames() const
 {
-  const size_t offset = size_t{front_ / frames_per_block} * block_size + size_t{front_ % frames_per_block} * frame_size;
+  return size_ / block_size * frames_per_block;
+}
+
+tpacket2_hdr* receive_ring::frame(unsigned index) const
+{
+  const size_t offset = size_t{index / frames_per_block} * block_size + size_t{index % frames_per_block} * frame_size;
   return reinterpret_cast<tpacket2_hdr*>(memory_ + offset);
 }
 
@@ -91,10 +96,21 @@ bool receive_ring::ready() const
   return front_status().load(std::memory_order_acquire) & TP_STATUS_USER;
 }
 
+unsigned receive_ring::waiting() const
+{
+  unsigned count = 0;
+  const auto waits = [&](unsigned index) {
+    return std::atomic_ref<uint32_t>(frame(index)->tp_status).load(std::memory_order_relaxed) & TP_STATUS_USER;
+  };
+  while (count < frames() && waits((front_ + count) % frames()))
+    ++count;
+  return count;
+}
+
 void receive_ring::release()
 {
   front_status().store(TP_STATUS_KERNEL, std::memory_order_release);
-  front_ = (front_ + 1) % (size_ / block_size * frames_per_block);
+  front_ = (front_ + 1) % frames();
 }
 
 // False for a record that is not there whole, since the socket had no room to keep it: it is lost, as any record is

@@ -32,6 +32,9 @@ public:
   // Whether a record waits.
   bool ready() const;
 
+  // How many wait.
+  unsigned waiting() const;
+
   // Takes the records that wait, at most `count`, each cut to the room that its `length` gives. Their number; or -1
   // when there is none, with errno EAGAIN, or with what the socket reports about its device.
   int take(kernel_record* records, unsigned count);
@@ -39,7 +42,9 @@ public:
 private:
   receive_ring(int fd, unsigned char* memory, unsigned size) : fd_(fd), memory_(memory), size_(size) {}
 
-  tpacket2_hdr* front() const;
+  unsigned frames() const;
+  tpacket2_hdr* frame(unsigned index) const;
+  tpacket2_hdr* front() const { return frame(front_); }
   std::atomic_ref<uint32_t> front_status() const;
   void release();
   bool copy_front(kernel_record& record) const;

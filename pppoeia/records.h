@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <pthread.h>
 
+class bridge_status;
 class receive_ring;
 
 // 4096 bits, one a VLAN id: bit `vid & 31` of word `vid >> 5`. Ids above 4095 count by their low 12 bits.
@@ -92,6 +93,7 @@ struct pppoeia_bridge {
   int32_t sock;                    // fixed until the worker has ended
   receive_ring* ring;              // of `sock`, or null; worker only while it runs
   int32_t ctl_fd;                  // worker only while it runs
+  bridge_status* status;           // what the worker tells, or null: it tells nothing; fixed until it has ended
   int32_t mtu;                     // fixed for life
   uint32_t max_pdu;
   unsigned char* frame_buffer;  // slots of the receive buffer (frame_buffers.h); fixed for life

@@ -7,32 +7,32 @@
 
 namespace {
 
-verdict vsa_remove(const passage& at)
+fate vsa_remove(const passage& at)
 {
   const tag_area tags = at.tags();
   const auto lengths = lengths_changed(at.lengths(), -static_cast<int64_t>(at.vsa_size()), tags.first);
   if (!lengths) {
     at.log_misfit();
-    return verdict::drop;
+    return fate::removal_misfit;
   }
   at.lengths_put(*lengths);
   vendor_tag_close_gap(at.bridge, tags, at.all(), at.vsa);
   pppoeia_log(log_debug, "<%s>    Removed VSA tag.", at.bridge.name);
-  return verdict::forward;
+  return fate::tag_removed;
 }
 
 }  // namespace
 
-verdict vsa_of_server_frame(const passage& at)
+fate vsa_of_server_frame(const passage& at)
 {
   if (at.vsa == no_tag) {
     pppoeia_log(log_debug, "<%s>    No VSA tag to remove.", at.bridge.name);
-    return verdict::forward;
+    return fate::tag_absent;
   }
   if (at.bridge.vsa_mode == 1)
     return vsa_remove(at);
   pppoeia_log(log_debug, "<%s>    VSA tag kept.", at.bridge.name);
-  return verdict::forward;
+  return fate::tag_kept;
 }
 
 namespace {
@@ -76,16 +76,17 @@ bool too_large(const passage& at, int64_t delta)
   return frame > at.bridge.max_pdu;
 }
 
-verdict answer_error(passage& at)
+fate answer_error(passage& at)
 {
   pppoeia_log(log_debug, "<%s>    MTU exceeded.", at.bridge.name);
-  return error_answer_make(at.bridge, at.record, at.pppoe, at.services) ? verdict::forward : verdict::drop;
+  return error_answer_make(at.bridge, at.record, at.pppoe, at.services) ? fate::error_answered : fate::no_own_address;
 }
 
 // What is to be inserted, and where.
 struct insertion {
   vendor_tag tag;
   size_t place;
+  bool replaces;
   size_t tail;    // where the bytes that will follow the tag begin now
   int64_t delta;  // growth of the frame in bytes
 };
@@ -108,10 +109,10 @@ vendor_tag tag_build(passage& at)
 
 insertion insertion_plan(passage& at)
 {
-  insertion plan{tag_build(at), at.vsa, 0, 0};
   const tag_area tags = at.tags();
   // A vendor tag that does not lie whole inside the payload is none whose place could be taken.
   const bool replaces = at.vsa != no_tag && tags.fits(at.vsa);
+  insertion plan{tag_build(at), at.vsa, replaces, 0, 0};
   if (!replaces)
     plan.place = vendor_tag_place(at.bridge, tags);
   plan.delta = static_cast<int64_t>(plan.tag.size()) - static_cast<int64_t>(replaces ? at.vsa_size() : 0);
@@ -149,16 +150,17 @@ void log_added(const passage& at, const vendor_tag& tag)
 
 }  // namespace
 
-verdict vsa_of_client_frame(passage& at)
+fate vsa_of_client_frame(passage& at)
 {
   const insertion plan = insertion_plan(at);
   if (too_large(at, plan.delta))
     return answer_error(at);
   if (!room_make(at, plan)) {
     at.log_misfit();
-    return verdict::drop;
+    return fate::insertion_misfit;
   }
   vendor_tag_write(plan.tag, at.all().subspan(plan.place));
+  at.result.vendor_tag = static_cast<uint32_t>(plan.place);
   log_added(at, plan.tag);
-  return verdict::forward;
+  return plan.replaces ? fate::tag_replaced : fate::tag_inserted;
 }

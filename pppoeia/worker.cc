@@ -11,6 +11,8 @@
 //
 // In a storm the worker is quicker than the frames come: it would sleep after every few and be woken for the next, at
 // the cost of the core that delivers them. So it naps instead, and finds a batch when it looks again.
+//
+// What became of the frames is told (status/bridge_status.h) when they have left and the mutex is free again.
 #include "pppoeia/worker.h"
 
 #include "base/ending_signals.h"
@@ -23,6 +25,7 @@
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 #include "pppoeia/refusal_log.h"
+#include "pppoeia/status/bridge_status.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -35,6 +38,17 @@
 namespace {
 
 constexpr int wait_ms = 10;
+
+uint64_t now_ns()
+{
+  return static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1));
+}
+
+// Where the worker tells what it does, or null: in a build without this, always.
+bridge_status* status_of(const pppoeia_bridge& bridge)
+{
+  return status_built ? bridge.status : nullptr;
+}
 
 void priority_raise(const pppoeia_bridge& bridge)
 {
@@ -70,16 +84,28 @@ public:
   }
 
   // Processes the first `count` records in turn and sends those that go on. The bridge's mutex is held.
-  void serve(unsigned count, frame_services& services)
+  void serve(unsigned count, frame_services& services, uint64_t at_ns)
   {
     unsigned out = 0;
     for (unsigned i = 0; i < count; ++i) {
-      const frame_record record{slot(i), received_[i].length, static_cast<uint32_t>(stride_)};
-      if (const uint32_t length = frame_process(bridge_, record, services))
-        send_[out++] = {slot(i), length};
+      results_[i] = process(record(i), services, at_ns);
+      if (results_[i].length > 0)
+        send_[out++] = {slot(i), results_[i].length};
     }
     if (out > 0)
-      refusals_.sent(kernel->send(bridge_.sock, send_, out));
+      sent(kernel->send(bridge_.sock, send_, out));
+  }
+
+  // Tells what became of the first `count` records. They are as they were sent.
+  void tell(unsigned count, uint64_t at_ns)
+  {
+    bridge_status* status = status_of(bridge_);
+    if (!status)
+      return;
+    status->batches.add();
+    status->records.add(count);
+    for (unsigned i = 0; i < count; ++i)
+      status->frame_done(record(i), results_[i], at_ns);
   }
 
   // Makes the first `count` slots zero again, as far as they were written.
@@ -93,6 +119,31 @@ public:
 
 private:
   unsigned char* slot(unsigned i) { return bridge_.frame_buffer + i * stride_; }
+  frame_record record(unsigned i) { return {slot(i), received_[i].length, static_cast<uint32_t>(stride_)}; }
+
+  frame_result process(const frame_record& record, frame_services& services, uint64_t at_ns)
+  {
+    bridge_status* status = status_of(bridge_);
+    if (status && status->monitor.watched()) {
+      status->monitor.came(record);
+      const frame_result result = frame_process(bridge_, record, services);
+      status->monitor.left(record, result, at_ns);
+      return result;
+    }
+    if (!status || !status->samples())
+      return frame_process(bridge_, record, services);
+    const uint64_t before = now_ns();
+    const frame_result result = frame_process(bridge_, record, services);
+    status->path.add(now_ns() - before);
+    return result;
+  }
+
+  void sent(const send_refusals& refusals)
+  {
+    refusals_.sent(refusals);
+    if (bridge_status* status = status_of(bridge_); status && refusals.count > 0)
+      status->send_failures.add(refusals.count);
+  }
 
   pppoeia_bridge& bridge_;
   refusal_log refusals_;
@@ -100,6 +151,34 @@ private:
   size_t stride_;
   kernel_record received_[kernel_batch_max];
   kernel_record send_[kernel_batch_max];
+  frame_result results_[kernel_batch_max];
+};
+
+// What the worker tells of itself, however little comes: that it is there, and once a second how its queue stands.
+class sign_of_life {
+public:
+  explicit sign_of_life(const pppoeia_bridge& bridge) : bridge_(bridge), status_(status_of(bridge)) {}
+
+  void given(uint64_t at_ns)
+  {
+    constexpr uint64_t second_ns = 1'000'000'000;
+    if (!status_)
+      return;
+    status_->alive_ns.set(at_ns);
+    if (at_ns - asked_ns_ < second_ns)
+      return;
+    asked_ns_ = at_ns;
+    packet_queue queue{};
+    if (kernel->queue_read({bridge_.sock, bridge_.ring}, &queue) < 0)
+      return;
+    status_->lost.add(queue.lost);
+    status_->queue_depth.set(queue.waiting);
+  }
+
+private:
+  const pppoeia_bridge& bridge_;
+  bridge_status* status_;
+  uint64_t asked_ns_ = 0;
 };
 
 // Lets everybody who waits for the bridge's mutex have it.
@@ -111,19 +190,20 @@ void step_back(pppoeia_bridge& bridge)
 
 // One batch of at most `most` records: the number of records in it.
 unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, frame_services& services,
-                     device_watch& device)
+                     device_watch& device, uint64_t at_ns)
 {
   pthread_mutex_lock(&bridge.mutex);
   const int count = records.receive(most);
   const int error = errno;
   if (count > 0)
-    records.serve(static_cast<unsigned>(count), services);
+    records.serve(static_cast<unsigned>(count), services, at_ns);
   pthread_mutex_unlock(&bridge.mutex);
   if (count <= 0) {
     device.failed(count < 0 ? error : 0);
     return 0;
   }
   device.received();
+  records.tell(static_cast<unsigned>(count), at_ns);
   records.clean(static_cast<unsigned>(count));
   step_back(bridge);
   return static_cast<unsigned>(count);
@@ -155,15 +235,21 @@ private:
 // What a wait found out.
 enum class found { nothing, after_waiting, at_once };
 
-found wait_for_records(const pppoeia_bridge& bridge)
+struct waited {
+  found what;
+  uint64_t until_ns;
+};
+
+waited wait_for_records(const pppoeia_bridge& bridge)
 {
   // A wait that finds something takes below a microsecond, one that sleeps and is woken several.
-  constexpr auto at_once_most = std::chrono::microseconds(2);
-  using clock = std::chrono::steady_clock;
-  const clock::time_point before = clock::now();
-  if (kernel->wait_readable({bridge.sock, bridge.ring}, wait_ms) != 1)
-    return found::nothing;
-  return clock::now() - before > at_once_most ? found::after_waiting : found::at_once;
+  constexpr uint64_t at_once_most_ns = 2'000;
+  const uint64_t before = now_ns();
+  const bool readable = kernel->wait_readable({bridge.sock, bridge.ring}, wait_ms) == 1;
+  const uint64_t after = now_ns();
+  if (!readable)
+    return {found::nothing, after};
+  return {after - before > at_once_most_ns ? found::after_waiting : found::at_once, after};
 }
 
 // Not waiting for anything, so that nobody has to wake it: some 70 us with the slack that timers have.
@@ -181,19 +267,24 @@ void frame_loop(pppoeia_bridge& bridge)
   frame_services services{identifiers, pppoeia_get_local_mac};
   device_watch device(bridge);
   restraint held;
+  sign_of_life sign(bridge);
   while (!bridge.stop) {
-    const found wait = wait_for_records(bridge);
-    if (wait == found::nothing) {
+    const waited wait = wait_for_records(bridge);
+    sign.given(wait.until_ns);
+    if (wait.what == found::nothing) {
       device.waited();
       continue;
     }
-    const unsigned most = wait == found::after_waiting ? 1 : records.slots();
-    unsigned count = serve_batch(bridge, records, most, services, device);
+    const unsigned most = wait.what == found::after_waiting ? 1 : records.slots();
+    unsigned count = serve_batch(bridge, records, most, services, device, wait.until_ns);
     held.gave(count);
     const bool storm = count >= storm_least;
     // A full batch says that more is waiting: no need to ask.
-    while (count == records.slots() && !bridge.stop)
-      count = serve_batch(bridge, records, records.slots(), services, device);
+    while (count == records.slots() && !bridge.stop) {
+      const uint64_t at_ns = now_ns();
+      sign.given(at_ns);
+      count = serve_batch(bridge, records, records.slots(), services, device, at_ns);
+    }
     if (storm)
       nap();
   }

@@ -12,6 +12,7 @@
 #include "pppoeia/dispatcher.h"
 #include "pppoeia/identifiers.h"
 #include "pppoeia/kernel.h"
+#include "pppoeia/status/bridge_status.h"
 #include "pppoeia/text.h"
 #include "pppoeia/worker.h"
 #include "tests/support/records_fixture.h"
@@ -97,6 +98,7 @@ measured run_worker(tap_load& tap, const char* format, const load_settings& sett
   text_copy(bridge->sysname, "node-17");
   bridge->sock = tap.packet_socket();
   bridge->ring = kernel_linux.ring_open(bridge->sock);
+  bridge->status = bridge_statuses::open("bench", settings.ports + 1);
   worker_thread_start(*bridge);
   settle(bridge->thread);
   std::atomic<bool> done{false};
@@ -118,6 +120,7 @@ measured run_worker(tap_load& tap, const char* format, const load_settings& sett
     beside.join();
   bridge->stop = 1;
   worker_thread_join(*bridge);
+  bridge_statuses::close(bridge->status);
   kernel_linux.ring_close(bridge->ring);
   kernel_linux.close(bridge->sock);
   return result;

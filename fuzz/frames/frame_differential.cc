@@ -218,8 +218,11 @@ model::outcome agent(const model::world& w, const model::bytes& record, model::b
   given_identifiers identifiers(w);
   frame_services services{identifiers, address_get};
   syslog_take();
-  const uint32_t length = frame_process(
-      *bridge, {buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(buffer.size())}, services);
+  const uint32_t length =
+      frame_process(*bridge,
+                    {buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(buffer.size())},
+                    services)
+          .length;
   model::outcome seen;
   seen.sent.assign(buffer.begin(), buffer.begin() + length);
   seen.counted = counted(bridge->stats);

@@ -1,7 +1,7 @@
 #include "platform/ippc/server.h"
 
 #include "base/ending_signals.h"
-#include "platform/ippc/listener.h"
+#include "base/listener.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -114,7 +114,7 @@ void server::watch(int fd, uint32_t events, int operation) const
 
 int server::start()
 {
-  listener_ = listener_open(path_);
+  listener_ = listener_open(path_, SOCK_SEQPACKET);
   if (listener_ < 0)
     return -1;
   poll_ = epoll_create1(EPOLL_CLOEXEC);

@@ -69,7 +69,7 @@ TEST(Classify, AFrameThatEndsInItsTagsIsHidden)
   frame_bytes frame = frame_head(everybody, host_address(1), {0x8100, 0x8100}, discovery_ethertype);
   EXPECT_EQ(classify(frame, own_stag).kind, frame_kind::discovery);
   for (frame.pop_back(); frame.size() >= ethernet_header; frame.pop_back())
-    EXPECT_EQ(classify(frame, own_stag).kind, frame_kind::hidden);
+    EXPECT_EQ(classify(frame_bytes(frame), own_stag).kind, frame_kind::hidden);  // a copy has no byte behind its end
 }
 
 TEST(Classify, DiscoveryBehindSnapIsHidden)
@@ -129,7 +129,10 @@ TEST(ErrorAnswer, GoesBackBehindTheSameTags)
 
 TEST(ErrorAnswer, OnlyForAWholeRequestOfAClient)
 {
-  const auto answered = [](const frame_bytes& frame) { return error_answer(frame, 12, host_address(9)).has_value(); };
+  const auto answered = [](const frame_bytes& frame) {
+    const frame_bytes alone(frame);  // no byte behind its end
+    return error_answer(alone, 12, host_address(9)).has_value();
+  };
   EXPECT_TRUE(answered(discovery_frame(0x09, everybody, host_address(1))));
   for (const int code : {0x07, 0x65, 0xa7, 0x00})
     EXPECT_FALSE(answered(discovery_frame(static_cast<unsigned char>(code), everybody, host_address(1))));

@@ -244,6 +244,7 @@ const kernel_ops functions = {
     .wait_readable = kernel_linux.wait_readable,
     .receive = kernel_linux.receive,
     .send = send_records,
+    .queue_read = kernel_linux.queue_read,
 };
 
 }  // namespace

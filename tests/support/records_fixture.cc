@@ -125,7 +125,7 @@ byte_string process(pppoeia_bridge& bridge, const byte_string& record, frame_ser
   byte_string buffer(bridge.buffer_size + frame_growth_max);
   std::copy(record.begin(), record.end(), buffer.begin());
   const frame_record view{buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(buffer.size())};
-  const uint32_t length = frame_process(bridge, view, services);
+  const uint32_t length = frame_process(bridge, view, services).length;
   return {buffer.begin(), buffer.begin() + length};
 }
 

@@ -200,6 +200,15 @@ TEST_F(Kvbridged, PlaceThatOthersCanChangeIsRefused)
   for (const std::string place : {"/run/own/link", "/run/own/theirs", "/run/own/full"})
     EXPECT_EQ(status_of("--tree " + place + " run --bridge br1"), 1) << place;
   EXPECT_FALSE(std::filesystem::exists("/run/own/full.lock"));
+  EXPECT_EQ(run("ln -s " + tree + " /run/own/other; ln -s " + tree + ".lock /run/own/other.lock").first, 0);
+  EXPECT_EQ(status_of("--tree /run/own/other exec -- true"), 1);
+}
+
+TEST_F(Kvbridged, FoldersAboveItsTreeAreMade)
+{
+  EXPECT_EQ(run("kvbridged --tree /run/deep/er/tree run --bridge br1 --port br1,1,subscriber,nosuch0"),
+            std::pair(1, std::string("kvbridged: no such interface: 'nosuch0'\n")));
+  EXPECT_EQ(run("stat -c %A /run/deep /run/deep/er; ls -A /run/deep/er").second, "drwxr-xr-x\ndrwxr-xr-x\n");
 }
 
 TEST_F(Kvbridged, ExitStatusesAreThoseOfTheManual)

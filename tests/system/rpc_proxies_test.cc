@@ -342,4 +342,29 @@ TEST_F(RpcProxies, ServeTheLibrarysTransportsToo)
   }
 }
 
+TEST_F(RpcProxies, TheCommandsEndAsTheirHelpTells)
+{
+  const std::pair<const char*, int> statuses[] = {{"bllmsg --help", 0},
+                                                  {"bllmsg --list", 0},
+                                                  {"bllmsg", 2},
+                                                  {"bllmsg --color x", 2},
+                                                  {"bllmsg -t 0 x", 2},
+                                                  {"bllmsg -t 86400 x", 2},
+                                                  {"bllmsg -t 86399 x", 0},
+                                                  {"bllmsg --tcp --tty /dev/null x y", 0},
+                                                  {"bllhost --help", 0},
+                                                  {"bllhost --color", 2},
+                                                  {"bllhost --allow-user nosuchuser", 2},
+                                                  {"bllhost --load /nonexistent", 2},
+                                                  {"bllhost --save /nonexistent/settings.xml", 2}};
+  for (const auto& [command, status] : statuses) {
+    const auto [ended, told] = run(command);
+    EXPECT_EQ(ended, status) << command << ": " << told;
+  }
+  EXPECT_EQ(messages, 2);
+  EXPECT_TRUE(own.stop(true));
+  pmap_unset(bllRpcProgram, bllRpcVersion);
+  EXPECT_EQ(run("ASAN_OPTIONS=detect_leaks=0 bllmsg -t 1 x").first, 3);  // the RPC library forgets what it looked up
+}
+
 }  // namespace

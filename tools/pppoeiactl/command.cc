@@ -9,6 +9,8 @@
 #include "tools/pppoeiactl/format_test.h"
 #include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/lines.h"
+#include "tools/pppoeiactl/monitor.h"
 #include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/save.h"
 #include "tools/pppoeiactl/show.h"
@@ -28,23 +30,15 @@ struct special {
   std::string_view example;
   std::string_view arguments = {};
   std::string_view options = {};
+  const api::operation* operation = nullptr;
 };
 
-void fini_run(const context& context, const given_words& given)
-{
-  operation_run(context, row("pppoeia_fini"), given.arguments);
-}
-
 constexpr special specials[] = {
-    {"init",
-     config::init_usage,
-     "Initialise the agent, which must not be initialised",
-     config::init_run,
-     "init",
-     {},
-     "--force"},
-    {"node init", "node init [--force]", "Initialise the agent", config::init_run, "node init", {}, "--force"},
-    {"fini", "fini", "Delete every bridge and end the agent's state", fini_run, "fini"},
+    {"init", config::init_usage, "Initialise the agent, which must not be initialised", config::init_run, "init", "",
+     config::init_options, &row("pppoeia_init")},
+    {"node init", "node init [--force]", row("pppoeia_init").summary, config::init_run, "node init --force", "",
+     config::init_options, &row("pppoeia_init")},
+    {"fini", "fini", "Delete every bridge and end the agent's state", nullptr, "fini", "", "", &row("pppoeia_fini")},
     {"show", "show", "Tell everything that the getters tell", show_all_run, "show"},
     {"show all", "show all [BRIDGE...]", "The same, of some bridges", show_all_run, "show all br0", "bridge..."},
     {"show bridge", "show bridge [BRIDGE]", "Tell a bridge's settings, or all bridges'", show_bridge_run,
@@ -66,24 +60,18 @@ constexpr special specials[] = {
     {"port-vlan show", "port-vlan show BRIDGE PORT", "Tell a port's VLAN entries", show_port_vlan_run,
      "port-vlan show br0 3", "bridge port"},
     {"check", config::check_usage, "Look for what is wrong in a file, without an agent", config::check_run,
-     "check card.conf"},
-    {"diff",
-     config::diff_usage,
-     "Print the commands that would make the running agent a file's card",
-     config::diff_run,
-     "diff card.conf",
-     {},
-     config::diff_options},
-    {"apply",
-     config::apply_usage,
-     "Make the running agent a file's card; touch nothing that is equal",
-     config::apply_run,
-     "apply --confirm 60 card.conf",
-     {},
-     config::apply_options_taken},
+     "check card.conf", "file"},
+    {"diff", config::diff_usage, "Print the commands that would make the running agent a file's card", config::diff_run,
+     "diff card.conf", "file", config::diff_options},
+    {"apply", config::apply_usage, "Make the running agent a file's card; touch nothing that is equal",
+     config::apply_run, "apply --confirm 60 card.conf", "file", config::apply_options},
     {"confirm", config::confirm_usage, "Let what \"apply --confirm\" did stay", config::confirm_run, "confirm"},
     {"save", save_usage, "Print a file that makes this configuration anew", save_run, "save br0", "bridge...",
      save_options},
+    {"lines", lines_usage, "Tell who is on which line, and how far each dial-in has come", lines_run,
+     "lines --client 02:11:22:aa:bb:cc", "bridge port", lines_options},
+    {"monitor", monitor_usage, "Tell of each frame as it passes: what was done with it, and why", monitor_run,
+     "monitor br0 3 --dropped", "bridge port", monitor_options},
     {"explain", explain_usage, "Tell how a line's identifiers come about", explain_run, "explain br0 3 100",
      "bridge port vlan cvid"},
     {"format explain", format_explain_usage, "Tell how a format is read, and its result on a line", format_explain_run,
@@ -105,7 +93,7 @@ command_row row_of(const special& own)
           std::string(own.usage),
           std::string(own.summary),
           std::string(own.example),
-          nullptr,
+          own.operation,
           own.run,
           own.arguments,
           own.options};
@@ -119,6 +107,7 @@ command_row row_of(const api::operation& operation)
   row.summary = operation.summary;
   row.example = operation_example(operation);
   row.operation = &operation;
+  row.options = operation_options(operation);
   return row;
 }
 
@@ -128,7 +117,7 @@ std::vector<command_row> table_make()
   for (const special& own : specials)
     rows.push_back(row_of(own));
   for (const api::operation& operation : api::operations)
-    if (std::ranges::find(rows, operation.command, &command_row::words) == rows.end())
+    if (std::ranges::find(specials, operation.command, &special::command) == std::end(specials))
       rows.push_back(row_of(operation));
   return rows;
 }
@@ -156,21 +145,32 @@ const command_words& all_command_words()
   return tree;
 }
 
+found_command command_find(const words& line)
+{
+  const command_words::found found = all_command_words().find(line);
+  return {command_table()[found.row], {line.begin() + static_cast<std::ptrdiff_t>(found.length), line.end()}};
+}
+
 void command_run(const context& context, const words& line)
 {
   if (line.empty())
     return;
   if (line.back() == "--help")
     return help_run(context, {{line.begin(), line.end() - 1}, {}});
-  const command_words::found found = all_command_words().find(line);
-  const command_row& row = command_table()[found.row];
-  const words rest(line.begin() + static_cast<std::ptrdiff_t>(found.length), line.end());
-  if (row.operation)
-    operation_run(context, *row.operation, rest);
-  else if (row.run)
+  const auto [row, rest] = command_find(line);
+  if (row.run)
     row.run(context, given_words_parse(rest, row.usage, row.options));
+  else if (row.operation)
+    operation_run(context, *row.operation, rest);
   else
     call_run(context, rest);
+}
+
+words command_forced(words line)
+{
+  if (line_split(command_find(line).row.options) == words{"--force"})
+    line.emplace_back("--force");
+  return line;
 }
 
 exit_status batch_run(const context& context, std::istream& lines, const std::string& name, bool go_on)

@@ -20,14 +20,15 @@ using command_function = void(const context& context, const given_words& given);
 
 // A command and all that the parser, the help, the completion and the manual page need to know of it.
 struct command_row {
-  std::string words;    // "format explain"
-  std::string usage;    // the same with arguments and options
-  std::string summary;  // what it does
-  std::string example;  // a whole command
-  const api::operation* operation = nullptr;
-  command_function* run = nullptr;  // of no operation; null for "call", which takes what an operation takes
+  std::string words;                          // "format explain"
+  std::string usage;                          // the same with arguments and options
+  std::string summary;                        // what it does
+  std::string example;                        // a whole command
+  const api::operation* operation = nullptr;  // that it is
+  command_function* run =
+      nullptr;  // null for an operation that is run as any, and for "call", which takes what one takes
   std::string_view arguments = {};  // of no operation: by the names that operations have for theirs, "bridge port..."
-  std::string_view options = {};    // of no operation: "--a --b=", with "=" behind those that take a value
+  std::string_view options = {};    // "--a --b=", with "=" behind those that take a value
 };
 
 // All commands: the special ones, then the operations in the order of their ids.
@@ -35,6 +36,16 @@ const std::vector<command_row>& command_table();
 
 // Their words; rows are places in the table.
 const command_words& all_command_words();
+
+// What a line calls and what stands behind its words. Throws for a line that calls nothing.
+struct found_command {
+  const command_row& row;
+  words rest;
+};
+found_command command_find(const words& line);
+
+// The line with the program's own "--force" behind it, where its command has an option of that name.
+words command_forced(words line);
 
 // The table as a text.
 std::string command_list();

@@ -15,13 +15,12 @@ constexpr std::string_view program_options = "--socket -t --json -batch -force -
 struct typed {
   words before;        // arguments in front of the word, options with their values left out
   std::string option;  // whose value the word is; empty for an argument
-  std::string word;    // what is there of it
 };
 
-typed typed_read(const words& arguments, const std::string& word, std::string_view options)
+typed typed_read(const words& arguments, std::string_view options)
 {
   const words known = line_split(options);
-  typed line{{}, {}, word};
+  typed line;
   for (const std::string& argument : arguments) {
     if (!line.option.empty())
       line.option.clear();
@@ -80,8 +79,7 @@ words existing(const context& context, std::string_view name, const words& befor
     return as_numbers(ports_of(context, name == "parent" ? before.front() : *bridge));
   words vlans;
   if (name == "vlan" && before.size() > 1)
-    for (const pppoeia_port_vlan_entry& entry : port_vlans_of(
-             context, *bridge, static_cast<uint32_t>(number_word_parse(before.back(), UINT32_MAX, "port id"))))
+    for (const pppoeia_port_vlan_entry& entry : port_vlans_of(context, *bridge, port_word_parse(before.back())))
       vlans.push_back(std::to_string(entry.vlan_id));
   return vlans;
 }
@@ -120,16 +118,13 @@ words after_operation(const context& context, const api::operation& operation, c
     return existing(context, "parent", line.before);
   if (!line.option.empty())
     return option_values(line.option);
-  return line.word.starts_with("-") ? option_words(operation_options(operation))
-                                    : argument_values(context, operation, line);
+  return argument_values(context, operation, line);
 }
 
 words after_own(const context& context, const command_row& command, const typed& line)
 {
   if (!line.option.empty())
     return line.option == "--port" ? existing(context, "port", line.before) : option_values(line.option);
-  if (line.word.starts_with("-"))
-    return option_words(command.options);
   const words arguments = line_split(command.arguments);
   if (arguments.empty())
     return {};
@@ -140,11 +135,10 @@ words after_own(const context& context, const command_row& command, const typed&
 
 words command_candidates(const context& context, const words& begin, const std::string& word)
 {
-  const command_words::found found = all_command_words().find(begin);
-  const command_row& command = command_table()[found.row];
-  const words rest(begin.begin() + static_cast<std::ptrdiff_t>(found.length), begin.end());
-  const std::string_view options = command.operation ? operation_options(*command.operation) : command.options;
-  const typed line = typed_read(rest, word, options);
+  const auto [command, rest] = command_find(begin);
+  const typed line = typed_read(rest, command.options);
+  if (line.option.empty() && word.starts_with("-"))
+    return option_words(command.options);
   return command.operation ? after_operation(context, *command.operation, line) : after_own(context, command, line);
 }
 

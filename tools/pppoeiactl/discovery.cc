@@ -62,6 +62,13 @@ bool port_exists(const context& context, const std::string& bridge, uint32_t id)
 
 }  // namespace
 
+// Removing a bridge that cannot be there changes nothing, and the answer tells an agent that is not initialised.
+bool is_initialised(const context& context)
+{
+  constexpr const char* no_name = "longer than a bridge's name";
+  return context.ask(row("pppoeia_bridge_del"), {no_name}).result != -ENXIO;
+}
+
 words bridges_of(const context& context)
 {
   words found;

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+bool is_initialised(const context& context);
+
 // Bridges that the agent knows, in order of their numbers. Looked for under the names that this host's kernel bridges
 // and network devices suggest, and br0 to br99.
 words bridges_of(const context& context);

@@ -10,8 +10,13 @@ enum exit_status : int {
   exit_time_out = 4,
   exit_busy = 5,           // the agent has no place for another connection
   exit_no_permission = 6,  // the agent's socket is not for this user
-  exit_found = 7,          // something was found: errors of identifiers, warnings, or differences
+  exit_findings = 7,       // something was found: by a check, or differences
   exit_incomplete = 8,     // not all of it can be told
 };
+
+// The same for people, in the help and on the manual page.
+inline constexpr char exit_statuses[] =
+    "0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 no connection left at the agent, 6 no "
+    "permission for the agent's socket, 7 something was found (check, diff, format check), 8 not all is known (save).";
 
 #endif

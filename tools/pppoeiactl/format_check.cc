@@ -274,5 +274,5 @@ void format_check_run(const context& context, const given_words& given)
   context.json ? print_json(checked) : print_text(checked);
   std::fflush(stdout);
   if (!checked.findings().empty())
-    throw command_error(exit_found, "format check " + given.arguments[0] + ": identifiers will make trouble");
+    throw command_error(exit_findings, "format check " + given.arguments[0] + ": identifiers will make trouble");
 }

@@ -7,7 +7,7 @@
 inline constexpr char format_check_usage[] = "format check BRIDGE";
 
 // Lines are the ports without a VLAN and their VLAN entries; ports on the network's side get no identifiers. Prints
-// one finding a cause with the lines that it concerns, or a JSON object with a list of them. Throws exit_found where
+// one finding a cause with the lines that it concerns, or a JSON object with a list of them. Throws exit_findings where
 // there are any.
 void format_check_run(const context& context, const given_words& given);
 

@@ -8,17 +8,12 @@ inline constexpr char format_set_usage[] =
     "format set BRIDGE PORT VLAN [--circuit-id FORMAT] [--remote-id FORMAT] [--mode MODE]";
 inline constexpr char format_set_options[] = "--circuit-id= --remote-id= --mode=";
 
-// An operation with its inputs.
-struct format_setting {
-  const api::operation* operation;
-  words inputs;
-};
+// What it calls, in order, each operation with the words behind its own. The mode comes first, custom where a Circuit
+// ID format is given and no mode: until the format is there too, the bridge's is in force and not none at all. Throws
+// where nothing is to be set.
+std::vector<std::pair<const api::operation*, words>> format_set_calls(const given_words& given);
 
-// What is to be called. The mode comes first, custom where a Circuit ID format is given and no mode: until the format
-// is there too, the bridge's is in force and not none at all. Throws where nothing is to be set, or a format is too
-// long.
-std::vector<format_setting> format_settings(const given_words& given);
-
+// Calls them. Throws where the agent refuses.
 void format_set_run(const context& context, const given_words& given);
 
 #endif

@@ -47,6 +47,7 @@ constexpr argument_note argument_notes[] = {
     {"value", "7", "a text"},
     {"id", "36", "0 to 88: the operation's number"},
     {"word", "bridge", "of a command"},
+    {"file", "card.conf", "commands as of a batch; -: standard input"},
 };
 
 // Words of sets whose last word is no good example.
@@ -71,6 +72,17 @@ constexpr option_note option_notes[] = {
      "available"},
     {"--circuit-id", "a format, at most 128 characters; of a VLAN entry 127"},
     {"--remote-id", "likewise"},
+    {"--force", "of init: an agent that is initialised too, whose bridges go on out of reach"},
+    {"--dry-run", "changes nothing, prints the commands"},
+    {"--confirm", "SECONDS, 0 to 86400: goes back after that time unless \"confirm\" follows"},
+    {"--keep", "takes nothing away that the file does not name"},
+    {"--renew", "removes and adds ports again of which not all is known"},
+    {"--no-trial", "leaves the test operations alone, and knows less"},
+    {"--client", "a MAC address: only of this client"},
+    {"--code", "PADI, PADO, PADR, PADS or PADT: only such frames"},
+    {"--dropped", "only frames that were dropped"},
+    {"--count", "ends after that many frames"},
+    {"--pcap", "a capture file to write; -: standard output"},
     {"--tty", "a device that the agent writes to instead of this terminal"},
 };
 
@@ -172,13 +184,13 @@ void add_options(command_facts& facts, std::string_view options)
   }
 }
 
-command_facts facts_of(const api::operation& operation)
+command_facts facts_of(const api::operation& operation, std::string_view options)
 {
   command_facts facts;
   for (const api::argument& argument : operation.arguments())
     if (is_written(argument))
       facts.values.emplace_back(upper(argument.name), what_it_takes(argument));
-  add_options(facts, operation_options(operation));
+  add_options(facts, options);
   const std::string_view setting = operation.command.substr(0, operation.command.rfind(' '));
   const auto* note = std::ranges::find(default_notes, setting, &default_note::setting);
   if (note != std::end(default_notes) && operation.command.ends_with(" set"))
@@ -219,7 +231,7 @@ std::string overview()
 command_facts command_facts_of(const command_row& row)
 {
   if (row.operation)
-    return facts_of(*row.operation);
+    return facts_of(*row.operation, row.options);
   command_facts facts;
   for (const std::string& argument : line_split(row.arguments))
     if (const argument_note* note = note_of(argument.substr(0, argument.find('.'))))

@@ -1,7 +1,6 @@
 // pppoeiactl: the agent's command line.
 #include "tools/pppoeiactl/command.h"
 #include "tools/pppoeiactl/completion.h"
-#include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/help.h"
 #include "tools/pppoeiactl/interactive.h"
 #include "tools/pppoeiactl/reference.h"
@@ -120,7 +119,7 @@ exit_status run(settings given)
     if (given.command.empty())
       throw command_error(exit_usage, "no command; --help lists them");
     if (given.force)
-      given.command = config::init_forced(given.command);
+      given.command = command_forced(std::move(given.command));
     if (given.watch_seconds > 0)
       watch_run(context, given.command, given.watch_seconds);
     command_run(context, given.command);
@@ -130,10 +129,6 @@ exit_status run(settings given)
     return error.status();
   }
 }
-
-constexpr char exit_statuses[] = "Exit status: 0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 "
-                                 "agent busy,\n6 no permission, 7 something was found (check, diff, format check), 8 "
-                                 "not all is known (save).";
 
 [[noreturn]] void print_and_end(const std::string& text)
 {
@@ -218,7 +213,7 @@ int main(int argc, char** argv)
   app.add_flag_callback("--operations-table", [] { print_and_end(operations_table()); })->group("");
   app.get_formatter()->label("OPTIONS", "OPTIONS] COMMAND [ARGUMENT...");  // stands in brackets
   app.footer("A command and its arguments stand beside the options; behind -- nothing is taken for an option.\n\n" +
-             help_text({}) + "\n" + exit_statuses);
+             help_text({}) + "\nExit status: " + exit_statuses);
   try {
     // The word to be completed is no option yet.
     const int last = given.completing ? std::max(argc - 1, 2) : argc;

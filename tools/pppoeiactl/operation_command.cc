@@ -69,6 +69,13 @@ words inputs_arrange(const api::operation& operation, const options& given, cons
   return arranged;
 }
 
+void warn(const context& context, const api::operation& operation, const words& arranged)
+{
+  if (context.warn)
+    for (const std::string& warning : warnings_of(operation, arranged))
+      context.warn(warning);
+}
+
 bool reports_to_terminal(const api::operation& operation)
 {
   return std::ranges::any_of(operation.arguments(), [](const api::argument& a) { return a.what == kind::tty; });
@@ -85,7 +92,9 @@ void answer_print(const context& context, const api::operation& operation, const
 void report_run(const context& context, const api::operation& operation, const options& given)
 {
   report_terminal terminal;
-  context.demand(operation, inputs_arrange(operation, given, given.tty.value_or(terminal.path())));
+  const words arranged = inputs_arrange(operation, given, given.tty.value_or(terminal.path()));
+  warn(context, operation, arranged);
+  context.demand(operation, arranged);
   const std::string text = terminal.take();
   if (context.json && !given.tty) {
     report report;
@@ -131,9 +140,7 @@ void operation_run(const context& context, const api::operation& operation, cons
     return;
   }
   const words arranged = inputs_arrange(operation, given, "");
-  if (context.warn)
-    for (const std::string& warning : warnings_of(operation, arranged))
-      context.warn(warning);
+  warn(context, operation, arranged);
   config::memory_note note(context, operation, arranged);
   const agent_client::answer answer = context.ask(operation, arranged);
   note.answered(answer.result == 0);
@@ -150,7 +157,7 @@ std::string report_of(const context& context, const api::operation& operation, w
   return terminal.take();
 }
 
-void call_run(const context& context, const words& line)
+uint16_t call_id_parse(const words& line)
 {
   unsigned id = 0;
   if (line.empty())
@@ -159,11 +166,17 @@ void call_run(const context& context, const words& line)
   if (std::from_chars(text.data(), text.data() + text.size(), id).ptr != text.data() + text.size() || text.empty() ||
       id > UINT16_MAX)
     throw command_error(exit_usage, "call: '" + text + "' is no number from 0 to 65535");
+  return static_cast<uint16_t>(id);
+}
+
+void call_run(const context& context, const words& line)
+{
+  const uint16_t id = call_id_parse(line);
   const words rest(line.begin() + 1, line.end());
   if (id < api::operations.size())
     operation_run(context, api::operations[id], rest);
   else
-    raw_call(context, static_cast<uint16_t>(id), rest);
+    raw_call(context, id, rest);
 }
 
 std::string_view operation_options(const api::operation& operation)

@@ -21,6 +21,9 @@ std::string report_of(const context& context, const api::operation& operation, w
 // "call ID ARG...": inputs in order, as `operation_run` takes them; of an id that has no operation, texts.
 void call_run(const context& context, const words& line);
 
+// The id there. Throws for what is none.
+uint16_t call_id_parse(const words& line);
+
 // "bridge vlan set BRIDGE VLAN ENABLE": the command with its inputs.
 std::string operation_usage(const api::operation& operation);
 

@@ -172,11 +172,23 @@ colours lines that dropped frames, on a terminal and unless NO_COLOR is set; the
 In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
-.SH EXIT STATUS
-0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time\-out, 5 no connection left at the agent, 6 no
-permission for the agent's socket, 7 something was found (check, diff, format check), 8 not all is known (save).
-.SH SEE ALSO
-.BR kvbridged (8)
+.PP
+.B check
+looks through a file of commands without an agent,
+.B diff
+prints the commands that would make the running agent the file's card, and
+.B apply
+runs them: the file says the whole card, and what is equal is not touched. What was done before a refusal is undone.
+Kinds of ports and the like, which no operation tells, are noted beside the socket, in
+.IR SOCKET .known .
+.PP
+.BR lines " and " monitor
+read the agent's status socket,
+.I /run/pppoeia/status
+or the path in the environment variable PPPOEIA_STATUS_SOCKET.
+.B monitor \-\-pcap
+writes a capture file (pcapng; \- is standard output) with each frame as it came and as it left, and what was done as a
+comment. A monitor that is slower than the frames tells on standard error how many it has lost.
 )";
 
 }  // namespace
@@ -206,5 +218,5 @@ std::string manual_page()
   std::string page = man_head;
   for (const command_row& command : command_table())
     page += ".TP\n.B " + man_text(command.usage) + "\n" + man_text(command.summary) + ".\n" + man_facts(command);
-  return page + man_tail;
+  return page + man_tail + ".SH EXIT STATUS\n" + man_text(exit_statuses) + "\n.SH SEE ALSO\n.BR kvbridged (8)\n";
 }

@@ -61,25 +61,18 @@ private:
   std::string not_valid() const;
   std::string not_made() const;
   std::string other(int32_t result) const;
-  bool initialised() const;
 
   const context& context_;
   const api::operation& operation_;
   const words& inputs_;
 };
 
-// A name longer than any bridge's: what refuses it shows whether there is an agent state to look it up in.
-bool refused_call::initialised() const
-{
-  return context_.ask(row("pppoeia_bridge_del"), {"no bridge has it"}).result != -ENXIO;
-}
-
 constexpr char not_initialised[] = "the agent is not initialised ('init' does it)";
 
 std::string refused_call::no_bridge() const
 {
   const std::string begin = "bridge " + bridge() + ": ";
-  if (!initialised())
+  if (!is_initialised(context_))
     return begin + not_initialised;
   std::string names;
   for (const std::string& name : bridges_of(context_))

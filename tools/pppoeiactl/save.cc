@@ -106,5 +106,5 @@ void save_run(const context& context, const given_words& given)
   for (const std::string& what : unknown)
     names += (names.empty() ? "" : "; ") + what;
   if (!unknown.empty())
-    throw command_error(exit_incomplete, "not known of the agent: " + names);
+    throw command_error(exit_incomplete, "save: not known of the agent: " + names);
 }

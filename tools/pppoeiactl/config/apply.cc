@@ -13,7 +13,7 @@
 namespace config {
 namespace {
 
-struct apply_options {
+struct apply_request {
   std::string file;
   plan_options plan;
   bool trial = true;
@@ -21,18 +21,18 @@ struct apply_options {
   std::optional<unsigned> confirm_seconds;
 };
 
-apply_options options_take(const given_words& given)
+apply_request request_of(const given_words& given)
 {
   constexpr uint64_t longest = 86400;
-  apply_options options;
-  options.file = given.arguments[0];
-  options.plan.keep = given.has("--keep");
-  options.plan.renew = given.has("--renew");
-  options.trial = !given.has("--no-trial");
-  options.dry_run = given.has("--dry-run");
+  apply_request request;
+  request.file = given.arguments[0];
+  request.plan.keep = given.has("--keep");
+  request.plan.renew = given.has("--renew");
+  request.trial = !given.has("--no-trial");
+  request.dry_run = given.has("--dry-run");
   if (const auto seconds = given.value("--confirm"))
-    options.confirm_seconds = static_cast<unsigned>(number_word_parse(*seconds, longest, "--confirm"));
-  return options;
+    request.confirm_seconds = static_cast<unsigned>(number_word_parse(*seconds, longest, "--confirm"));
+  return request;
 }
 
 // A file that makes no card at all is none to be applied: it would only take away.
@@ -41,13 +41,13 @@ card wanted_card(const std::string& name)
   card_file file = card_file_read(name);
   demand_usable(file, name);
   if (!file.wanted.initialised)
-    throw command_error(exit_usage, "'" + name + "' makes no card: it has no init (pppoeiactl fini ends the agent's)");
+    throw command_error(exit_usage, "'" + name + "': makes no card without 'init' ('fini' ends the agent's)");
   return std::move(file.wanted);
 }
 
-read_options reading(const apply_options& options, const card& wanted)
+read_options reading(const apply_request& request, const card& wanted)
 {
-  read_options read{.trial = options.trial, .names = {}};
+  read_options read{.trial = request.trial, .names = {}};
   for (const auto& [name, bridge] : wanted.bridges)
     read.names.insert(name);
   return read;
@@ -122,29 +122,31 @@ void card_change(const context& context, const plan& plan, const memory& memory,
 
 void diff_run(const context& context, const given_words& given)
 {
-  const apply_options options = options_take(given);
-  const card wanted = wanted_card(options.file);
-  const plan plan = plan_make(card_read(context, reading(options, wanted)), wanted, options.plan);
+  const apply_request request = request_of(given);
+  const card wanted = wanted_card(request.file);
+  const plan plan = plan_make(card_read(context, reading(request, wanted)), wanted, request.plan);
   print(context, plan, false);
   if (!plan.commands.empty())
-    throw command_error(exit_found, std::to_string(plan.commands.size()) + " commands would change the agent");
+    throw command_error(exit_findings, "diff " + request.file + ": " + std::to_string(plan.commands.size()) +
+                                           " commands would change the agent");
 }
 
 void apply_run(const context& context, const given_words& given)
 {
-  const apply_options options = options_take(given);
-  const card wanted = wanted_card(options.file);
+  const apply_request request = request_of(given);
+  const card wanted = wanted_card(request.file);
   memory memory(context.agent.socket());
-  if (!options.dry_run && !memory.lock())
-    throw command_error(exit_refused, "another apply is under way, or waits for its confirmation");
-  const read_options read = reading(options, wanted);
+  if (!request.dry_run && !memory.lock())
+    throw command_error(exit_refused,
+                        "apply: another is under way, or waits for its confirmation ('confirm' gives it)");
+  const read_options read = reading(request, wanted);
   const card before = card_read(context, read);
-  const plan plan = plan_make(before, wanted, options.plan);
-  if (options.dry_run || plan.commands.empty())
+  const plan plan = plan_make(before, wanted, request.plan);
+  if (request.dry_run || plan.commands.empty())
     return print(context, plan, false);
   std::optional<confirmation> pending;
-  if (options.confirm_seconds)
-    pending.emplace(context.agent.socket(), *options.confirm_seconds,
+  if (request.confirm_seconds)
+    pending.emplace(context.agent.socket(), *request.confirm_seconds,
                     [&](const ::context& own) { return undo(own, memory, before, read); });
   try {
     card_change(context, plan, memory, before, read);
@@ -157,7 +159,7 @@ void apply_run(const context& context, const given_words& given)
     pending->begin();
   print(context, plan, true);
   if (pending && !context.json)
-    std::printf("# goes back in %u s unless \"pppoeiactl confirm\" follows\n", *options.confirm_seconds);
+    std::printf("# goes back in %u s unless \"pppoeiactl confirm\" follows\n", *request.confirm_seconds);
 }
 
 void confirm_run(const context& context, const given_words&)

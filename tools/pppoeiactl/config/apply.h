@@ -9,10 +9,10 @@ namespace config {
 inline constexpr char diff_usage[] = "diff [--keep] [--renew] [--no-trial] FILE";
 inline constexpr char apply_usage[] = "apply [--dry-run] [--confirm SECONDS] [--keep] [--renew] [--no-trial] FILE";
 inline constexpr char diff_options[] = "--keep --renew --no-trial";
-inline constexpr char apply_options_taken[] = "--dry-run --confirm= --keep --renew --no-trial";
+inline constexpr char apply_options[] = "--dry-run --confirm= --keep --renew --no-trial";
 inline constexpr char confirm_usage[] = "confirm";
 
-// Prints the commands that would make the running agent the file's card. Ends with exit_found when there are any.
+// Prints the commands that would make the running agent the file's card. Ends with exit_findings when there are any.
 void diff_run(const context& context, const given_words& given);
 
 // Runs them. What was done by one that failed is undone.

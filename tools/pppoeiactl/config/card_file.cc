@@ -1,6 +1,7 @@
 #include "tools/pppoeiactl/config/card_file.h"
 
 #include "tools/pppoeiactl/command.h"
+#include "tools/pppoeiactl/config/apply.h"
 #include "tools/pppoeiactl/config/card_builder.h"
 #include "tools/pppoeiactl/format_set.h"
 #include "tools/pppoeiactl/line.h"
@@ -17,40 +18,33 @@
 namespace config {
 namespace {
 
-// The operation that a line calls, its inputs in `rest`; null for a command that is none.
-const api::operation* declared_operation(const words& line, words& rest)
+// An operation with the words behind its own.
+using called = std::pair<const api::operation*, words>;
+
+called called_by_id(const words& line)
 {
-  const command_words::found found = all_command_words().find(line);
-  const command_row& command = command_table()[found.row];
-  rest.assign(line.begin() + static_cast<std::ptrdiff_t>(found.length), line.end());
-  if (command.operation)
-    return command.operation;
-  if (command.words == "call" && !rest.empty()) {
-    const std::optional<int64_t> id = agent_client::number_parse({api::kind::u16, "id", 2, {}}, rest[0]);
-    rest.erase(rest.begin());
-    if (id && static_cast<size_t>(*id) < api::operations.size())
-      return &api::operations[static_cast<size_t>(*id)];
-  }
-  rest = given_words_parse(rest, command.usage, command.options).arguments;
-  if (command.words == "init" || command.words == "node init")
-    return &row("pppoeia_init");
-  return command.words == "fini" ? &row("pppoeia_fini") : nullptr;
+  const uint16_t id = call_id_parse(line);
+  if (id >= api::operations.size())
+    throw command_error(exit_usage, "call " + line[0] + ": the agent has no such operation");
+  return {&api::operations[id], {line.begin() + 1, line.end()}};
 }
 
-// The operations that a line calls, each with its inputs: "format set" is several.
-std::vector<format_setting> declared_operations(const words& line)
+// What a line calls on the agent; nothing where it only asks.
+std::vector<called> calls_of(const words& line)
 {
-  const command_words::found found = all_command_words().find(line);
-  const command_row& command = command_table()[found.row];
-  words rest(line.begin() + static_cast<std::ptrdiff_t>(found.length), line.end());
-  if (command.words == "format set")
-    return format_settings(given_words_parse(rest, command.usage, command.options));
-  const api::operation* operation = declared_operation(line, rest);
-  return {{operation, operation ? operation_inputs(*operation, rest) : words()}};
+  const auto [row, rest] = command_find(line);
+  if (!row.run)
+    return {row.operation ? called{row.operation, rest} : called_by_id(rest)};
+  const given_words given = given_words_parse(rest, row.usage, row.options);
+  if (row.run == apply_run)
+    throw command_error(exit_usage, "apply: not in a file that is a card itself");
+  if (row.run == format_set_run)
+    return format_set_calls(given);
+  return row.operation ? std::vector<called>{{row.operation, given.arguments}} : std::vector<called>{};
 }
 
-// Commands that read or only count, which a file of today may hold.
-bool sets_nothing(const api::operation& operation)
+// Operations that read or only count, which a file of today may hold.
+bool only_asks(const api::operation& operation)
 {
   return operation.name.ends_with("_get") || operation.name.ends_with("_reset");
 }
@@ -78,19 +72,24 @@ private:
   {
     if (line.empty())
       return;
-    for (const auto& [operation, inputs] : declared_operations(line))
-      operation_take(number, operation, inputs, notes);
+    const std::vector<called> calls = calls_of(line);
+    bool lasts = false;
+    for (const auto& [operation, rest] : calls)
+      lasts = call(number, *operation, operation_inputs(*operation, rest), notes) || only_asks(*operation) || lasts;
+    if (!lasts)
+      notes.push_back("sets nothing that lasts: no part of a card, left out");
   }
 
-  void operation_take(size_t number, const api::operation* operation, const words& inputs, words& notes)
+  // False for an operation that sets nothing.
+  bool call(size_t number, const api::operation& operation, const words& inputs, words& notes)
   {
-    const bool done = operation && builder_.run(*operation, inputs, notes);
-    if (!done && !(operation && sets_nothing(*operation)))
-      notes.push_back("sets nothing that lasts: no part of a card, left out");
-    if (done && operation->name == "pppoeia_bridge_add")
+    if (!builder_.run(operation, inputs, notes))
+      return false;
+    if (operation.name == "pppoeia_bridge_add")
       into_.bridge_lines[builder_.named().bridge] = number;
-    if (done && builder_.named().port_is_new)
+    if (builder_.named().port_is_new)
       into_.port_lines[{builder_.named().bridge, builder_.named().port}] = number;
+    return true;
   }
 
   card_file& into_;
@@ -140,7 +139,7 @@ void demand_usable(const card_file& file, const std::string& name)
     if (found.error)
       std::fprintf(stderr, "%s\n", finding_text(name, found).c_str());
   if (!file.usable())
-    throw command_error(exit_usage, "'" + name + "' is not applied: nothing was changed");
+    throw command_error(exit_usage, "'" + name + "': nothing was changed ('check' tells its warnings too)");
 }
 
 }  // namespace config

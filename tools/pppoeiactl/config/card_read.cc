@@ -1,7 +1,6 @@
 #include "tools/pppoeiactl/config/card_read.h"
 
 #include "tools/pppoeiactl/bridge_report.h"
-#include "tools/pppoeiactl/config/initialise.h"
 #include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/config/port_probe.h"
 #include "tools/pppoeiactl/discovery.h"
@@ -15,13 +14,6 @@ namespace config {
 namespace {
 
 using agent_client::question;
-
-[[noreturn]] void refuse(const question& one)
-{
-  throw command_error(exit_refused, std::string(one.operation->command) + " " +
-                                        (one.inputs.empty() ? "" : one.inputs[0]) + ": " +
-                                        agent_client::error_text(one.operation->name, one.told.result));
-}
 
 class bridge_reader {
 public:
@@ -68,7 +60,7 @@ private:
         if (one.told.result == 0)
           bridge_.ports[id];
         else if (one.told.result != -ENODEV)
-          refuse(one);
+          context_.refuse(*one.operation, one.inputs, one.told.result);
         if (one.told.result == 0)
           most = std::min(std::max(most, 2 * id), id_max);
       }
@@ -98,7 +90,7 @@ private:
       if (questions[i].told.result == 1)  // not of this type of port
         *place = std::string(row->initial);
       else if (questions[i].told.result != 0)
-        refuse(questions[i]);
+        context_.refuse(*questions[i].operation, questions[i].inputs, questions[i].told.result);
       else
         *place = told_value(*row, questions[i].told, questions[i].inputs.size());
     }
@@ -113,7 +105,7 @@ private:
     for (size_t vlan = 0; vlan < questions.size(); ++vlan) {
       const question& one = questions[vlan];
       if (one.told.result != 0)
-        refuse(one);
+        context_.refuse(*one.operation, one.inputs, one.told.result);
       bridge_.enabled.set(vlan,
                           agent_client::number_of(one.operation->arguments().back(), one.told.buffers.back()) != 0);
     }
@@ -132,7 +124,7 @@ private:
         if (one.told.result == -ENOENT)
           continue;
         if (one.told.result != 0)
-          refuse(one);
+          context_.refuse(*one.operation, one.inputs, one.told.result);
         const uint16_t vlan = entry_take(one);
         next.push_back(ask(row("pppoeia_port_vlan_get_next"), {one.inputs[1], std::to_string(vlan)}));
       }

@@ -113,19 +113,20 @@ std::vector<finding> doubts_of(const card_file& file)
 
 void check_run(const context& context, const given_words& given)
 {
-  const words& line = given.arguments;
-  card_file file = card_file_read(line[0]);
+  const std::string& name = given.arguments[0];
+  card_file file = card_file_read(name);
   std::vector<finding> findings = file.findings;
   if (file.usable() && !file.wanted.initialised)
-    findings.push_back({0, true, "makes no card: it has no init"});
+    findings.push_back({0, true, "makes no card without 'init'"});
   for (const finding& doubt : doubts_of(file))
     findings.push_back(doubt);
-  print(context, line[0], findings);
+  print(context, name, findings);
   const auto errors = std::ranges::count_if(findings, &finding::error);
   const auto warnings = static_cast<std::ptrdiff_t>(findings.size()) - errors;
   if (!findings.empty())
-    throw command_error(errors > 0 ? exit_usage : exit_found, "'" + line[0] + "': " + std::to_string(errors) +
-                                                                  " errors, " + std::to_string(warnings) + " warnings");
+    throw command_error(errors > 0 ? exit_usage : exit_findings, "check " + name + ": " + std::to_string(errors) +
+                                                                     " errors, " + std::to_string(warnings) +
+                                                                     " warnings");
 }
 
 }  // namespace config

@@ -9,7 +9,7 @@ namespace config {
 
 inline constexpr char check_usage[] = "check FILE";
 
-// Ends with exit_usage for a file that cannot be applied, exit_found for one with warnings only.
+// Ends with exit_usage for a file that cannot be applied, exit_findings for one with warnings only.
 void check_run(const context& context, const given_words& given);
 
 // What contradicts itself or does nothing on a card: warnings, with the line where the object was added.

@@ -156,7 +156,7 @@ confirmation::confirmation(const std::string& agent_socket, unsigned seconds, co
 {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-    throw command_error(exit_refused, std::string("no child to wait for the confirmation: ") + std::strerror(errno));
+    throw command_error(exit_refused, std::string("apply --confirm: no child to wait: ") + std::strerror(errno));
   const pid_t pid = fork();
   if (pid == 0) {
     close(ends[0]);
@@ -174,7 +174,7 @@ confirmation::confirmation(const std::string& agent_socket, unsigned seconds, co
   if (size == 1)
     return;
   close(child_);
-  throw command_error(exit_refused, "nothing was changed: " + path_of(agent_socket) + ": " +
+  throw command_error(exit_refused, "apply --confirm: nothing was changed: " + path_of(agent_socket) + ": " +
                                         std::strerror(size == sizeof answer ? answer : errno));
 }
 
@@ -204,15 +204,14 @@ void confirmation_give(const std::string& agent_socket)
   constexpr int patience_ms = 5000;
   const int fd = waiting_connect(path);
   if (fd < 0)
-    throw command_error(exit_refused,
-                        errno == EACCES || errno == EPERM
-                            ? path + ": " + std::strerror(errno)
-                            : "nothing waits for a confirmation: it was given, or the card has gone back");
+    throw errno == EACCES || errno == EPERM
+        ? command_error(exit_no_permission, "no permission for " + path + " (it is for who applied the file)")
+        : command_error(exit_refused, "confirm: nothing waits for it: it was given, or the card has gone back");
   (void)!send(fd, &word_confirm, 1, MSG_NOSIGNAL);
   const std::optional<char> answer = word_read(fd, patience_ms);
   close(fd);
   if (answer != word_stays)
-    throw command_error(exit_refused, "too late: the card goes back");
+    throw command_error(exit_refused, "confirm: too late, the card goes back");
 }
 
 }  // namespace config

@@ -8,14 +8,10 @@
 namespace config {
 
 inline constexpr char init_usage[] = "init [--force]";
+inline constexpr char init_options[] = "--force";
 
 // Refuses on an agent that is initialised, unless "--force" stands behind it.
 void init_run(const context& context, const given_words& given);
-
-// The command, with "--force" behind it where it is init: the program's own option of that name goes to it.
-words init_forced(words command);
-
-bool is_initialised(const context& context);
 
 }  // namespace config
 

@@ -1,5 +1,7 @@
 #include "tools/pppoeiactl/config/run_plan.h"
 
+#include "tools/pppoeiactl/refusal.h"
+
 namespace config {
 namespace {
 
@@ -73,7 +75,7 @@ private:
     result_.status = exit_refused;
     try {
       context_.demand_arrival(told);
-      result_.failure += agent_client::error_text(one.operation->name, told.result);
+      result_.failure += refusal_text(context_, *one.operation, one.inputs, told.result);
     } catch (const command_error& error) {
       result_.failure += error.what();
       result_.status = error.status();

@@ -1,4 +1,4 @@
-#include "platform/ippc/listener.h"
+#include "base/listener.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,7 +8,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace ippc {
 namespace {
 
 constexpr int backlog = 64;
@@ -38,9 +37,9 @@ private:
   int fd_;
 };
 
-int stream_socket(int flags)
+int local_socket(int type)
 {
-  return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0);
+  return socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
 }
 
 bool address_make(const std::string& path, sockaddr_un& address)
@@ -56,12 +55,12 @@ bool address_make(const std::string& path, sockaddr_un& address)
 }
 
 // Removes the file of a server that is gone. False, with errno set, when the path is somebody's.
-bool stale_remove(const std::string& path, const sockaddr_un& address)
+bool stale_remove(const std::string& path, const sockaddr_un& address, int type)
 {
   struct stat file {};
   if (lstat(path.c_str(), &file) != 0)
     return errno == ENOENT;
-  const scoped_fd probe(stream_socket(SOCK_NONBLOCK));
+  const scoped_fd probe(local_socket(type));
   const bool is_socket = S_ISSOCK(file.st_mode);
   const bool nobody = is_socket && probe.get() >= 0 &&
                       connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
@@ -88,15 +87,13 @@ bool bind_for_group(int fd, const std::string& path, const sockaddr_un& address)
 
 }  // namespace
 
-int listener_open(const std::string& path)
+int listener_open(const std::string& path, int type)
 {
   sockaddr_un address;
-  if (!address_make(path, address) || !stale_remove(path, address))
+  if (!address_make(path, address) || !stale_remove(path, address, type))
     return -1;
-  scoped_fd fd(stream_socket(SOCK_NONBLOCK));
+  scoped_fd fd(local_socket(type));
   if (fd.get() < 0 || !bind_for_group(fd.get(), path, address) || listen(fd.get(), backlog) != 0)
     return -1;
   return fd.release();
 }
-
-}  // namespace ippc

@@ -1,0 +1,120 @@
+// Who is on which line: what the discovery frames of each client tell of its dial-in.
+//
+//   discovering --PADO--> offered --PADR--> requested --PADS--> up --PADT, of either side--> ended
+//        ^                                      |
+//        +------------ PADI, again -------------+--PADS with an error--> ended
+//
+// A line is a client (its MAC address) on a port and VLAN. Clients make lines; frames of a server only go on with one
+// that waits for them: a PADO for who discovers, a PADS for who requested, a PADT of the session's own id. Where a MAC
+// address is on several lines, the one whose Host-Uniq the server repeats is meant, else the one last heard of.
+//
+// Bounded: a port has room for 16 clients and the node for 65,536, so that a port that invents clients pushes out its
+// own only: ended ones first, then those on their way, then those that are up, the longest unheard each. Written by
+// the bridge's worker alone. Readers copy a line at a time and hold nobody up.
+#ifndef PPPOEIA_STATUS_LINE_TABLE_H
+#define PPPOEIA_STATUS_LINE_TABLE_H
+
+#include "pppoeia/frame.h"
+#include "pppoeia/status/shared.h"
+#include "pppoeia/status/zeroed.h"
+#include "pppoeia/wire.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+enum class line_state : uint8_t { discovering, offered, requested, up, ended };
+inline constexpr size_t line_state_count = 5;
+inline constexpr std::string_view line_state_names[line_state_count] = {"discovering", "offered", "requested", "up",
+                                                                        "ended"};
+
+// A copy of a line. Times are of the steady clock; 0 for what has not been.
+struct line_view {
+  uint32_t port;
+  uint16_t vid;
+  uint64_t client;
+  line_state state;
+  bool ended_by_client;
+  uint64_t server;
+  uint16_t session_id;
+  uint64_t first_padi_ns;  // of the last dial-in
+  uint64_t pads_ns;
+  uint64_t padt_ns;
+  uint64_t seen_ns;
+  uint64_t setup_ns;  // from the first PADI to the PADS
+  uint32_t retries;   // PADI and PADR sent again in the last dial-in
+  uint32_t drops;     // of its frames
+  fate last_drop;     // while there are any
+  uint16_t error;     // tag of the last error; 0: none
+  std::string error_text;
+  std::string ac_name;
+  std::string service_name;
+  std::string vendor_tag;  // as sent: value of the tag, from the vendor id on
+};
+
+struct line_limits {
+  uint32_t port = 16;
+  uint32_t node = 65536;
+};
+
+class line_table {
+public:
+  // Throws std::bad_alloc.
+  line_table(uint32_t ports, line_limits limits);
+  ~line_table();
+  line_table(const line_table&) = delete;
+  line_table& operator=(const line_table&) = delete;
+
+  // The worker's: a frame that `result` tells of; `record` is as the frame path left it.
+  void learn(const frame_record& record, const frame_result& result, uint64_t now_ns);
+
+  // Places to look at, 0 to slots() - 1. False for one that has no line.
+  size_t slots() const { return size_t{ports_} * per_port_; }
+  bool read(size_t slot, line_view& line) const;
+
+  // How many lines there are in that state.
+  uint32_t count(line_state state) const { return counts_[static_cast<size_t>(state)].get(); }
+  const tally& replaced() const { return replaced_; }    // lines that made room for others
+  const tally& unlearned() const { return unlearned_; }  // frames of clients that found none
+
+private:
+  struct entry;
+  struct heard;
+  using slot_number = uint32_t;  // 0 is none: a place's index and 1
+
+  uint32_t* chain_of(uint64_t client) { return &by_client_[client * 0x9e3779b97f4a7c15u >> bucket_shift_]; }
+  slot_number of_client(uint32_t port, uint16_t vid, uint64_t client) const;
+  slot_number make(uint32_t port, uint16_t vid, uint64_t client);
+  slot_number waiting(const heard& frame);
+  slot_number victim(uint32_t port) const;
+  bool take_from_node();
+  void unlink(slot_number slot);
+  void count_change(line_state state, int by);
+  void state_set(entry& line, line_state state);
+  void from_client(const heard& frame);
+  void client_ends(const heard& frame);
+  void from_server(const heard& frame);
+  void client_asks(entry& line, const heard& frame);
+  void server_says(entry& line, const heard& frame);
+  void ended(entry& line, const heard& frame, bool by_client);
+  bool ends_session(slot_number slot, const heard& frame) const;
+  bool expects(slot_number slot, const heard& frame) const;
+
+  uint32_t ports_;
+  uint32_t per_port_;
+  uint32_t node_most_;
+  unsigned bucket_shift_;
+  size_t hand_ = 0;    // where a search for an ended line goes on
+  uint32_t made_ = 0;  // lines there are
+  zeroed<entry> entries_;
+  // Beside the entries, so that a search touches little memory; worker only.
+  zeroed<uint64_t> keys_;  // client, VLAN; 0: no line
+  zeroed<uint32_t> seen_;  // in units of 2^30 ns
+  zeroed<uint32_t> next_;  // of the same bucket
+  zeroed<uint32_t> by_client_;
+  shared<uint32_t> counts_[line_state_count];
+  tally replaced_;
+  tally unlearned_;
+};
+
+#endif

@@ -1,0 +1,97 @@
+// Values that one thread writes and others read while it goes on: no lock, no wait on either side.
+//
+// A number stands alone. What belongs together stands under a `revision`, which is odd while the writer is at it: a
+// reader copies, looks whether the revision has moved, and copies again if so. Every field is an atomic, stored with
+// release and loaded with acquire, which costs nothing on x86 and keeps fields and revision in order everywhere.
+#ifndef PPPOEIA_STATUS_SHARED_H
+#define PPPOEIA_STATUS_SHARED_H
+
+#include "pppoeia/wire.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <thread>
+
+template <typename T>
+class shared {
+public:
+  void set(T value) { value_.store(value, std::memory_order_release); }
+  T get() const { return value_.load(std::memory_order_acquire); }
+  T own() const { return value_.load(std::memory_order_relaxed); }  // for the writer
+
+private:
+  std::atomic<T> value_{};
+};
+
+// Counts up. Zero-filled memory is a tally of 0.
+class tally {
+public:
+  void add(uint64_t by = 1) { count_.store(count_.load(std::memory_order_relaxed) + by, std::memory_order_relaxed); }
+  uint64_t get() const { return count_.load(std::memory_order_relaxed); }
+
+private:
+  std::atomic<uint64_t> count_;
+};
+
+// At most `Most` bytes (below 256). Longer ones are cut.
+template <size_t Most>
+class shared_bytes {
+  static_assert(Most < 256);
+
+public:
+  void set(const_bytes value)
+  {
+    const size_t length = std::min(value.size(), Most);
+    uint64_t packed[count] = {length};
+    if (length > 0)
+      std::memcpy(reinterpret_cast<unsigned char*>(packed) + 1, value.data(), length);
+    for (size_t i = 0; i <= length / 8; ++i)  // what stood behind is not looked at
+      if (words_[i].own() != packed[i])
+        words_[i].set(packed[i]);
+  }
+  std::string get() const
+  {
+    uint64_t packed[count];
+    for (size_t i = 0; i < count; ++i)
+      packed[i] = words_[i].get();
+    const auto* text = reinterpret_cast<const char*>(packed);
+    return {text + 1, std::min<size_t>(static_cast<unsigned char>(text[0]), Most)};
+  }
+
+private:
+  static_assert(std::endian::native == std::endian::little, "the length stands in the first byte");
+  static constexpr size_t count = (1 + Most + 7) / 8;
+  shared<uint64_t> words_[count];
+};
+
+class revision {
+public:
+  void begin() { number_.set(number_.own() + 1); }
+  void end() { number_.set(number_.own() + 1); }
+
+  // Runs `copy` until the writer was nowhere near it. False when that did not happen for a long while.
+  template <typename Copy>
+  bool read(Copy copy) const
+  {
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+      const uint32_t before = number_.get();
+      if (before % 2 == 0) {
+        copy();
+        if (number_.own() == before)
+          return true;
+      }
+      std::this_thread::yield();
+    }
+    return false;
+  }
+
+private:
+  shared<uint32_t> number_;
+};
+
+#endif

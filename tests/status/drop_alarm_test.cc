@@ -1,0 +1,69 @@
+// When the log tells that a port drops frames, and when that it is over.
+#include "pppoeia/status/bridge_status.h"
+#include "pppoeia/status/drop_alarm.h"
+#include "tests/support/syslog_capture.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class DropAlarm : public testing::Test {
+protected:
+  DropAlarm() : bridge(bridge_statuses::open("br0", 8))
+  {
+    syslog_take();
+    alarm.look(second);
+  }
+  ~DropAlarm() override { bridge_statuses::close(bridge); }
+
+  void drop(int count, uint16_t port = 3)
+  {
+    unsigned char record[107 + 60] = {};
+    record[107 + 11] = 7;
+    for (int i = 0; i < count; ++i)
+      bridge->frame_done({record, sizeof record, sizeof record}, {.what = fate::role, .code = 0x07, .port = port}, 1);
+  }
+  // What is told at the next looks, one a second.
+  std::vector<std::string> told(int seconds = 1)
+  {
+    for (int i = 0; i < seconds; ++i)
+      alarm.look(++second);
+    return syslog_take_texts();
+  }
+
+  bridge_status* bridge;
+  drop_alarm alarm{10};
+  uint64_t second = 1000;
+};
+
+TEST_F(DropAlarm, IsToldOnceAndWhenItIsOver)
+{
+  drop(6);
+  EXPECT_THAT(told(30), IsEmpty());
+  drop(5);
+  EXPECT_THAT(told(), ElementsAre("<br0> Port 3 drops frames, 11 in a minute: the port's side may not send this code."
+                                  " The last was from 00:00:00:00:00:07."));
+  drop(100);
+  EXPECT_THAT(told(58), IsEmpty());
+  EXPECT_THAT(told(5), ElementsAre("<br0> Port 3 drops hardly a frame any more, there were 111."));
+  EXPECT_THAT(told(300), IsEmpty());
+}
+
+TEST_F(DropAlarm, CountsAMinuteAndAPort)
+{
+  for (int i = 0; i < 10; ++i) {
+    drop(5);
+    drop(5, 4);
+    EXPECT_THAT(told(31), IsEmpty()) << "10 in a minute are borne";
+  }
+  drop(11, 0);
+  EXPECT_THAT(told(), IsEmpty()) << "of no port";
+  alarm = drop_alarm(0);
+  drop(1000);
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+}  // namespace

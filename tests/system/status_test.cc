@@ -1,0 +1,180 @@
+// What the agent shows of itself, over its socket, while real frames pass.
+#include "tests/kvbridged/cables.h"
+#include "tests/kvbridged/frames.h"
+#include "tests/support/http_get.h"
+#include "tests/system/node_test.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <optional>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+
+constexpr char socket_path[] = "/run/pppoeia/status";
+
+class StatusTest : public node_test {
+protected:
+  void SetUp() override
+  {
+    node_test::SetUp();
+    if (!IsSkipped() && !has_devices())
+      GTEST_SKIP() << "needs FUSE and TAP devices";
+    if (IsSkipped())
+      return;
+    static const int cabled =
+        run("ip link add sub type veth peer name line; ip link add uplink type veth peer name peer;"
+            "for link in sub line uplink peer; do ip link set $link up; done")
+            .first;
+    ASSERT_EQ(cabled, 0);
+    modules.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "run", "--bridge", "br0", "--port",
+                                             "br0,1,subscriber,line", "--port", "br0,9,network,uplink"});
+    ASSERT_TRUE(wait_until([] { return std::filesystem::exists("/run/kvbridged/tree/mng/config"); }));
+    agent_start();
+  }
+  void TearDown() override
+  {
+    node_test::TearDown();
+    agent.reset();
+    if (modules) {
+      EXPECT_EQ(modules->end(), 0);
+    }
+  }
+
+  void agent_start()
+  {
+    node.logged();
+    agent.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "exec", "--", PROGRAMS "/pppoeia"});
+    ASSERT_TRUE(node.wait_for_log("PPPoE IA API ready."));
+  }
+
+  static void bridge_make()
+  {
+    const auto [status, output] = run(R"(pppoeiactl -batch - <<BATCH
+init
+bridge add br0 16
+bridge vlan set-all br0 on
+port add br0 1 line line --type eth
+port state set br0 1 subscriber
+port add br0 9 uplink uplink --kind 1
+port state set br0 9 network
+BATCH)");
+    ASSERT_EQ(status, 0) << output;
+  }
+
+  std::optional<background> modules;
+  std::optional<background> agent;
+};
+
+TEST_F(StatusTest, CountsAFrameOfALine)
+{
+  bridge_make();
+  EXPECT_EQ(http_get(socket_path, "/healthz"), "ok\n");
+  const std::string counter =
+      R"(pppoeia_port_vendor_specific_tag_inserted_packets_to_server_total{bridge="br0",port="1"} )";
+  const host subscriber("sub"), server("peer");
+  for (int sent = 1; sent <= 2; ++sent) {
+    subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+    ASSERT_GT(server.receive().size(), 60u);
+    EXPECT_TRUE(wait_until([&] {
+      return http_get(socket_path, "/metrics").find(counter + std::to_string(sent) + "\n") != std::string::npos;
+    })) << http_get(socket_path, "/metrics");
+  }
+  EXPECT_EQ(agent->end(), 0);
+  EXPECT_FALSE(std::filesystem::exists(socket_path));
+}
+
+TEST_F(StatusTest, TellsOfALine)
+{
+  bridge_make();
+  const host subscriber("sub"), server("peer");
+  EXPECT_THAT(run("pppoeiactl lines --client 02:00:00:00:00:01").second, HasSubstr("No frame of 02:00:00:00:00:01"));
+  subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+  ASSERT_FALSE(server.receive().empty());
+  EXPECT_TRUE(wait_until([] { return run("pppoeiactl lines br0 1").second.find("discovering") != std::string::npos; }));
+  EXPECT_THAT(run("pppoeiactl lines --client 02:00:00:00:00:01").second,
+              AllOf(HasSubstr("circuit_id"), HasSubstr("eth")));
+  EXPECT_EQ(run("pppoeiactl lines br0 2 --json").second, "[]\n");
+  EXPECT_EQ(run("pppoeiactl lines --client nobody").first, 2);
+}
+
+TEST_F(StatusTest, MonitorWritesWhatOthersRead)
+{
+  bridge_make();
+  const host subscriber("sub"), server("peer");
+  background watcher({"bash", "-c",
+                      "PATH=" PROGRAMS ":$PATH; pppoeiactl monitor --count 2 --pcap - |"
+                      " tshark -r - -T fields -e frame.len -e frame.comment -e pppoe.code 2>/dev/null"});
+  background second({PROGRAMS "/pppoeiactl", "monitor", "--dropped", "--count", "1"});
+  // Frames go by unseen until both watch.
+  const std::jthread sender([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      subscriber.send(discovery_frame(0x07, everybody, host_address(2), 70));
+      subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  });
+  EXPECT_EQ(watcher.wait(), 0);
+  EXPECT_EQ(second.wait(), 0);
+  EXPECT_THAT(watcher.output(),
+              HasSubstr("70\tcame, br0 port 1 vlan 0: dropped: the port's side may not send this code"));
+  EXPECT_THAT(watcher.output(), HasSubstr("60\tcame, br0 port 1 vlan 0: vendor tag inserted\t0x09\n"));
+  EXPECT_THAT(watcher.output(), HasSubstr("94\tleft, br0 port 1 vlan 0: vendor tag inserted\t0x09\n"));
+  EXPECT_THAT(second.output(), HasSubstr("br0 port 1 vlan 0 PADO"));
+  EXPECT_EQ(run("pppoeiactl monitor --pcap /dev/full").first, 2) << "a full disk";
+}
+
+// Every metric that rules and dashboard speak of is there, and promtool finds nothing wrong with any.
+TEST_F(StatusTest, IsWhatMonitoringUnderstands)
+{
+  if (run("command -v promtool").first != 0)
+    GTEST_SKIP() << "needs promtool";
+  bridge_make();
+  const host subscriber("sub"), server("peer");
+  subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+  ASSERT_FALSE(server.receive().empty());
+  subscriber.send(discovery_frame(0x07, everybody, host_address(1)));
+  EXPECT_TRUE(wait_until(
+      [] { return http_get(socket_path, "/metrics").find("port=\"1\",reason=\"role\"") != std::string::npos; }));
+  const std::string text = http_get(socket_path, "/metrics");
+  std::ofstream(work + "/metrics") << text;
+  const auto [status, complaint] = run("promtool check metrics <" + work + "/metrics");
+  EXPECT_EQ(status, 0) << complaint;
+  EXPECT_EQ(complaint, "");
+  const auto [rules, told] = run("cd " MONITORING "; promtool check rules pppoeia-alerts.yml;"
+                                 " promtool test rules pppoeia-alerts-test.yml");
+  EXPECT_EQ(rules, 0) << told;
+  std::istringstream names(run("cd " MONITORING "; grep -oh 'pppoeia_[a-z_]*' *.yml *.json | sort -u").second);
+  int count = 0;
+  for (std::string name; std::getline(names, name); ++count)
+    EXPECT_TRUE(text.find("\n" + name + "{") != std::string::npos || text.find("\n" + name + " ") != std::string::npos)
+        << name;
+  EXPECT_GT(count, 10);
+}
+
+TEST_F(StatusTest, TakesTheSocketOfADeadAgentAndLeavesAnyOtherFile)
+{
+  struct stat file {};
+  ASSERT_EQ(stat(socket_path, &file), 0);
+  EXPECT_EQ(file.st_mode & 07777, 0660u);
+  agent->signal(SIGKILL);
+  agent->wait();
+  ASSERT_TRUE(std::filesystem::exists(socket_path));
+  agent_start();
+  EXPECT_EQ(http_get(socket_path, "/healthz"), "ok\n");
+  ASSERT_EQ(agent->end(), 0);
+  std::ofstream(socket_path) << "somebody's";
+  agent_start();
+  EXPECT_TRUE(node.wait_for_log("[PPPoE] No status at '/run/pppoeia/status': Address already in use."));
+  ASSERT_EQ(agent->end(), 0);
+  EXPECT_TRUE(std::filesystem::remove(socket_path));
+}
+
+}  // namespace
