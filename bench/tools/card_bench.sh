@@ -1,6 +1,8 @@
 #!/bin/bash
-# A large card on an agent whose kernel is in memory: seconds to configure, save and show it, and the agent's resident
-# memory with and without. Fails when configuring takes more than 2 seconds or the saved card is not the same.
+# A large card on an agent whose kernel is in memory: time to configure, save and show it, and the agent's resident
+# memory with and without; then, medians of ROUNDS=5 rounds in turn, a batch beside apply, and apply of one changed line.
+# Fails when configuring takes more than 2 seconds, the saved card is not the same, apply takes more than 1.5 times the
+# batch's time, or the changed line more than a second.
 # Usage: card_bench.sh BIN_DIR (of a release build with tests) [option of card_batch.py...]
 set -euo pipefail
 
@@ -44,3 +46,22 @@ ctl --json show >"$work/after.json"
 cmp "$work/before.json" "$work/after.json" || { echo "the saved card is another one"; exit 1; }
 agent_end
 [ "$configured" -le 2000 ] || { echo "too slow"; exit 1; }
+
+rounds=${ROUNDS:-5}
+sed '0,/C-br0-0001/s//changed/' "$work/card.batch" >"$work/changed.batch"
+for ((round = 0; round < rounds; round++)); do
+  agent_start
+  timed "batch" ctl -batch "$work/card.batch"
+  echo "$taken" >>"$work/batch"
+  agent_end
+  agent_start
+  timed "apply" ctl apply "$work/card.batch"
+  echo "$taken" >>"$work/apply"
+  timed "apply, one line changed" ctl apply "$work/changed.batch"
+  echo "$taken" >>"$work/changed"
+  agent_end
+done
+median() { sort -n "$work/$1" | sed -n "$(((rounds + 1) / 2))p"; }
+echo "medians: batch $(median batch) ms, apply $(median apply) ms, one line changed $(median changed) ms"
+[ $((2 * $(median apply))) -le $((3 * $(median batch))) ] || { echo "apply is too slow"; exit 1; }
+[ "$(median changed)" -le 1000 ] || { echo "apply of one line is too slow"; exit 1; }

@@ -375,12 +375,15 @@ TEST_F(BridgeInstance, ADeviceIsLookedAfterNowAndThen)
   EXPECT_EQ(looks_in(1), 2) << "before and after it was made anew";
   EXPECT_EQ(bound_and_attached(), std::pair(2, 1));
   EXPECT_THAT(messages(), ElementsAre(back));
-  kernel.vanish("br0_pppoe");  // and nobody has told
-  kernel.stag_ethertype = 0x9100;
-  EXPECT_EQ(looks_in(100), 2);
-  EXPECT_THAT(
-      messages(),
-      ElementsAre(gone, back, "<br0> MTU or S-Tag EtherType have changed: delete the bridge and add it again."));
+  for (const auto& change : {+[](fake_kernel& now) { now.stag_ethertype = 0x9100; },
+                             +[](fake_kernel& now) { now.stag_ethertype = 0x88a8, now.mtu = 1400; }}) {
+    kernel.vanish("br0_pppoe");  // and nobody has told
+    change(kernel);
+    EXPECT_EQ(looks_in(100), 2);
+    EXPECT_THAT(
+        messages(),
+        ElementsAre(gone, back, "<br0> MTU or S-Tag EtherType have changed: delete the bridge and add it again."));
+  }
   ::kernel->close(bridge->sock);
   ::kernel->close(bridge->ctl_fd);
   kernel.vanish("br0_pppoe");

@@ -257,7 +257,7 @@ TEST(SelfDebugger, ACrashLeavesAReportAndStillEndsTheProcess)
     EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == signal) << end.status;
     EXPECT_THAT(end.output, HasSubstr(" got signal " + std::to_string(signal)));
     EXPECT_THAT(end.output, HasSubstr("(worker)\n"));
-    EXPECT_THAT(end.output, HasSubstr("*** End of the report"));
+    EXPECT_THAT(end.output, HasSubstr("\n*** End of the report"));
     if (!stacks)
       continue;
     EXPECT_THAT(end.output, HasSubstr(function));

@@ -122,7 +122,7 @@ another meaning. Counters are frames, sizes bytes. Lists are always arrays. A te
 number, and beside it its bytes in hexadecimal under the same name with _hex behind it.
 .TP
 .BI \-batch " FILE"
-Run the commands of a file, one a line; \- is standard input. Words are split at blanks; quotes, backslash, \exNN and #
+Run the commands of a file, one a line, on an agent that has just started; \- is standard input. Words are split at blanks; quotes, backslash, \exNN and #
 work as in a shell. The first error ends it and is reported with its line.
 .TP
 .B \-force
@@ -154,11 +154,49 @@ constexpr char man_tail[] = R"(.SH NOTES
 No operation lists bridges. Commands that want them all look under the names of this host's kernel bridges and network
 devices, and under br0 to br99.
 .PP
-.BR save ", " explain ", " "format check" " and, on a line, " "format explain"
+.BR explain ", " "format check" " and, on a line, " "format explain"
 expand formats through the agent's test operations. Their test data are put back afterwards; somebody who tries formats
 at the same moment gets in the way.
-.B save \-\-no\-trial
+.PP
+.BR save ", " diff " and " apply
+give each port an entry for a VLAN above 4095 for a moment, which no frame can have, to read what only macros tell.
+.B \-\-no\-trial
 does without and reads less.
+.SH CARDS
+A file of commands, as for
+.BR \-batch ,
+stands for the card that they make of an agent that has just started.
+.B check
+looks for mistakes in it,
+.B diff
+prints the commands that would make the running agent this card, and
+.B apply
+runs them: only what differs, in an order that opens no window, removals last. What the file does not name has its
+default; ports, VLANs, entries and bridges that it does not name go, unless
+.B \-\-keep
+is given. A file with a mistake changes nothing; what was done before a refusal is undone.
+.PP
+.B apply \-\-confirm
+.I SECONDS
+goes back by itself unless
+.B confirm
+follows. A process of its own waits for that. It outlives the terminal; when it is killed itself, the new card stays.
+.PP
+What no operation tells (a port's kind and those parts of its location that its type does not use, a bridge's number of
+slots) is noted in
+.IR SOCKET .known
+when it is set, for that run of the agent. What is not known
+.B save
+names, and ends with 8;
+.B apply
+takes it to be as the file says, or with
+.B \-\-renew
+adds such ports again.
+.PP
+.B init
+refuses on an agent that is initialised;
+.B init \-\-force
+leaves its bridges running out of reach.
 .PP
 .B explain
 tells the identifiers that a frame of that port and VLAN will get, by the rules; what may differ from frame to frame
@@ -172,15 +210,6 @@ colours lines that dropped frames, on a terminal and unless NO_COLOR is set; the
 In a VLAN's place
 .B none
 (or 4095) stands for no particular VLAN.
-.PP
-.B check
-looks through a file of commands without an agent,
-.B diff
-prints the commands that would make the running agent the file's card, and
-.B apply
-runs them: the file says the whole card, and what is equal is not touched. What was done before a refusal is undone.
-Kinds of ports and the like, which no operation tells, are noted beside the socket, in
-.IR SOCKET .known .
 .PP
 .BR lines " and " monitor
 read the agent's status socket,

@@ -36,7 +36,8 @@ struct bridge {
   std::bitset<4096> enabled;
   std::map<uint16_t, std::string> named;
   std::map<uint32_t, port> ports;
-  value most_pdu;  // that its device allows, and a new bridge has; of the agent's bridges, where it is known
+  value slot_trust;  // of ports that are added later; of a file only, where it says so
+  value most_pdu;    // that its device allows, and a new bridge has; of the agent's bridges, where it is known
 
   bridge();
 };

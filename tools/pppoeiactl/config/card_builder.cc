@@ -258,7 +258,6 @@ void card_builder::init(const words&, words& notes)
   card_.values = values;  // of the process
   card_.initialised = true;
   left_.clear();
-  trust_of_slots_.clear();
 }
 
 void card_builder::fini(const words&, words&)
@@ -297,7 +296,6 @@ void card_builder::bridge_del(const words& inputs, words&)
   bridge_of(inputs);
   card_.bridges.erase(inputs[0]);
   left_.erase(inputs[0]);
-  trust_of_slots_.erase(inputs[0]);
 }
 
 void card_builder::bridge_defaults(const words& inputs, words&)
@@ -382,8 +380,8 @@ void card_builder::port_add(const words& inputs, words& notes)
   }
   named_.port_is_new = true;
   port added = port_born(inputs, notes);
-  if (const auto trust = trust_of_slots_.find(inputs[0]); trust != trust_of_slots_.end())
-    added.values[port_trust] = trust->second;
+  if (owner.slot_trust)
+    added.values[port_trust] = owner.slot_trust;
   if (const auto left = left_[inputs[0]].find(id); left != left_[inputs[0]].end())
     std::tie(*added.values[port_trust], *added.values[port_circuit_id_mode]) = left->second;
   owner.ports.emplace(id, std::move(added));
@@ -414,7 +412,7 @@ void card_builder::trust_all(const words& inputs, words&)
       canonical(*api::find_operation("pppoeia_port_trust_set"), 2, words{inputs[0], "0", inputs[1]});
   for (auto& [id, port] : bridge_of(inputs).ports)
     port.values[port_trust] = trust;
-  trust_of_slots_[inputs[0]] = trust;
+  card_.bridges[inputs[0]].slot_trust = trust;
   for (auto& [id, left] : left_[inputs[0]])
     left.first = trust;
 }

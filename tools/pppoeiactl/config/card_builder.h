@@ -69,8 +69,7 @@ private:
 
   card card_;
   named_objects named_;
-  std::map<std::string, std::string> trust_of_slots_;  // by bridge: of slots that had no port yet
-  std::map<std::string, slot_values> left_;            // trust and mode that removed ports leave to their slots
+  std::map<std::string, slot_values> left_;  // trust and mode that removed ports leave to their slots
 };
 
 }  // namespace config

@@ -29,8 +29,7 @@ public:
     read_entries();
     read_macros_and_report();
     bridge_.values[bridge_slots] = remembered_slots();
-    if (remembered_)
-      bridge_.most_pdu = remembered_->max_pdu;
+    bridge_.most_pdu = remembered_most_pdu();
     for (auto& [id, port] : bridge_.ports)
       recall(id, port);
     return std::move(bridge_);
@@ -257,6 +256,16 @@ private:
       return std::nullopt;
     const bool fits = bridge_.ports.empty() || bridge_.ports.rbegin()->first < std::stoul(*remembered_->slots);
     return fits ? remembered_->slots : std::nullopt;
+  }
+
+  // A tool that was killed behind adding the bridge has not come to set it: it is as the bridge was added.
+  value remembered_most_pdu() const
+  {
+    if (!remembered_ || !remembered_->slots)
+      return std::nullopt;
+    if (!remembered_->max_pdu)
+      memory(context_.agent.socket()).append(bridge_max_pdu_line(name_, *bridge_.values[bridge_max_pdu]));
+    return remembered_->max_pdu ? remembered_->max_pdu : bridge_.values[bridge_max_pdu];
   }
 
   void recall(uint32_t id, port& port)

@@ -1,5 +1,6 @@
 #include "tools/pppoeiactl/config/check.h"
 
+#include "tools/pppoeiactl/config/collisions.h"
 #include "tools/pppoeiactl/format_reading.h"
 
 #include <algorithm>
@@ -42,6 +43,8 @@ private:
       say(line_, "bridge " + name + " has no port on the network's side: no server is let in");
     for (const auto& [id, port] : bridge.ports)
       port_look(name, id, bridge, port);
+    for (const collision& shared : collisions_of(bridge))
+      collision_look(name, shared);
   }
 
   void port_look(const std::string& bridge, uint32_t id, const config::bridge& owner, const port& port)
@@ -61,6 +64,15 @@ private:
       say(line_, object + " lies on port " + parent + ", which " + bridge + " does not have");
     for (const auto& [vlan, entry] : port.vlans)
       entry_look(object + ", VLAN " + std::to_string(vlan), vlan, owner, entry);
+  }
+
+  void collision_look(const std::string& bridge, const collision& shared)
+  {
+    std::string ports;
+    for (const uint32_t id : shared.ports)
+      ports += (ports.empty() ? "" : ", ") + std::to_string(id);
+    say(file_.port_lines.at({bridge, shared.ports.back()}),
+        "ports " + ports + " of " + bridge + " share the " + shared.what);
   }
 
   void entry_look(const std::string& object, uint16_t vlan, const bridge& owner, const port_vlan& entry)

@@ -115,6 +115,8 @@ private:
     const std::string slots = wanted.values[bridge_slots].value_or("1");
     if (fresh)
       add(row("pppoeia_bridge_add"), {name, slots}, object, bridge_added_line(name, slots));
+    if (fresh && wanted.slot_trust)
+      add(row("pppoeia_port_trust_set_all"), {name, *wanted.slot_trust}, object);
     const bridge none;
     const bridge& is = fresh ? none : at->second;
     if (!fresh && !is.values[bridge_slots])
@@ -122,7 +124,7 @@ private:
     bridge_settings_make(name, is, wanted, object);
     vlans_make(name, is, wanted, object);
     for (const uint32_t id : parents_first(wanted.ports))
-      port_make(name, id, is, wanted.ports.at(id), fresh);
+      port_make(name, id, is, wanted, fresh);
   }
 
   void bridge_settings_make(const std::string& name, const bridge& is, const bridge& wanted, const std::string& object)
@@ -174,18 +176,22 @@ private:
     return other;
   }
 
-  void port_make(const std::string& bridge, uint32_t id, const config::bridge& is, const port& wanted, bool fresh)
+  void port_make(const std::string& name, uint32_t id, const bridge& is, const bridge& wanted, bool fresh)
   {
-    const words object{bridge, std::to_string(id)};
+    const words object{name, std::to_string(id)};
+    const port& gets = wanted.ports.at(id);
     const auto at = is.ports.find(id);
-    if (at == is.ports.end() || reborn(at->second, wanted))
-      return port_add(object, id, at != is.ports.end(), wanted, fresh);
-    port_change(object, id, at->second, wanted);
+    if (at != is.ports.end() && !reborn(at->second, gets))
+      return port_change(object, id, at->second, gets);
+    port slot;  // as far as a new bridge's is known
+    if (wanted.slot_trust)
+      slot.values[port_trust] = wanted.slot_trust;
+    port_add(object, id, at != is.ports.end(), gets, fresh ? &slot : nullptr);
   }
 
   // What its slot had before stays in there, and no operation tells it: trust and mode are set in any case, unless the
-  // bridge is new.
-  void port_add(const words& object, uint32_t id, bool is_there, const port& wanted, bool fresh)
+  // bridge is new and the slot as given.
+  void port_add(const words& object, uint32_t id, bool is_there, const port& wanted, const port* slot)
   {
     const std::string name = port_text(object[0], id);
     const std::string known = port_added_line(object[0], id, wanted);
@@ -196,9 +202,10 @@ private:
     if (is_there)
       add(row("pppoeia_port_del"), object, name, port_in_doubt_line(object[0], id));
     add(row("pppoeia_port_add"), inputs, name, is_there ? "" : known, is_there ? known : "");
-    const port added;
+    const port none;
+    const port& added = slot ? *slot : none;
     for (size_t i = port_trust; i < port_values; ++i) {
-      const bool of_slot = !fresh && (i == port_trust || i == port_circuit_id_mode);
+      const bool of_slot = !slot && (i == port_trust || i == port_circuit_id_mode);
       if (wanted.values[i] && (of_slot || wanted.values[i] != added.values[i]))
         set(port_settings()[i], object, *wanted.values[i], name);
     }

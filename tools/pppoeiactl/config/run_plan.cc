@@ -7,10 +7,15 @@ namespace {
 
 constexpr size_t together_max = 64;
 
-// Whether something must be asked between this command and the next.
-bool ends_group(const command& one)
+bool adds_bridge(const command& one)
 {
   return one.operation->name == "pppoeia_bridge_add";
+}
+
+// Whether something must be asked or noted between this command and the next.
+bool ends_group(const command& one)
+{
+  return adds_bridge(one) || one.operation->name == "pppoeia_bridge_del";
 }
 
 size_t group_end(const std::vector<command>& commands, size_t begin)
@@ -55,7 +60,7 @@ private:
     for (size_t i = begin; i < end; ++i)
       answered(commands_[i], questions[i - begin].told, after);
     note(after);
-    if (result_.ok() && ends_group(commands_[end - 1]))
+    if (result_.ok() && adds_bridge(commands_[end - 1]))
       note_max_pdu(commands_[end - 1].inputs[0]);
   }
 
