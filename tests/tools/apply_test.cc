@@ -142,7 +142,10 @@ TEST(Apply, UndoesWhatWasDoneBeforeARefusal)
   const std::string other = std::string(small_card) + "port remote-id set br0 1 other\nbridge add br77 4\n";
   const outcome refused = applied(agent, other);
   EXPECT_EQ(refused.status, 1);
-  EXPECT_THAT(refused.err, HasSubstr("bridge add br77 4: no such kernel bridge; done before: 1 commands, undone by 1"));
+  EXPECT_THAT(
+      refused.err,
+      HasSubstr(
+          "the kernel has no bridge of that name ('ls /proc/net/kvbridge'); done before: 1 commands, undone by 1"));
   EXPECT_EQ(card_of(agent), before);
 }
 

@@ -5,8 +5,8 @@
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
 #include "tools/pppoeiactl/help.h"
-#include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/operation_command.h"
 
 #include <gmock/gmock.h>
 
@@ -115,25 +115,26 @@ TEST_F(Command, BatchNamesTheLineOfItsFirstErrorAndEndsUnlessForced)
 TEST(Errors, AreToldInWords)
 {
   running_agent agent;
-  const std::string text(40, 'x');
   const std::pair<std::string, const char*> lines[] = {
-      {"fini", "agent not initialised"},
-      {"bridge del br0", "agent not initialised"},
+      {"fini", "node fini: the agent is not initialised ('init' does it)"},
+      {"bridge del br0", "bridge br0: the agent is not initialised ('init' does it)"},
       {"init", nullptr},
       {"bridge add br0 8", nullptr},
-      {"bridge add br0 8", "bridge already exists"},
-      {"bridge add nosuch 8", "no such kernel bridge"},
-      {"bridge vendor set br0 " + text, "text too long"},
-      {"bridge shelf-id set br0 " + text, "text too long"},
-      {"vlan name set br0 5 x", "no such VLAN"},
-      {"port add br0 9 a b", "port id out of range"},
+      {"bridge add br0 8", "bridge br0: exists already ('show bridge br0')"},
+      {"bridge add nosuch 8", "bridge nosuch: the kernel has no bridge of that name ('ls /proc/net/kvbridge')"},
+      {"bridge vendor set br0 a-vendor-of-20-bytes",
+       "bridge br0: vendor 'a-vendor-of-20-bytes' has 20 characters, at most 19"},
+      {"bridge shelf-id set br0 0123456789012345678901234567890123456789",
+       "bridge br0: shelf-id '0123456789012345678901234567890123456789' has 40 characters, at most 39"},
+      {"vlan name set br0 5 x", "VLAN 5 of br0: not among the named VLANs (none; 'vlan add br0 5' makes it one)"},
+      {"port add br0 9 a b", "port 9: br0 has room for ports 1 to 7 ('bridge add' gives it)"},
       {"port add br0 3 a b", nullptr},
       {R"(port remote-id set br0 3 'a\'" \x41\"b"\x42\ c)", nullptr},
       {"port remote-id get br0 3", nullptr},
-      {"port pvc get br0 3", "not applicable to this bridge or port"},
-      {"port state get br0 4", "no such port"},
-      {"port-vlan get br0 3 9", "no such bridge or entry"},
-      {"test run br1 pppoeiaTestRunCid test", "no such bridge"},
+      {"port pvc get br0 3", "port 3 of br0: a PVC is for ports of type atm ('port add ... --type atm')"},
+      {"port state get br0 4", "port 4: br0 has only port 3 ('show port br0')"},
+      {"port-vlan get br0 3 9", "port 3 VLAN 9 of br0: no such entry (VLAN entries: none; 'show port-vlan br0 3')"},
+      {"test run br1 pppoeiaTestRunCid test", "bridge br1: no such bridge (bridges: br0; 'show bridge')"},
       {"show port \\", "a backslash ends the line"},
       {"show port 'x", "a quote is not closed"},
   };

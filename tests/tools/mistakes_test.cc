@@ -14,8 +14,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// A card of 63 lines.
-std::string card()
+std::string card_of_63_lines()
 {
   std::string lines = "init\nbridge add br0 64\n";
   for (int port = 1; port < 64; ++port)
@@ -37,7 +36,7 @@ bool names_its_object(const std::string& message, const std::vector<std::string>
 TEST(Mistakes, AreAnsweredAsInTheTable)
 {
   running_agent agent;
-  ASSERT_EQ(agent.batch(card()).err, "");
+  ASSERT_EQ(agent.batch(card_of_63_lines()).err, "");
   const std::string table = file_text(TEST_SOURCE_DIR "/tests/tools/mistakes.txt");
   std::string told;
   std::istringstream lines(table);

@@ -1,6 +1,7 @@
 #include "tools/pppoeiactl/refusal.h"
 
 #include "tools/pppoeiactl/bridge_report.h"
+#include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/discovery.h"
 #include "tools/pppoeiactl/line.h"
 
@@ -55,6 +56,7 @@ private:
   std::string no_bridge() const;
   std::string no_entry() const;
   std::string no_device() const;
+  std::string no_slot() const;
   std::string no_space() const;
   std::string not_valid() const;
   std::string not_made() const;
@@ -122,12 +124,23 @@ std::string refused_call::no_device() const
   return begin + (ports.size() == 1 ? "only port " : "ports ") + ranges_text(ports) + " ('show port " + bridge() + "')";
 }
 
+// How many slots a bridge has, no operation tells; the tool remembers of those that it added.
+std::string refused_call::no_slot() const
+{
+  const auto known = config::memory(context_.agent.socket()).read();
+  const auto at = known.find(input("bridge").value_or(""));
+  if (at != known.end() && at->second.slots)
+    return "port " + port() + ": " + bridge() + " has room for ports 1 to " +
+           std::to_string(std::strtoul(at->second.slots->c_str(), nullptr, 0) - 1) + " ('bridge add' gives it)";
+  return "port " + port() + ": more than the port slots of " + bridge() +
+         " (its ports: " + ranges_text(ports_of(context_, *input("bridge"))) +
+         "; 'bridge add' says how many slots a bridge has)";
+}
+
 std::string refused_call::no_space() const
 {
   if (is("pppoeia_port_add"))
-    return "port " + port() + ": more than the port slots of " + bridge() +
-           " (its ports: " + ranges_text(ports_of(context_, *input("bridge"))) +
-           "; 'bridge add' says how many slots a bridge has)";
+    return no_slot();
   auto next = inputs_.begin();
   for (const api::argument& argument : operation_.arguments()) {
     if (api::is_output(argument.what) || next == inputs_.end())
