@@ -66,6 +66,7 @@ struct http_server::connection {
   size_t sent = 0;  // of `out`
   std::unique_ptr<http_body> rest{};
   bool answering = false;
+  bool heard_out = false;  // the peer has closed its side; what it asked for it still gets
   bool done = false;
   clock_type::time_point moved = clock_type::now();
 
@@ -74,7 +75,8 @@ struct http_server::connection {
   bool has_unsent() const { return sent < out.size(); }
   short awaited() const
   {
-    return static_cast<short>(answering && (has_unsent() || !is_endless()) ? POLLIN | POLLOUT : POLLIN);
+    const int to_send = answering && (has_unsent() || !is_endless()) ? POLLOUT : 0;
+    return static_cast<short>(heard_out ? to_send : to_send | POLLIN);
   }
 };
 
@@ -162,6 +164,7 @@ void http_server::receive(connection& peer)
   if (size < 0 && (errno == EAGAIN || errno == EINTR))
     return;
   if (size <= 0) {
+    peer.heard_out = true;
     peer.done = !peer.answering || peer.is_endless();
     return;
   }

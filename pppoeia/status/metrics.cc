@@ -43,9 +43,9 @@ constexpr row replaced[] = {{"", count_of<fate::tag_replaced>}};
 constexpr row removed[] = {{"", count_of<fate::tag_removed>}};
 constexpr row kept[] = {{"", count_of<fate::tag_kept>}};
 constexpr row answered[] = {{"", count_of<fate::error_answered>}};
-constexpr row too_large[] = {{"", [](const port_figures& port) {
-                                return count_of<fate::error_answered>(port) + count_of<fate::no_own_address>(port);
-                              }}};
+constexpr row beyond_mtu[] = {{"", [](const port_figures& port) {
+                                 return count_of<fate::error_answered>(port) + count_of<fate::no_own_address>(port);
+                               }}};
 constexpr row untouched[] = {fate_row<fate::bridge_off>(), fate_row<fate::vlan_not_enabled>(),
                              fate_row<fate::port_disabled>()};
 constexpr row dropped[] = {fate_row<fate::record_length>(),  fate_row<fate::unknown_port>(),
@@ -70,7 +70,7 @@ constexpr family families[] = {
      "PADI and PADR with the line's vendor tag in the place of another."},
     {"vendor_specific_tag_removed_packets_to_client", "", removed, "PADO and PADS with the vendor tag taken out."},
     {"vendor_specific_tag_kept_packets_to_client", "", kept, "PADO and PADS whose vendor tag the bridge keeps."},
-    {"outgoing_mtu_exceeded_packets_from_client", "", too_large, "PADI and PADR too large with the vendor tag."},
+    {"outgoing_mtu_exceeded_packets_from_client", "", beyond_mtu, "PADI and PADR too large with the vendor tag."},
     {"error_answer_packets_to_client", "", answered, "Error answers made for frames too large with the vendor tag."},
     {"untouched_packets", "reason", untouched, "Frames sent on as they came, outside the agent's rules."},
     {"dropped_packets", "reason", dropped, "Frames dropped, by reason."},

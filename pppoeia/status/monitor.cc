@@ -86,12 +86,12 @@ private:
   // Bridges come and go.
   void follow_bridges()
   {
-    auto bridges = bridge_statuses::all();
-    std::erase_if(bridges, [this](const auto& bridge) { return !wanted_.wants(bridge->name()); });
+    auto present = bridge_statuses::all();
+    std::erase_if(present, [this](const auto& bridge) { return !wanted_.wants(bridge->name()); });
     std::erase_if(watches_, [&](const watch& each) {
-      return std::ranges::none_of(bridges, [&](const auto& bridge) { return each.is_of(bridge); });
+      return std::ranges::none_of(present, [&](const auto& bridge) { return each.is_of(bridge); });
     });
-    for (const auto& bridge : bridges)
+    for (const auto& bridge : present)
       if (std::ranges::none_of(watches_, [&](const watch& each) { return each.is_of(bridge); }))
         watches_.emplace_back(bridge);
   }

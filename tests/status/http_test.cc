@@ -5,6 +5,7 @@
 #include "tests/support/http_get.h"
 
 #include <atomic>
+#include <ctime>
 #include <gmock/gmock.h>
 #include <thread>
 #include <vector>
@@ -111,6 +112,23 @@ TEST_F(HttpServer, PeersThatHangKeepNobodyOut)
     }
   }
   EXPECT_EQ(http_get(path, "/"), "here\n");
+}
+
+TEST_F(HttpServer, PeerThatHasClosedItsSideAndDoesNotReadCostsNothing)
+{
+  const kvbridged::descriptor half = http_connect(path);
+  const std::string request = "GET /large HTTP/1.1\r\n\r\n";
+  ASSERT_EQ(send(half.get(), request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
+  ASSERT_EQ(shutdown(half.get(), SHUT_WR), 0);
+  ASSERT_EQ(http_get(path, "/"), "here\n");
+  const std::clock_t before = std::clock();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 5) << "the server looks at it again and again";
+  std::string answer;
+  char part[65536];
+  for (ssize_t size; (size = recv(half.get(), part, sizeof part, 0)) > 0;)
+    answer.append(part, static_cast<size_t>(size));
+  EXPECT_THAT(answer, testing::EndsWith(std::string(600'000, 'x')));
 }
 
 TEST_F(HttpServer, EndlessAnswersAreFewAndKeepNobodyOut)

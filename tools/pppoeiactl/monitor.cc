@@ -79,6 +79,7 @@ void monitor_run(const context& context, const given_words& given)
 {
   const auto file_name = given.value("--pcap");
   const std::unique_ptr<pcapng_file> file = file_name ? std::make_unique<pcapng_file>(*file_name) : nullptr;
+  // 0 is as many as there are.
   uint64_t left = given.has("--count") ? number_word_parse(*given.value("--count"), UINT32_MAX, "--count") : UINT64_MAX;
   status_follow(page_of(given), [&](const std::string& line) {
     const json frame = json::parse(line, nullptr, false);
@@ -95,6 +96,6 @@ void monitor_run(const context& context, const given_words& given)
     else
       line_print(frame);
     std::fflush(stdout);
-    return --left > 0;
+    return --left != 0;
   });
 }

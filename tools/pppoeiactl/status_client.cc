@@ -14,10 +14,13 @@ constexpr int answer_most_s = 10;
 
 class status_connection {
 public:
-  explicit status_connection(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+  explicit status_connection(const std::string& path)
   {
     sockaddr_un address{AF_UNIX, {}};
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    if (path.size() >= sizeof address.sun_path)
+      throw command_error(exit_usage, "PPPOEIA_STATUS_SOCKET: longer than a socket's path: '" + path + "'");
+    path.copy(address.sun_path, path.size());
+    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const timeval patience{answer_most_s, 0};
     setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
@@ -66,7 +69,7 @@ public:
   std::string& text() { return text_; }
 
 private:
-  int fd_;
+  int fd_ = -1;
   std::string text_;
 };
 
