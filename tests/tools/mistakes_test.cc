@@ -42,12 +42,12 @@ TEST(Mistakes, AreAnsweredAsInTheTable)
   std::istringstream lines(table);
   size_t count = 0;
   for (std::string line, message; std::getline(lines, line) && std::getline(lines, message); ++count) {
-    std::vector<std::string> words = line_split(line);
-    words.erase(words.begin());
-    const outcome result = agent.ctl(words);
+    std::vector<std::string> typed = line_split(line);
+    typed.erase(typed.begin());
+    const outcome result = agent.ctl(typed);
     EXPECT_EQ(result.out, "") << line;
     told += std::to_string(result.status) + line.substr(1) + "\n  " + result.err.substr(sizeof "pppoeiactl: " - 1);
-    EXPECT_TRUE(names_its_object(message, words)) << line << message;
+    EXPECT_TRUE(names_its_object(message, typed)) << line << message;
   }
   EXPECT_EQ(told, table);
   EXPECT_GE(count, 60u);
