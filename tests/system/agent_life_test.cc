@@ -74,7 +74,7 @@ protected:
   static void bridge_make()
   {
     const auto [status, output] = run(R"(pppoeiactl -batch - <<BATCH
-init
+init --force
 bridge add br0 16
 bridge vlan set-all br0 on
 port add br0 1 line line --type eth
