@@ -36,54 +36,9 @@ const api::operation& row(std::string_view name)
   return api::operations[api::operation_id(name)];
 }
 
-class AgentLife : public device_node_test {
+class AgentLife : public agent_node_test {
 protected:
-  void SetUp() override
-  {
-    device_node_test::SetUp();
-    if (IsSkipped())
-      return;
-    static const int cabled =
-        run("ip link add sub type veth peer name line; ip link add uplink type veth peer name peer;"
-            "for link in sub line uplink peer; do ip link set $link up; done")
-            .first;
-    ASSERT_EQ(cabled, 0);
-    modules.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "run", "--bridge", "br0", "--bridge", "br1",
-                                             "--port", "br0,1,subscriber,line", "--port", "br0,9,network,uplink"});
-    ASSERT_TRUE(wait_until([] { return std::filesystem::exists("/run/kvbridged/tree/mng/config"); }));
-    agent_start();
-  }
-  void TearDown() override
-  {
-    node_test::TearDown();
-    agent.reset();
-    if (modules) {
-      modules->signal(SIGCONT);
-      EXPECT_EQ(modules->end(), 0);
-    }
-  }
-
-  void agent_start()
-  {
-    node.logged();
-    setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 1);  // the sanitizer's own patience is not the agent's
-    agent.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "exec", "--", PROGRAMS "/pppoeia"});
-    ASSERT_TRUE(node.wait_for_log("PPPoE IA API ready."));
-  }
-
-  static void bridge_make()
-  {
-    const auto [status, output] = run(R"(pppoeiactl -batch - <<BATCH
-init --force
-bridge add br0 16
-bridge vlan set-all br0 on
-port add br0 1 line line --type eth
-port state set br0 1 subscriber
-port add br0 9 uplink uplink --kind 1
-port state set br0 9 network
-BATCH)");
-    ASSERT_EQ(status, 0) << output;
-  }
+  void SetUp() override { agent_node_test::SetUp({"--bridge", "br1"}); }
 
   static bool is_served()
   {
@@ -107,9 +62,6 @@ BATCH)");
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(agent->pid()) + "/" + what);
     return std::distance(begin(all), std::filesystem::end(all));
   }
-
-  std::optional<background> modules;
-  std::optional<background> agent;
 };
 
 const kvbridged::frame_bytes padi = discovery_frame(0x09, everybody, host_address(1));

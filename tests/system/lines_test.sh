@@ -9,17 +9,7 @@ done
 
 kvbridged_start
 agent_start
-ctl -batch - <<'BATCH' || fail "the agent cannot be configured"
-init
-bridge add br0 16
-bridge vlan set-all br0 on
-port add br0 1 line line --type eth
-port trust set br0 1 untrusted
-port state set br0 1 subscriber
-port add br0 9 uplink uplink --kind 1
-port trust set br0 9 trusted
-port state set br0 9 network
-BATCH
+line_and_uplink_add
 mac_of() { ip -br link show "$1" | awk '{print $3}'; }
 mac=$(mac_of sub)
 start capture dumpcap -q -i peer -f 'ether proto 0x8863' -w "$work/peer.pcap"

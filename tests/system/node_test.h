@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 class node_test : public testing::Test {
 protected:
@@ -29,6 +31,22 @@ class device_node_test : public node_test {
 protected:
   // Skips where there are no FUSE and TAP devices.
   void SetUp() override;
+};
+
+// Those of the agent on kvbridged: sub - line and uplink - peer are its cables, port 1 and port 9 of br0.
+class agent_node_test : public device_node_test {
+protected:
+  // `more` are kvbridged's further arguments.
+  void SetUp(std::vector<std::string> more);
+  void SetUp() override { SetUp({}); }
+  void TearDown() override;
+
+  void agent_start();
+  // Also on an agent that is initialised already.
+  static void bridge_make();
+
+  std::optional<background> modules;
+  std::optional<background> agent;
 };
 
 #endif

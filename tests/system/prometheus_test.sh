@@ -12,16 +12,7 @@ done
 export PPPOEIA_STATUS_LISTEN=127.0.0.1:9411
 kvbridged_start
 agent_start
-ctl -batch - <<'BATCH' || fail "the agent cannot be configured"
-init
-bridge add br0 16
-bridge vlan set-all br0 on
-port add br0 1 line line --type eth
-port trust set br0 1 untrusted
-port state set br0 1 subscriber
-port add br0 9 uplink uplink --kind 1
-port state set br0 9 network
-BATCH
+line_and_uplink_add
 cat >"$work/prometheus.yml" <<'YAML'
 global:
   scrape_interval: 1s

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <optional>
 #include <sstream>
 #include <sys/stat.h>
 #include <thread>
@@ -20,56 +19,7 @@ using testing::HasSubstr;
 
 constexpr char socket_path[] = "/run/pppoeia/status";
 
-class StatusTest : public device_node_test {
-protected:
-  void SetUp() override
-  {
-    device_node_test::SetUp();
-    if (IsSkipped())
-      return;
-    static const int cabled =
-        run("ip link add sub type veth peer name line; ip link add uplink type veth peer name peer;"
-            "for link in sub line uplink peer; do ip link set $link up; done")
-            .first;
-    ASSERT_EQ(cabled, 0);
-    modules.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "run", "--bridge", "br0", "--port",
-                                             "br0,1,subscriber,line", "--port", "br0,9,network,uplink"});
-    ASSERT_TRUE(wait_until([] { return std::filesystem::exists("/run/kvbridged/tree/mng/config"); }));
-    agent_start();
-  }
-  void TearDown() override
-  {
-    node_test::TearDown();
-    agent.reset();
-    if (modules) {
-      EXPECT_EQ(modules->end(), 0);
-    }
-  }
-
-  void agent_start()
-  {
-    node.logged();
-    agent.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "exec", "--", PROGRAMS "/pppoeia"});
-    ASSERT_TRUE(node.wait_for_log("PPPoE IA API ready."));
-  }
-
-  static void bridge_make()
-  {
-    const auto [status, output] = run(R"(pppoeiactl -batch - <<BATCH
-init
-bridge add br0 16
-bridge vlan set-all br0 on
-port add br0 1 line line --type eth
-port state set br0 1 subscriber
-port add br0 9 uplink uplink --kind 1
-port state set br0 9 network
-BATCH)");
-    ASSERT_EQ(status, 0) << output;
-  }
-
-  std::optional<background> modules;
-  std::optional<background> agent;
-};
+using StatusTest = agent_node_test;
 
 TEST_F(StatusTest, CountsAFrameOfALine)
 {
