@@ -1,9 +1,9 @@
 #include "pppoeia/identifiers.h"
 
+#include "pppoeia/api/operation.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/log.h"
-#include "pppoeia/operation.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/text.h"
 #include "pppoeia/text_builder.h"

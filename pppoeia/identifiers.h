@@ -2,7 +2,7 @@
 #ifndef PPPOEIA_IDENTIFIERS_H
 #define PPPOEIA_IDENTIFIERS_H
 
-#include "pppoeia/identifier.h"
+#include "pppoeia/frame/identifier.h"
 
 #include <cstdint>
 #include <vector>

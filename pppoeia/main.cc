@@ -1,7 +1,7 @@
 // The agent's process: serves management requests until SIGINT or SIGTERM. It does not initialise the agent; that is
 // the first request of the management plane.
 #include "base/system_log.h"
-#include "pppoeia/dispatcher.h"
+#include "pppoeia/api/dispatcher.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/process.h"

@@ -1,6 +1,6 @@
 // The agent's API: every operation on bridges, ports, VLANs, identifiers and the process itself.
 //
-// Operations run on the management thread, one at a time; pppoeia/api_operations.h gives most of them a function id
+// Operations run on the management thread, one at a time; pppoeia/api/operations.h gives most of them a function id
 // under which management requests reach them. The names say object, attribute, verb. What holds for all of them,
 // unless the operation's own lines say otherwise:
 //
@@ -16,7 +16,7 @@
 #ifndef PPPOEIA_PPPOEIA_H
 #define PPPOEIA_PPPOEIA_H
 
-#include "pppoeia/api_records.h"
+#include "pppoeia/api/records.h"
 
 #include <cstdint>
 

@@ -11,7 +11,7 @@
 #ifndef PPPOEIA_RECORDS_H
 #define PPPOEIA_RECORDS_H
 
-#include "pppoeia/api_records.h"
+#include "pppoeia/api/records.h"
 
 #include <atomic>
 #include <cstddef>

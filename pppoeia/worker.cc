@@ -17,15 +17,15 @@
 #include "pppoeia/worker.h"
 
 #include "base/ending_signals.h"
-#include "pppoeia/device_watch.h"
-#include "pppoeia/frame.h"
-#include "pppoeia/frame_buffers.h"
+#include "pppoeia/frame/frame.h"
 #include "pppoeia/identifiers.h"
-#include "pppoeia/kernel.h"
-#include "pppoeia/local_mac.h"
+#include "pppoeia/kernel/device_watch.h"
+#include "pppoeia/kernel/frame_buffers.h"
+#include "pppoeia/kernel/kernel.h"
+#include "pppoeia/kernel/local_mac.h"
+#include "pppoeia/kernel/refusal_log.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
-#include "pppoeia/refusal_log.h"
 #include "pppoeia/status/bridge_status.h"
 
 #include <algorithm>

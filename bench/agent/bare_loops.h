@@ -2,7 +2,7 @@
 #ifndef BENCH_AGENT_BARE_LOOPS_H
 #define BENCH_AGENT_BARE_LOOPS_H
 
-#include "pppoeia/kernel.h"
+#include "pppoeia/kernel/kernel.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "bench/agent/tap_load.h"
 
 #include "platform/kvbridged/tap.h"
-#include "pppoeia/kernel.h"
+#include "pppoeia/kernel/kernel.h"
 #include "tests/support/records_fixture.h"
 
 #include <algorithm>

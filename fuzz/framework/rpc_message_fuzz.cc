@@ -1,8 +1,8 @@
 // An operator's call as it comes from the network, header and all, and its arguments alone: decoded and, where they are
 // arguments, handled by a manager. Nothing but the documented exceptions may come out.
 #include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/rpc/connection.h"
 #include "rte/BLL/core/rpc_bll_service.h"
-#include "rte/BLL/core/rpc_connection.h"
 
 #include <cstddef>
 #include <cstdint>

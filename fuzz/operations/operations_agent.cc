@@ -3,7 +3,7 @@
 #include "base/caller.h"
 #include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
-#include "pppoeia/frame.h"
+#include "pppoeia/frame/frame.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"

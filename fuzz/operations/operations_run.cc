@@ -1,7 +1,7 @@
 #include "fuzz/operations/operations_run.h"
 
 #include "fuzz/operations/operations_agent.h"
-#include "pppoeia/api_table.h"
+#include "pppoeia/api/table.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "platform/ncfm/ncfm.h"
 #include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/values.h"
-#include "pppoeia/local_mac.h"
+#include "pppoeia/kernel/local_mac.h"
 #include "rte/BLL/util/kv_util.h"
 
 namespace {

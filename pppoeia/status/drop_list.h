@@ -3,9 +3,9 @@
 #ifndef PPPOEIA_STATUS_DROP_LIST_H
 #define PPPOEIA_STATUS_DROP_LIST_H
 
-#include "pppoeia/frame.h"
+#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/wire.h"
 #include "pppoeia/status/shared.h"
-#include "pppoeia/wire.h"
 
 #include <cstdint>
 #include <string>

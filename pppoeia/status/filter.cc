@@ -1,6 +1,6 @@
 #include "pppoeia/status/filter.h"
 
-#include "pppoeia/pppoe.h"
+#include "pppoeia/frame/pppoe.h"
 
 #include <algorithm>
 #include <cctype>

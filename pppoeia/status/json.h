@@ -3,7 +3,7 @@
 #ifndef PPPOEIA_STATUS_JSON_H
 #define PPPOEIA_STATUS_JSON_H
 
-#include "pppoeia/wire.h"
+#include "pppoeia/frame/wire.h"
 
 #include <cstdint>
 #include <cstdio>

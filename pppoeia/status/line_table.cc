@@ -1,7 +1,7 @@
 #include "pppoeia/status/line_table.h"
 
-#include "pppoeia/kernel_header.h"
-#include "pppoeia/tags.h"
+#include "pppoeia/frame/kernel_header.h"
+#include "pppoeia/frame/tags.h"
 
 #include <algorithm>
 #include <bit>

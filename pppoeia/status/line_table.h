@@ -14,10 +14,10 @@
 #ifndef PPPOEIA_STATUS_LINE_TABLE_H
 #define PPPOEIA_STATUS_LINE_TABLE_H
 
-#include "pppoeia/frame.h"
+#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/wire.h"
 #include "pppoeia/status/shared.h"
 #include "pppoeia/status/zeroed.h"
-#include "pppoeia/wire.h"
 
 #include <cstdint>
 #include <string>

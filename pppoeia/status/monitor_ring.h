@@ -7,9 +7,9 @@
 #ifndef PPPOEIA_STATUS_MONITOR_RING_H
 #define PPPOEIA_STATUS_MONITOR_RING_H
 
-#include "pppoeia/frame.h"
+#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/wire.h"
 #include "pppoeia/status/shared.h"
-#include "pppoeia/wire.h"
 
 #include <cstdint>
 #include <memory>

@@ -6,7 +6,7 @@
 #ifndef PPPOEIA_STATUS_SHARED_H
 #define PPPOEIA_STATUS_SHARED_H
 
-#include "pppoeia/wire.h"
+#include "pppoeia/frame/wire.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,7 +1,7 @@
 // The worker on a real TAP device, with a mapped receive ring and without: records of all sizes through the kernel,
 // more of them than there is room for, and a device that goes away and comes back.
 #include "platform/kvbridged/tap.h"
-#include "pppoeia/kernel.h"
+#include "pppoeia/kernel/kernel.h"
 #include "pppoeia/log.h"
 #include "pppoeia/text.h"
 #include "pppoeia/worker.h"

@@ -1,7 +1,7 @@
 #include "tests/customid/node_stub.h"
 
 #include "platform/ncfm/ncfm.h"
-#include "pppoeia/kernel.h"
+#include "pppoeia/kernel/kernel.h"
 
 #include <algorithm>
 #include <cerrno>

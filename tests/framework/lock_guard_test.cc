@@ -1,7 +1,7 @@
 // The scope classes and the supervision of the framework lock, with the log, the self debugger and the clock played by
 // the test.
 #include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/lock_seam.h"
+#include "rte/BLL/core/lock/seam.h"
 #include "rte/BLL/core/thread_registry.h"
 #include "tests/framework/lock_support.h"
 #include <gmock/gmock.h>

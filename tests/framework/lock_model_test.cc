@@ -10,7 +10,7 @@
 // here, executed by lockRules_t itself; between two steps any thread may come next. A thread that waits sleeps in the
 // queue it was told; a wake-up of one picks any sleeper of the queue, and each choice is followed. A sleeper may wake
 // up without reason, and one with a deadline may time out at any moment, also when a wake-up has just reached it.
-#include "rte/BLL/core/lock_rules.h"
+#include "rte/BLL/core/lock/rules.h"
 #include <algorithm>
 #include <cstdlib>
 #include <future>

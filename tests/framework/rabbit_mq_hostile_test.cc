@@ -1,6 +1,6 @@
 // The message queue client without a broker, and against servers that are none.
 #include "rte/BLL/core/log.h"
-#include "rte/BLL/core/rabbit_mq_connection.h"
+#include "rte/BLL/core/mq/rabbit_mq_connection.h"
 #include "rte/BLL/core/singleton.h"
 #include "tests/support/files.h"
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 #include "tests/support/api_fixture.h"
 
 #include "platform/ippc/dispatch.h"
-#include "pppoeia/dispatcher.h"
+#include "pppoeia/api/dispatcher.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"

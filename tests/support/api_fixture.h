@@ -3,7 +3,7 @@
 #ifndef TESTS_SUPPORT_API_FIXTURE_H
 #define TESTS_SUPPORT_API_FIXTURE_H
 
-#include "pppoeia/api_table.h"
+#include "pppoeia/api/table.h"
 #include "tests/support/fake_kernel.h"
 
 #include <cstdint>

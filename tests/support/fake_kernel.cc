@@ -1,6 +1,6 @@
 #include "tests/support/fake_kernel.h"
 
-#include "pppoeia/kernel_control.h"
+#include "pppoeia/kernel/kernel_control.h"
 
 #include <algorithm>
 #include <cerrno>

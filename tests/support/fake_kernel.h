@@ -4,7 +4,7 @@
 #ifndef TESTS_SUPPORT_FAKE_KERNEL_H
 #define TESTS_SUPPORT_FAKE_KERNEL_H
 
-#include "pppoeia/kernel.h"
+#include "pppoeia/kernel/kernel.h"
 
 #include <cstdint>
 #include <map>

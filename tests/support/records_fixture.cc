@@ -1,7 +1,7 @@
 #include "tests/support/records_fixture.h"
 
-#include "pppoeia/frame_buffers.h"
 #include "pppoeia/identifiers.h"
+#include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/list.h"
 #include "pppoeia/text.h"
 

@@ -2,7 +2,7 @@
 #ifndef TESTS_SUPPORT_RECORDS_FIXTURE_H
 #define TESTS_SUPPORT_RECORDS_FIXTURE_H
 
-#include "pppoeia/frame.h"
+#include "pppoeia/frame/frame.h"
 #include "pppoeia/records.h"
 
 #include <cstdint>

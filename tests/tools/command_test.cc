@@ -1,12 +1,12 @@
 // pppoeiactl from the outside: how it ends, what it says, which operation a command reaches.
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
-#include "pppoeia/api_table.h"
+#include "pppoeia/api/table.h"
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
-#include "tools/pppoeiactl/help.h"
-#include "tools/pppoeiactl/line.h"
 #include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/words/help.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <gmock/gmock.h>
 

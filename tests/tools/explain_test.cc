@@ -1,6 +1,6 @@
 // How formats are read, and what is told of lines: against the agent's own answers.
 #include "tests/tools/running_agent.h"
-#include "tools/pppoeiactl/format_reading.h"
+#include "tools/pppoeiactl/format/format_reading.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // What an operator is told who has made a mistake.
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
-#include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <gmock/gmock.h>
 

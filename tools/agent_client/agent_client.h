@@ -3,7 +3,7 @@
 #define TOOLS_AGENT_CLIENT_AGENT_CLIENT_H
 
 #include "platform/ippc/client.h"
-#include "pppoeia/api_table.h"
+#include "pppoeia/api/table.h"
 #include "tools/agent_client/values.h"
 
 #include <chrono>

@@ -1,6 +1,6 @@
 #include "tools/agent_client/values.h"
 
-#include "pppoeia/api_records.h"
+#include "pppoeia/api/records.h"
 #include "rte/BLL/util/kv_util.h"
 
 #include <algorithm>

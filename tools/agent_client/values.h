@@ -2,7 +2,7 @@
 #ifndef TOOLS_AGENT_CLIENT_VALUES_H
 #define TOOLS_AGENT_CLIENT_VALUES_H
 
-#include "pppoeia/api_arguments.h"
+#include "pppoeia/api/arguments.h"
 
 #include <cstdint>
 #include <optional>

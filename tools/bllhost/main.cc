@@ -2,7 +2,7 @@
 #include "base/system_log.h"
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/log.h"
-#include "rte/BLL/core/rpc_access.h"
+#include "rte/BLL/core/rpc/access.h"
 #include "rte/BLL/core/self_debugger.h"
 #include "tools/bllhost/port_mapper.h"
 

@@ -2,8 +2,8 @@
 #ifndef TOOLS_PPPOEIACTL_COMMAND_H
 #define TOOLS_PPPOEIACTL_COMMAND_H
 
-#include "tools/pppoeiactl/command_words.h"
-#include "tools/pppoeiactl/given_words.h"
+#include "tools/pppoeiactl/words/command_words.h"
+#include "tools/pppoeiactl/words/given_words.h"
 
 #include <istream>
 #include <string>

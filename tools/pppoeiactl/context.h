@@ -4,7 +4,7 @@
 
 #include "tools/agent_client/agent_client.h"
 #include "tools/pppoeiactl/exit_status.h"
-#include "tools/pppoeiactl/watch.h"
+#include "tools/pppoeiactl/show/watch.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,9 +1,9 @@
 // pppoeiactl: the agent's command line.
 #include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/completion.h"
-#include "tools/pppoeiactl/help.h"
-#include "tools/pppoeiactl/interactive.h"
-#include "tools/pppoeiactl/reference.h"
+#include "tools/pppoeiactl/words/completion.h"
+#include "tools/pppoeiactl/words/help.h"
+#include "tools/pppoeiactl/words/interactive.h"
+#include "tools/pppoeiactl/words/reference.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,9 +1,9 @@
 #include "tools/pppoeiactl/operation_command.h"
 
 #include "tools/pppoeiactl/config/memory.h"
-#include "tools/pppoeiactl/given_words.h"
 #include "tools/pppoeiactl/report.h"
 #include "tools/pppoeiactl/warning.h"
+#include "tools/pppoeiactl/words/given_words.h"
 #include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>

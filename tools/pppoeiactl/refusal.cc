@@ -1,9 +1,9 @@
 #include "tools/pppoeiactl/refusal.h"
 
-#include "tools/pppoeiactl/bridge_report.h"
 #include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/discovery.h"
-#include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/show/bridge_report.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <cerrno>
 #include <cstring>

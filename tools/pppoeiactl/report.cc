@@ -1,6 +1,6 @@
 #include "tools/pppoeiactl/report.h"
 
-#include "pppoeia/api_records.h"
+#include "pppoeia/api/records.h"
 
 #include <algorithm>
 #include <cstdio>

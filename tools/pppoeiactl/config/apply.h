@@ -2,7 +2,7 @@
 #ifndef TOOLS_PPPOEIACTL_CONFIG_APPLY_H
 #define TOOLS_PPPOEIACTL_CONFIG_APPLY_H
 
-#include "tools/pppoeiactl/given_words.h"
+#include "tools/pppoeiactl/words/given_words.h"
 
 namespace config {
 

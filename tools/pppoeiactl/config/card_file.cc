@@ -3,9 +3,9 @@
 #include "tools/pppoeiactl/command.h"
 #include "tools/pppoeiactl/config/apply.h"
 #include "tools/pppoeiactl/config/card_builder.h"
-#include "tools/pppoeiactl/format_set.h"
-#include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/format/format_set.h"
 #include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,10 +1,10 @@
 #include "tools/pppoeiactl/config/card_read.h"
 
-#include "tools/pppoeiactl/bridge_report.h"
 #include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/config/port_probe.h"
 #include "tools/pppoeiactl/discovery.h"
-#include "tools/pppoeiactl/format_trial.h"
+#include "tools/pppoeiactl/format/format_trial.h"
+#include "tools/pppoeiactl/show/bridge_report.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "tools/pppoeiactl/config/check.h"
 
 #include "tools/pppoeiactl/config/collisions.h"
-#include "tools/pppoeiactl/format_reading.h"
+#include "tools/pppoeiactl/format/format_reading.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -3,7 +3,7 @@
 #define TOOLS_PPPOEIACTL_CONFIG_CHECK_H
 
 #include "tools/pppoeiactl/config/card_file.h"
-#include "tools/pppoeiactl/given_words.h"
+#include "tools/pppoeiactl/words/given_words.h"
 
 namespace config {
 

@@ -1,6 +1,6 @@
 #include "tools/pppoeiactl/config/collisions.h"
 
-#include "tools/pppoeiactl/format_reading.h"
+#include "tools/pppoeiactl/format/format_reading.h"
 
 #include <algorithm>
 #include <set>

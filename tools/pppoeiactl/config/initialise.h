@@ -3,7 +3,7 @@
 #ifndef TOOLS_PPPOEIACTL_CONFIG_INITIALISE_H
 #define TOOLS_PPPOEIACTL_CONFIG_INITIALISE_H
 
-#include "tools/pppoeiactl/given_words.h"
+#include "tools/pppoeiactl/words/given_words.h"
 
 namespace config {
 

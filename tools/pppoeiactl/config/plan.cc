@@ -1,7 +1,7 @@
 #include "tools/pppoeiactl/config/plan.h"
 
 #include "tools/pppoeiactl/config/memory.h"
-#include "tools/pppoeiactl/line.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cstring>

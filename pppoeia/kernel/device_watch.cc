@@ -1,0 +1,97 @@
+#include "pppoeia/kernel/device_watch.h"
+
+#include "pppoeia/kernel/bridge_control.h"
+#include "pppoeia/kernel/kernel.h"
+#include "pppoeia/kernel/kernel_control.h"
+#include "pppoeia/log.h"
+#include "pppoeia/records.h"
+
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+// Has the device made, unless it is there, and brings it up. Says nothing: it is tried many times.
+bool device_make(int sock, char* device)
+{
+  const int mng = kernel->open_control(kvmng_path);
+  if (mng < 0)
+    return false;
+  const bool made = kernel->control(mng, kvmng_device_create, device) == 0 || errno == EEXIST;
+  kernel->close(mng);
+  short flags = 0;
+  return made && kernel->link_flags_get(sock, device, &flags) >= 0 &&
+         kernel->link_flags_set(sock, device, static_cast<short>(flags | link_flag_up)) >= 0;
+}
+
+}  // namespace
+
+device_watch::device_watch(pppoeia_bridge& bridge) : bridge_(bridge)
+{
+  if (kernel->link_index(bridge.sock, bridge.dev_name, &index_) < 0)
+    index_ = -1;
+}
+
+void device_watch::failed(int error)
+{
+  if (!lost_ && (error == ENETDOWN || error == ENODEV || error == ENXIO))
+    lose();
+}
+
+void device_watch::lose()
+{
+  lost_ = true;
+  pppoeia_log(log_warning, "<%s> Pseudo device '%s' is gone.", bridge_.name, bridge_.dev_name);
+}
+
+// The kernel takes a packet socket off a device that is deleted, and forgets which one it was. It tells the socket
+// once, to whichever call comes first: a send may have swallowed it.
+void device_watch::waited()
+{
+  constexpr unsigned waits_to_look = 100;
+  constexpr unsigned waits_to_try = 10;
+  if (++waits_ < (lost_ ? waits_to_try : waits_to_look))
+    return;
+  waits_ = 0;
+  int index = -1;
+  const bool same = kernel->link_index(bridge_.sock, bridge_.dev_name, &index) == 0 && index == index_;
+  if (same && lost_)
+    kernel->bind_packet(bridge_.sock, index);
+  if (same)
+    return;
+  if (!lost_)
+    lose();
+  const int control_file = bridge_control_open(bridge_.name);
+  if (control_file < 0)
+    return;
+  if (restore(control_file))
+    kernel->close(std::exchange(bridge_.ctl_fd, control_file));
+  else
+    kernel->close(control_file);
+}
+
+bool device_watch::restore(int control_file)
+{
+  int index = -1;
+  if (!device_make(bridge_.sock, bridge_.dev_name) || bridge_filter_attach(control_file, bridge_.dev_name) < 0 ||
+      kernel->link_index(bridge_.sock, bridge_.dev_name, &index) < 0 || kernel->bind_packet(bridge_.sock, index) < 0)
+    return false;
+  index_ = index;
+  lost_ = false;
+  pppoeia_log(log_info, "<%s> Pseudo device '%s' is back.", bridge_.name, bridge_.dev_name);
+  compare(control_file);
+  return true;
+}
+
+// What a bridge takes from the kernel is fixed for its life.
+void device_watch::compare(int control_file) const
+{
+  int mtu = bridge_.mtu;
+  kvbridge_info info{};
+  info.stag_ethertype = bridge_.stag_ethertype;
+  kernel->link_mtu(bridge_.sock, bridge_.dev_name, &mtu);
+  kernel->control(control_file, kvbridge_info_get, &info);
+  if (mtu != bridge_.mtu || info.stag_ethertype != bridge_.stag_ethertype)
+    pppoeia_log(log_warning, "<%s> MTU or S-Tag EtherType have changed: delete the bridge and add it again.",
+                bridge_.name);
+}

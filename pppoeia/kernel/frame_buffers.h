@@ -1,0 +1,24 @@
+// The receive buffers of one worker: a batch of equal slots, each the bridge's `buffer_size` and room for what the
+// agent may add to a record. Every record is received into zeros, so that what a short record lacks reads as zero.
+#ifndef PPPOEIA_KERNEL_FRAME_BUFFERS_H
+#define PPPOEIA_KERNEL_FRAME_BUFFERS_H
+
+#include <cstddef>
+#include <cstdint>
+
+// Bytes behind `buffer_size` in each slot: the largest tag the agent writes is 138 bytes, an empty error tag 4.
+inline constexpr uint32_t frame_growth_max = 142;
+
+// Number of slots for that buffer size: fewer where frames are huge, so that a bridge costs at most 256 KiB of them.
+unsigned frame_slot_count(uint32_t buffer_size);
+
+// Bytes from one slot to the next.
+inline size_t frame_slot_size(uint32_t buffer_size)
+{
+  return (static_cast<size_t>(buffer_size) + frame_growth_max + 63) / 64 * 64;
+}
+
+// All slots, zeroed; null without memory. Freed by std::free.
+unsigned char* frame_buffers_new(uint32_t buffer_size);
+
+#endif

@@ -1,0 +1,124 @@
+#include "rte/BLL/core/self_debugger.h"
+
+#include "rte/BLL/core/debugger/crash_signals.h"
+#include "rte/BLL/core/debugger/reporter_process.h"
+#include "rte/BLL/core/manager/log_line.h"
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+reportDeadline_t deadlineFromNow()
+{
+  return std::chrono::steady_clock::now() + longestRequest;
+}
+
+// Not owned if the deadline has come. Two who ask at once are rare enough to look again every few milliseconds;
+// ThreadSanitizer does not know the wait of std::timed_mutex.
+std::unique_lock<std::mutex> lockBy(std::mutex& mutex, reportDeadline_t deadline)
+{
+  std::unique_lock guard(mutex, std::try_to_lock);
+  while (!guard.owns_lock() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    (void)guard.try_lock();
+  }
+  return guard;
+}
+
+}  // namespace
+
+SelfDebugger::~SelfDebugger()
+{
+  dropReporter();
+}
+
+bool SelfDebugger::installCrashReports()
+{
+  static std::mutex installing;  // signals belong to the process, not to an object
+  static bool installed = false;
+  const auto deadline = deadlineFromNow();
+  const std::unique_lock guard = lockBy(installing, deadline);
+  if (!guard.owns_lock())
+    return false;
+  prepareThread();
+  if (installed)
+    return true;
+  const reporterProcess_t reporter = forkReporter(deadline);
+  if (reporter.pid != 0)
+    crashSignalsInstall(reporter);
+  return installed = reporter.pid != 0;
+}
+
+bool SelfDebugger::enableManualReports()
+{
+  const auto deadline = deadlineFromNow();
+  const std::unique_lock guard = lockBy(mutex_, deadline);
+  if (!guard.owns_lock() || !startReporter(deadline))
+    return false;
+  manualReports_ = true;
+  return true;
+}
+
+bool SelfDebugger::disableManualReports()
+{
+  manualReports_ = false;
+  return true;
+}
+
+bool SelfDebugger::dumpBacktrace(int32_t kernelThreadId)
+{
+  const std::string stack = backtraceOf(kernelThreadId);
+  if (stack.empty())
+    return false;
+  logAt(LogImpl::critical) << "Stack of thread " << std::to_string(kernelThreadId) << ":\n" << stack;
+  return true;
+}
+
+std::string SelfDebugger::backtraceOf(int32_t kernelThreadId)
+{
+  const auto deadline = deadlineFromNow();
+  std::string text;
+  text.reserve(longestAnswer + 1);  // now: the thread may be held still with the heap's lock in its hands
+  const std::unique_lock guard = lockBy(mutex_, deadline);
+  if (!guard.owns_lock() || !startReporter(deadline))
+    return {};
+  // The one at hand may have been killed, or have ended itself; a new one gets one chance.
+  if (!sendRequest(kernelThreadId) && !(startReporter(deadline) && sendRequest(kernelThreadId)))
+    return {};
+  if (!receiveAnswer(requests_, deadline, text))
+    dropReporter();
+  return text;
+}
+
+// Unless one runs for this process. It is forked when it is first needed, and again when one has been lost.
+bool SelfDebugger::startReporter(std::chrono::steady_clock::time_point deadline)
+{
+  if (owner_ != getpid())
+    dropReporter();
+  if (requests_ >= 0)
+    return true;
+  const reporterProcess_t reporter = forkReporter(deadline);
+  owner_ = getpid();
+  reporter_ = reporter.pid;
+  requests_ = reporter.socket;
+  return requests_ >= 0;
+}
+
+bool SelfDebugger::sendRequest(int32_t kernelThreadId)
+{
+  const reportRequest_t request{kernelThreadId, 0, 0};
+  letTrace(reporter_);
+  if (send(requests_, &request, sizeof request, MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof request)
+    return true;
+  dropReporter();
+  return false;
+}
+
+// One that does not answer ends by its own alarm. It is not killed from here: its process id may be another's by now.
+void SelfDebugger::dropReporter()
+{
+  if (requests_ >= 0)
+    close(requests_);
+  requests_ = -1;
+}

@@ -1,0 +1,27 @@
+// What only the agent's report of a bridge tells, read from its text.
+#ifndef TOOLS_PPPOEIACTL_SHOW_BRIDGE_REPORT_H
+#define TOOLS_PPPOEIACTL_SHOW_BRIDGE_REPORT_H
+
+#include "tools/pppoeiactl/context.h"
+
+#include <cstdint>
+#include <map>
+
+struct reported_port {
+  std::string device;
+  std::string name;
+  std::string cpe_serial;  // empty when the report leaves the port's CPE out
+  std::string cpe_mac;
+};
+
+struct bridge_report {
+  std::map<uint32_t, reported_port> ports;  // those with VLAN entries or a CPE serial number
+  std::map<uint16_t, std::string> vlans;    // the named ones
+};
+
+// Texts stand in the report without escapes. What cannot be read with certainty is left out.
+bridge_report bridge_report_parse(const std::string& text);
+
+bridge_report bridge_report_read(const context& context, const std::string& bridge);
+
+#endif

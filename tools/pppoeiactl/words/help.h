@@ -1,0 +1,24 @@
+// What a command or a noun is about: usage, values, defaults, examples.
+#ifndef TOOLS_PPPOEIACTL_WORDS_HELP_H
+#define TOOLS_PPPOEIACTL_WORDS_HELP_H
+
+#include "tools/pppoeiactl/command.h"
+
+// What a person needs to know of a command beside its usage and summary.
+struct command_facts {
+  std::vector<std::pair<std::string, std::string>> values;  // arguments and options, with what each takes
+  std::string default_value;                                // of a setting; empty: it has none
+};
+command_facts command_facts_of(const command_row& row);
+
+// "bridge state set br0 on"
+std::string operation_example(const api::operation& operation);
+
+// All commands that begin with these words, in full; of no words, what there is to ask about. Throws where no command
+// begins so.
+std::string help_text(const words& begin);
+
+// "help [WORD...]"
+void help_run(const context& context, const given_words& given);
+
+#endif
