@@ -2,7 +2,7 @@
 #include "tests/framework/manager_support.h"
 
 #include "base/caller.h"
-#include "rte/BLL/core/manager/commands.h"
+#include "rte/BLL/core/manager/messages.h"
 #include "rte/BLL/core/self_debugger.h"
 #include "tests/support/files.h"
 #include <fcntl.h>
