@@ -110,20 +110,6 @@ TEST_F(ManagerMessages, TheBridgePlugInIsReached)
                                  HasSubstr("mask 3"), HasSubstr("mask 1")));
 }
 
-TEST_F(ManagerMessages, PrefixedOnesGoToTheirOwnSubscribers)
-{
-  names_t got;
-  manager().prefixedMessageSubscribers.emplace_back(
-      [&](const std::string& message, const std::string& value, const std::string& tty) {
-        got = {message, value, tty};
-      });
-  answerWith("unheard");
-  EXPECT_FALSE(manager().postExternalMessage("dhcpra:show", "all", "/nowhere"));
-  EXPECT_THAT(got, ElementsAre("show", "all", "/nowhere"));
-  manager().externalMessageSubscribers.emplace_back();
-  EXPECT_THROW(manager().postExternalMessage("show", "", ""), boost::bad_function_call);
-}
-
 TEST_F(ManagerMessages, TheReplyReachesTheTerminalOrTheLogSaysWhyNot)
 {
   const auto fails = [this](const std::string& tty) { return manager().postExternalMessage("any", "", tty); };
