@@ -2,7 +2,7 @@
 #include "tests/framework/manager_support.h"
 
 #include "base/caller.h"
-#include "rte/BLL/core/manager/commands.h"
+#include "rte/BLL/core/manager/messages.h"
 #include "rte/BLL/core/self_debugger.h"
 #include "tests/support/files.h"
 #include <fcntl.h>
@@ -108,20 +108,6 @@ TEST_F(ManagerMessages, TheBridgePlugInIsReached)
   names_t texts = syslog_take_texts();
   EXPECT_THAT(texts, ElementsAre(HasSubstr("test 1"), HasSubstr("test 2"), HasSubstr("test 3"), HasSubstr("test 4"),
                                  HasSubstr("mask 3"), HasSubstr("mask 1")));
-}
-
-TEST_F(ManagerMessages, PrefixedOnesGoToTheirOwnSubscribers)
-{
-  names_t got;
-  manager().prefixedMessageSubscribers.emplace_back(
-      [&](const std::string& message, const std::string& value, const std::string& tty) {
-        got = {message, value, tty};
-      });
-  answerWith("unheard");
-  EXPECT_FALSE(manager().postExternalMessage("dhcpra:show", "all", "/nowhere"));
-  EXPECT_THAT(got, ElementsAre("show", "all", "/nowhere"));
-  manager().externalMessageSubscribers.emplace_back();
-  EXPECT_THROW(manager().postExternalMessage("show", "", ""), boost::bad_function_call);
 }
 
 TEST_F(ManagerMessages, TheReplyReachesTheTerminalOrTheLogSaysWhyNot)

@@ -3,8 +3,6 @@
 #include "tests/support/files.h"
 
 #include <algorithm>
-#include <random>
-#include <set>
 #include <thread>
 
 namespace {
@@ -51,6 +49,28 @@ TEST_F(ManagerProcedures, ALifeFromConfigurationToStop)
   EXPECT_FALSE(manager().applyDefaultSettings());
   EXPECT_THAT(calls, IsEmpty());
   EXPECT_TRUE(manager().start()) << "a stopped manager may start again";
+}
+
+TEST_F(ManagerProcedures, OnlyWhoIsToStartIsEntered)
+{
+  configure("<BOARD Id='all_boards'><BLE Name='a' Start='true'/><BLE Name='b' Start='no'/></BOARD>");
+  manager();
+  logEverything();
+  logged();
+  add("a");
+  add("b");
+  add("unknown");
+  add("");
+  EXPECT_THAT(logged(),
+              ElementsAre("Registering BLE <a>... done.\n", "Registering BLE <b>... not registered.\n",
+                          "Registering BLE <unknown>... not registered.\n", "Registering BLE <>... not registered.\n"));
+  entity_t twin("a", calls);
+  EXPECT_TRUE(manager().registerEntity(twin)) << "takes the place of the first";
+  manager().applyConfiguration("file");
+  logged();
+  EXPECT_FALSE(manager().registerEntity(twin));
+  EXPECT_THAT(logged(), ElementsAre("Registering BLE <a>... error.\n"));
+  EXPECT_THAT(calls, ElementsAre("configure a"));
 }
 
 TEST_F(ManagerProcedures, TheLogTellsOfAStart)
@@ -184,54 +204,37 @@ TEST_F(ManagerProcedures, ACycleStartsNothingAndSucceeds)
   EXPECT_THAT(calls, IsEmpty());
 }
 
-// Finds a cycle by taking away, again and again, whoever needs nobody that is left.
-bool hasCycle(std::map<std::string, std::set<std::string>> needs)
+// What the manager calls may call the manager: an entity, and a subscriber that the entity has called.
+TEST_F(ManagerProcedures, WhomItCallsMayCallIt)
 {
-  for (bool progress = true; progress && !needs.empty();) {
-    progress = false;
-    for (auto row = needs.begin(); row != needs.end();)
-      if (std::ranges::none_of(row->second, [&](const std::string& name) { return needs.contains(name); })) {
-        row = needs.erase(row);
-        progress = true;
-      } else {
-        ++row;
-      }
-  }
-  return !needs.empty();
-}
-
-TEST_F(ManagerProcedures, RandomGraphsAreOrderedOrTheirCycleIsFound)
-{
-  std::mt19937 random(20'000'017);
-  int cycles = 0;
-  for (const size_t size : {1, 2, 3, 5, 8, 20, 100, 400, 2000, 2, 3, 4, 5, 6, 7, 8, 9, 10}) {
-    names_t names;
-    for (size_t i = 0; i < size; ++i)
-      names.push_back("e" + std::to_string(i));
-    configureToStart(names);
-    made.reset();
-    entities.clear();
-    std::ranges::shuffle(names, random);
-    std::map<std::string, std::set<std::string>> needs;
-    const bool backwards = random() % 3 == 0;  // may close a cycle
-    for (size_t i = 0; i < size; ++i)
-      for (size_t edge = random() % 6; edge-- > 0;)
-        if (const size_t j = random() % size; backwards ? j != i : j < i)
-          needs[names[i]].insert(names[j]);
-    for (const std::string& name : names)
-      add(name, {needs[name].begin(), needs[name].end()});
-    std::list<std::string> order;
-    const bool found = !manager().resolveDependences(order);
-    EXPECT_EQ(found, hasCycle(needs));
-    cycles += found;
-    std::set<std::string> seen;
-    for (const std::string& name : order) {
-      EXPECT_TRUE(std::ranges::includes(seen, needs[name])) << name << " comes before what it needs";
-      seen.insert(name);
+  struct calling_t : entity_t {
+    calling_t(names_t& list, BLLManager& called) : entity_t("a", list), manager(called) {}
+    bool start() override
+    {
+      EXPECT_FALSE(manager.registerEntity(*this));
+      EXPECT_TRUE(manager.checkBllEntity("b") && manager.disableBLLEntity("b"));
+      std::list<std::string> order;
+      EXPECT_TRUE(manager.resolveDependences(order));
+      EXPECT_EQ(order.size(), 1u);
+      EXPECT_TRUE(manager.postConfigurationApplied(7));
+      return true;
     }
-    EXPECT_EQ(seen.size(), found ? 0 : size);
-  }
-  EXPECT_GT(cycles, 1);
+    BLLManager& manager;
+  };
+  calling_t calling(calls, manager());
+  manager().registerEntity(calling);
+  std::ostringstream out;
+  manager().configurationAppliedSubscribers.emplace_back([&](int code) {
+    manager().configurationAppliedSubscribers.emplace_back();
+    manager().setBllFeature("of " + std::to_string(code), false, out);
+    manager().dumpFeatureSupport(out);
+    manager().saveConfiguration(path("saved.xml"));
+    EXPECT_FALSE(manager().postExternalMessage("any", "", ""));
+    EXPECT_TRUE(manager().systemReloadRequest("why"));
+  });
+  manager().applyConfiguration("file");
+  EXPECT_TRUE(manager().start());
+  EXPECT_THAT(out.str(), testing::HasSubstr(" of 7: false\n"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // bllmsg: an operator's message to the service framework.
-#include "rte/BLL/core/manager/commands.h"
+#include "rte/BLL/core/manager/messages.h"
 #include "tools/bllmsg/message.h"
 #include "tools/report_terminal/report_terminal.h"
 

@@ -31,11 +31,8 @@
 #include <atomic>
 #include <boost/function.hpp>
 #include <cstdint>
-#include <deque>
-#include <initializer_list>
 #include <list>
-#include <map>
-#include <mutex>
+#include <memory>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -86,9 +83,10 @@ public:
   // True when the calling thread holds BLLManager::lock as `access` needs it; otherwise false, and a report in the log.
   static bool lockCheck(lockType access);
 
-  // ---- Registration and configuration: bll_registration.cc, bll_config.cc, bll_libraries.cc ----
+  // ---- Registration and configuration ----
 
   BLLManager();
+  ~BLLManager();
   BLLManager(const BLLManager&) = delete;
   BLLManager& operator=(const BLLManager&) = delete;
 
@@ -114,7 +112,7 @@ public:
   // An entity that has been disabled stays so: does nothing and answers false.
   bool enableBLLEntity(const std::string& name);
 
-  // ---- Procedures: bll_procedures.cc, bll_configuration.cc, bll_dependences.cc ----
+  // ---- Procedures ----
 
   // Starts every entity and applies its default settings, dependences first. On a failure those started before it are
   // stopped in reverse order. A cycle in the dependences gives an empty order: nothing is started, and the answer true.
@@ -133,7 +131,7 @@ public:
   // dependences form a cycle. Calls every entity's getDependences().
   bool resolveDependences(std::list<std::string>& order);
 
-  // ---- Features of the board: bll_features.cc ----
+  // ---- Features of the board ----
 
   // A feature that nobody named is supported.
   bool isFeatureSupported(const std::string& name) const;
@@ -141,7 +139,7 @@ public:
   void setBllFeature(const std::string& name, bool value, std::ostream& out);
   void dumpFeatureSupport(std::ostream& out) const;
 
-  // ---- Messages and events: bll_messages.cc, bll_events.cc ----
+  // ---- Messages and events ----
 
   using externalMessageSubscriber_t = boost::function<void(const std::string& message, const std::string& value,
                                                            std::ostringstream& reply, const std::string& tty)>;
@@ -170,7 +168,7 @@ public:
   bool postPreConfigurationApplying();
 
   // The queues of the node's message broker; off until a library enables them, for the whole process. Any thread.
-  RabbitMqInterSoc& interSocMq() { return interSocMq_; }
+  RabbitMqInterSoc& interSocMq();
 
   // ---- Threads: thread_registry.h ----
 
@@ -180,32 +178,10 @@ public:
   void showThreads(std::ostream& out) const;
 
 private:
-  enum state_t : int32_t { notConfigured = 0, configured = 1, running = 2, stopped = 3 };
-  struct orderedEntity_t {
-    std::string name;
-    BLEntity* entity;
-  };
-
-  void loadBllConfig();
-  int loadBllCfgForBoard(boost::shared_ptr<Storage::Setting> board);
-  void loadBllFeatures();
-  bool stateIs(std::initializer_list<state_t> wanted, const char* refusal) const;
-  std::vector<orderedEntity_t> startOrder();
-  void stopStarted(const std::vector<orderedEntity_t>& order, size_t count);
-
   static std::atomic<bool> deadlockTestRuns;
 
-  std::atomic<state_t> bllState_ = notConfigured;
-  std::atomic<bool> cpuUsageDebug_ = false;
-  // Guards the tables below, never while an entity or a subscriber is called.
-  mutable std::recursive_mutex mutex_;
-  std::map<std::string, BLEntity*> entities_;
-  std::map<std::string, bleInfo_t> configuration_;
-  std::deque<std::string> libraries_;
-  std::map<std::string, bool> features_;
-  std::string boardDescription_;
-  RPCProxy rpcProxy_;
-  RabbitMqInterSoc interSocMq_;
+  struct parts_t;
+  const std::unique_ptr<parts_t> parts_;
 };
 
 #include "rte/BLL/core/lock_guards.h"  // defines the nested scope classes

@@ -1,7 +1,9 @@
-// Operators' messages: who gets them, what the manager itself understands, and how the reply reaches the operator.
-#include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/manager/commands.h"
+// What passes through the manager: operators' messages, those that it understands itself and the way of a reply to the
+// operator; and events, from whoever posts them to the subscribers.
+#include "rte/BLL/core/manager/messages.h"
+
 #include "rte/BLL/core/manager/log_line.h"
+#include "rte/BLL/core/manager/parts.h"
 #include "rte/BLL/core/self_debugger.h"
 #include "rte/BLL/util/measure_time.h"
 
@@ -12,8 +14,6 @@
 #include <iostream>
 
 namespace {
-
-constexpr std::string_view prefixedMessages = "dhcpra:";
 
 void setLockDebug(const std::string& value)
 {
@@ -84,15 +84,7 @@ bool BLLManager::postExternalMessage(const std::string& message, const std::stri
 {
   logAt(LogImpl::debug) << "*** EVENT: <externalMessage>: notify all subscribers.\n";
   std::ostringstream reply;
-  if (message.starts_with(prefixedMessages)) {
-    const auto subscribers = prefixedMessageSubscribers;
-    for (const auto& subscriber : subscribers)
-      subscriber(message.substr(prefixedMessages.size()), value, tty);
-  } else {
-    const auto subscribers = externalMessageSubscribers;
-    for (const auto& subscriber : subscribers)
-      subscriber(message, value, reply, tty);
-  }
+  parts_->subscribers.message(message, value, reply, tty);
   const std::string text = reply.str();
   if (text.empty())
     return false;
@@ -121,7 +113,7 @@ void BLLManager::onExternalMessage(const std::string& message, const std::string
   case bllCommand_t::id_t::lockHolders:
     return value == "show" ? getLockHoldersDump(out, lock.getStateMap()) : void();
   case bllCommand_t::id_t::scripterDebugTime:
-    return toggleDurations(cpuUsageDebug_);
+    return toggleDurations(parts_->durationsWanted);
   case bllCommand_t::id_t::deadlockTest:
     return bllDeadlockTest(value == "start", out);
   case bllCommand_t::id_t::lockingPeriod:
@@ -145,4 +137,33 @@ void BLLManager::onExternalMessage(const std::string& message, const std::string
   case bllCommand_t::id_t::setFeature:
     return setFeature(*this, value, out);
   }
+}
+
+bool BLLManager::systemReloadRequest(const std::string& message)
+{
+  logAt(LogImpl::warning) << "BLLManager::systemReloadRequest, msg: " << message << "\n";
+  if (parts_->subscribers.agreeToReload())
+    return true;
+  logAt(LogImpl::warning) << "BLLManager::systemReloadRequest, reload request denied\n";
+  return false;
+}
+
+bool BLLManager::postConfigurationApplied(int code)
+{
+  const exclusiveLock_t guard;
+  if (!guard.isLocked())
+    return false;
+  logAt(LogImpl::debug) << "*** EVENT: <configurationApplied>, notify all subscribers.\n";
+  parts_->subscribers.configurationApplied(code);
+  return true;
+}
+
+bool BLLManager::postPreConfigurationApplying()
+{
+  const exclusiveLock_t guard;
+  if (!guard.isLocked())
+    return false;
+  logAt(LogImpl::debug) << "*** EVENT: <preConfigurationApplying>, notify all subscribers.\n";
+  parts_->subscribers.preConfigurationApplying();
+  return true;
 }

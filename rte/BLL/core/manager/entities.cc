@@ -1,7 +1,6 @@
-// The order of starting: every entity after all that it depends on.
-#include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/manager/log_line.h"
+#include "rte/BLL/core/manager/entities.h"
 
+#include "rte/BLL/core/manager/log_line.h"
 #include <algorithm>
 #include <boost/graph/adjacency_list.hpp>
 #include <boost/graph/depth_first_search.hpp>
@@ -45,11 +44,17 @@ graph_t dependenceGraph(const namedEntities_t& entities)
 
 }  // namespace
 
-bool BLLManager::resolveDependences(std::list<std::string>& order)
+void entityTable_t::enter(BLEntity& entity)
+{
+  const mutex_guard guard(mutex_);
+  entities_[entity.name] = &entity;
+}
+
+bool entityTable_t::resolveDependences(std::list<std::string>& order) const
 {
   namedEntities_t entities;
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     entities.assign(entities_.begin(), entities_.end());
   }
   const graph_t graph = dependenceGraph(entities);
@@ -66,13 +71,12 @@ bool BLLManager::resolveDependences(std::list<std::string>& order)
   return true;
 }
 
-// The order with the entities themselves; empty for a cycle.
-std::vector<BLLManager::orderedEntity_t> BLLManager::startOrder()
+std::vector<entityTable_t::row_t> entityTable_t::startOrder() const
 {
   std::list<std::string> names;
   resolveDependences(names);
-  std::vector<orderedEntity_t> order;
-  const std::lock_guard guard(mutex_);
+  std::vector<row_t> order;
+  const mutex_guard guard(mutex_);
   for (const std::string& name : names)
     order.push_back({name, entities_.at(name)});
   return order;
