@@ -27,7 +27,7 @@ void threadRegistry_t::registerThread(const std::string& name)
   SelfDebugger::prepareThread();
   const threadsInfo_t info{boost::this_thread::get_id(), gettid(), pthread_self(), name};
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     threads_[info.threadId] = info;
   }
   logRegistration("registered", info);
@@ -37,7 +37,7 @@ void threadRegistry_t::unregisterThread()
 {
   threads_t::node_type removed;
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     removed = threads_.extract(boost::this_thread::get_id());
   }
   if (removed)
