@@ -1,6 +1,6 @@
 #include "rte/BLL/core/thread_registry.h"
 
-#include "rte/BLL/core/lock/seam.h"
+#include "rte/BLL/core/log/log_line.h"
 #include "rte/BLL/core/self_debugger.h"
 #include <pthread.h>
 #include <sstream>
@@ -10,8 +10,8 @@ namespace {
 
 void logRegistration(const std::string& what, const threadsInfo_t& thread)
 {
-  lockSeam().log(lockLogLevel_t::notice, "BLLManager: thread " + what + ": " + thread.name + " (" +
-                                             std::to_string(thread.kernelThreadId) + ")\n");
+  logAt(LogImpl::notice) << "BLLManager: thread " + what + ": " + thread.name + " (" +
+                                std::to_string(thread.kernelThreadId) + ")\n";
 }
 
 }  // namespace

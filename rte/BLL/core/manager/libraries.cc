@@ -7,7 +7,7 @@
 
 #include <dlfcn.h>
 
-const char bll_framework_abi_1 = 0;
+const char bll_framework_abi_2 = 0;
 
 namespace {
 
