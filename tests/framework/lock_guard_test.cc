@@ -1,7 +1,7 @@
 // The scope classes and the supervision of the framework lock, with the log, the self debugger and the clock played by
 // the test.
 #include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/lock/seam.h"
+#include "rte/BLL/core/lock/supervisor.h"
 #include "rte/BLL/core/thread_registry.h"
 #include "tests/framework/lock_support.h"
 #include <gmock/gmock.h>
@@ -39,7 +39,7 @@ protected:
     played.dumpWorks = true;
     played.now += 1'000'000;  // out of the reach of every earlier test
     before_ = lockSeam();
-    lockSeam() = {[](lockLogLevel_t level, const std::string& text) {
+    lockSeam() = {[](LogImpl::logLevel_t level, const std::string& text) {
                     const std::lock_guard guard(played.mutex);
                     played.lines.push_back(std::to_string(static_cast<int>(level)) + text);
                   },
@@ -143,7 +143,7 @@ TEST_F(LockGuard, MarksEveryTakeAndReleaseWhenAsked)
 TEST_F(LockGuard, AThreadCancelledInTheTraceLeavesNothingTaken)
 {
   BLLManager::lockDebug = true;
-  lockSeam().log = [](lockLogLevel_t, const std::string&) { pthread_testcancel(); };
+  lockSeam().log = [](LogImpl::logLevel_t, const std::string&) { pthread_testcancel(); };
   pthread_t thread;
   const auto takeAndDie = [](void*) -> void* {
     pthread_cancel(pthread_self());

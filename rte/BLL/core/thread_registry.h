@@ -1,10 +1,10 @@
 // The table of the process's named threads: lock reports and the message "threads" show its names.
 #pragma once
 
+#include "base/thread_annotations.h"
 #include <boost/thread/thread.hpp>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <ostream>
 #include <string>
 
@@ -36,7 +36,7 @@ public:
   template <typename Format>
   void visit(Format&& format) const
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     format(threads_);
   }
 
@@ -47,8 +47,8 @@ public:
 
 private:
   threadRegistry_t() = default;
-  mutable std::mutex mutex_;
-  threads_t threads_;
+  mutable checked_mutex mutex_;
+  threads_t threads_ TSA_GUARDED_BY(mutex_);
 };
 
 // The id as the thread library prints it, with "0x" in front; "{Not-any-thread}" for the id of no thread.

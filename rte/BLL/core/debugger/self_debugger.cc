@@ -2,7 +2,7 @@
 
 #include "rte/BLL/core/debugger/crash_signals.h"
 #include "rte/BLL/core/debugger/reporter_process.h"
-#include "rte/BLL/core/manager/log_line.h"
+#include "rte/BLL/core/log/log_line.h"
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #include "rte/BLL/core/thread_registry.h"
 
-#include "rte/BLL/core/lock/seam.h"
+#include "rte/BLL/core/log/log_line.h"
 #include "rte/BLL/core/self_debugger.h"
 #include <pthread.h>
 #include <sstream>
@@ -10,8 +10,8 @@ namespace {
 
 void logRegistration(const std::string& what, const threadsInfo_t& thread)
 {
-  lockSeam().log(lockLogLevel_t::notice, "BLLManager: thread " + what + ": " + thread.name + " (" +
-                                             std::to_string(thread.kernelThreadId) + ")\n");
+  logAt(LogImpl::notice) << "BLLManager: thread " + what + ": " + thread.name + " (" +
+                                std::to_string(thread.kernelThreadId) + ")\n";
 }
 
 }  // namespace
@@ -27,7 +27,7 @@ void threadRegistry_t::registerThread(const std::string& name)
   SelfDebugger::prepareThread();
   const threadsInfo_t info{boost::this_thread::get_id(), gettid(), pthread_self(), name};
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     threads_[info.threadId] = info;
   }
   logRegistration("registered", info);
@@ -37,7 +37,7 @@ void threadRegistry_t::unregisterThread()
 {
   threads_t::node_type removed;
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     removed = threads_.extract(boost::this_thread::get_id());
   }
   if (removed)

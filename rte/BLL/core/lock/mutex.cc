@@ -1,10 +1,9 @@
 #include "rte/BLL/core/lock/mutex.h"
 
-#include "rte/BLL/core/lock/deadline.h"
 #include <algorithm>
 #include <atomic>
-#include <pthread.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -20,6 +19,12 @@ constinit thread_local hotRow_t hotRows[hotRowCount] = {};
 hotRow_t& hotRow(uint64_t lockSerial)
 {
   return hotRows[lockSerial % hotRowCount];
+}
+
+uint64_t nextSerial()
+{
+  static std::atomic<uint64_t> last{0};
+  return ++last;
 }
 
 }  // namespace
@@ -76,33 +81,7 @@ private:
 
 constinit thread_local bool recursiveSharedMutex_t::threadRows_t::ended_ = false;
 
-namespace {
-
-uint64_t nextSerial()
-{
-  static std::atomic<uint64_t> last{0};
-  return ++last;
-}
-
-// The mutex is held for some ten nanoseconds at a time: with eight readers, spinning for a moment before sleeping takes
-// a quarter off the time of a take. std::condition_variable wants a std::mutex, which cannot be made so by itself.
-void makeAdaptive(std::mutex& mutex)
-{
-  pthread_mutexattr_t attributes;
-  if (pthread_mutexattr_init(&attributes) != 0)
-    return;
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ADAPTIVE_NP);
-  pthread_mutex_destroy(mutex.native_handle());
-  pthread_mutex_init(mutex.native_handle(), &attributes);
-  pthread_mutexattr_destroy(&attributes);
-}
-
-}  // namespace
-
-recursiveSharedMutex_t::impl_t::impl_t() : serial_(nextSerial())
-{
-  makeAdaptive(mutex_);
-}
+recursiveSharedMutex_t::impl_t::impl_t() : serial_(nextSerial()) {}
 
 bool recursiveSharedMutex_t::impl_t::take(access_t access, const boost::system_time& deadline)
 {
@@ -117,7 +96,7 @@ bool recursiveSharedMutex_t::impl_t::take(access_t access, const lockPeriod_t& p
 template <typename Deadline>
 bool recursiveSharedMutex_t::impl_t::takeBefore(access_t access, Deadline&& deadline)
 {
-  std::unique_lock guard(mutex_);
+  const spinningGuard_t guard(mutex_);
   row_t& self = callerRow();
   if (self.second.kernelThreadId == 0) {
     self.second.kernelThreadId = gettid();
@@ -125,20 +104,17 @@ bool recursiveSharedMutex_t::impl_t::takeBefore(access_t access, Deadline&& dead
   }
   lockRules_t::wakes_t none;
   const auto answer = rules_.request(self, access, false, none);
-  return answer == lockRules_t::answer_t::granted || wait(guard, self, access, answer, deadline());
+  return answer == lockRules_t::answer_t::granted || wait(self, access, answer, deadline());
 }
 
-bool recursiveSharedMutex_t::impl_t::wait(std::unique_lock<std::mutex>& guard, row_t& self, access_t access,
-                                          lockRules_t::answer_t answer, const boost::system_time& deadline)
+bool recursiveSharedMutex_t::impl_t::wait(row_t& self, access_t access, lockRules_t::answer_t answer,
+                                          const boost::system_time& deadline)
 {
   const cancellationOff_t uncancelled;  // a thread that died in here would leave its waiting flag behind
   const lockDeadline_t limit(deadline);
   lockRules_t::wakes_t wakes;
   while (answer != lockRules_t::answer_t::granted && answer != lockRules_t::answer_t::failed) {
-    queue_t& queue = queueOf(answer);
-    ++queue.sleeping;
-    const bool passed = !limit.wait(queue.condition, guard);
-    --queue.sleeping;
+    const bool passed = !queueOf(answer).wait(mutex_, limit);
     answer = rules_.request(self, access, passed, wakes);
   }
   if (answer == lockRules_t::answer_t::granted)
@@ -150,19 +126,19 @@ bool recursiveSharedMutex_t::impl_t::wait(std::unique_lock<std::mutex>& guard, r
 
 void recursiveSharedMutex_t::impl_t::release(access_t access)
 {
-  const std::lock_guard guard(mutex_);
+  const spinningGuard_t guard(mutex_);
   wake(rules_.release(callerRow(), access));
 }
 
 recursiveSharedMutex_t::stateMap_t recursiveSharedMutex_t::impl_t::states() const
 {
-  const std::lock_guard guard(mutex_);
+  const spinningGuard_t guard(mutex_);
   return rules_.states();
 }
 
 recursiveSharedMutex_t::stateData recursiveSharedMutex_t::impl_t::callerState() const
 {
-  const std::lock_guard guard(mutex_);
+  const spinningGuard_t guard(mutex_);
   if (const hotRow_t& hot = hotRow(serial_); hot.lockSerial == serial_)
     return hot.row->second;
   const row_t* known = threadRows_t::usable() ? threadRows_t::ofCaller().find(serial_) : nullptr;
@@ -171,7 +147,7 @@ recursiveSharedMutex_t::stateData recursiveSharedMutex_t::impl_t::callerState() 
 
 void recursiveSharedMutex_t::impl_t::callerEnds()
 {
-  const std::lock_guard guard(mutex_);
+  const spinningGuard_t guard(mutex_);
   rules_.threadEnded(boost::this_thread::get_id());
 }
 
@@ -209,7 +185,7 @@ lockRules_t::row_t& recursiveSharedMutex_t::impl_t::findCallerRow()
   return mine;
 }
 
-recursiveSharedMutex_t::impl_t::queue_t& recursiveSharedMutex_t::impl_t::queueOf(lockRules_t::answer_t answer)
+waitingQueue_t& recursiveSharedMutex_t::impl_t::queueOf(lockRules_t::answer_t answer)
 {
   if (answer == lockRules_t::answer_t::waitForUpgrade)
     return upgraders_;
@@ -227,14 +203,61 @@ void recursiveSharedMutex_t::impl_t::wake(const lockRules_t::wakes_t& wakes)
     readers_.wakeAll();
 }
 
-void recursiveSharedMutex_t::impl_t::queue_t::wakeOne()
+// What plug-ins see of it.
+
+recursiveSharedMutex_t::lockError_t::lockError_t(stateMap_t statesNow, boost::thread::id requesterId,
+                                                 boost::thread::id ownerId, bool exclusive, bool heldExclusive)
+    : states(std::move(statesNow)), requester(requesterId), owner(ownerId), exclusiveRequested(exclusive),
+      exclusiveHeld(heldExclusive)
+{}
+
+recursiveSharedMutex_t::lockError_t::~lockError_t() = default;
+
+const char* recursiveSharedMutex_t::lockError_t::what() const noexcept
 {
-  if (sleeping > 0)
-    condition.notify_one();
+  return exclusiveRequested ? "failed to get exclusive lock" : "failed to get shared lock";
 }
 
-void recursiveSharedMutex_t::impl_t::queue_t::wakeAll()
+recursiveSharedMutex_t::recursiveSharedMutex_t() : impl_(std::make_shared<impl_t>()) {}
+
+recursiveSharedMutex_t::~recursiveSharedMutex_t() = default;
+
+bool recursiveSharedMutex_t::timedLock(const boost::system_time& deadline)
 {
-  if (sleeping > 0)
-    condition.notify_all();
+  return impl_->take(lockRules_t::access_t::exclusive, deadline);
+}
+
+bool recursiveSharedMutex_t::timedLockShared(const boost::system_time& deadline)
+{
+  return impl_->take(lockRules_t::access_t::shared, deadline);
+}
+
+bool recursiveSharedMutex_t::timedLock(const lockPeriod_t& period)
+{
+  return impl_->take(lockRules_t::access_t::exclusive, period);
+}
+
+bool recursiveSharedMutex_t::timedLockShared(const lockPeriod_t& period)
+{
+  return impl_->take(lockRules_t::access_t::shared, period);
+}
+
+void recursiveSharedMutex_t::unlock()
+{
+  impl_->release(lockRules_t::access_t::exclusive);
+}
+
+void recursiveSharedMutex_t::unlockShared()
+{
+  impl_->release(lockRules_t::access_t::shared);
+}
+
+recursiveSharedMutex_t::stateMap_t recursiveSharedMutex_t::getStateMap() const
+{
+  return impl_->states();
+}
+
+recursiveSharedMutex_t::stateData recursiveSharedMutex_t::getCallerState() const
+{
+  return impl_->callerState();
 }

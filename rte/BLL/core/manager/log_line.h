@@ -1,19 +1,11 @@
-// The manager's own way to the framework log: a level, then the text. Not installed.
+// How the manager calls entities: what they throw is logged.
 #pragma once
 
-#include "rte/BLL/core/log.h"
-#include "rte/BLL/core/singleton.h"
+#include "rte/BLL/core/log/log_line.h"
 #include <cxxabi.h>
 #include <exception>
 #include <string>
 #include <utility>
-
-inline Log& logAt(LogImpl::logLevel_t level)
-{
-  Log& log = singleton<Log>::instance();
-  log.setMsgLevel(level);
-  return log;
-}
 
 inline void reportThrow(const std::string& entity, const char* text)
 {

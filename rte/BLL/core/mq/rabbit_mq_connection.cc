@@ -1,6 +1,6 @@
 #include "rte/BLL/core/mq/rabbit_mq_connection.h"
 
-#include "rte/BLL/core/manager/log_line.h"
+#include "rte/BLL/core/log/log_line.h"
 #include <algorithm>
 #include <amqp_framing.h>
 

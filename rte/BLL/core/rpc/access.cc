@@ -1,6 +1,6 @@
 #include "rte/BLL/core/rpc/access.h"
 
-#include "rte/BLL/core/manager/log_line.h"
+#include "rte/BLL/core/log/log_line.h"
 #include "rte/BLL/core/rpc/socket_owner.h"
 #include <algorithm>
 #include <grp.h>

@@ -1,7 +1,7 @@
 #include "rte/BLL/core/rpc_bll_service.h"
 
 #include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/manager/log_line.h"
+#include "rte/BLL/core/log/log_line.h"
 #include "rte/BLL/core/rpc_register.h"
 #include <cstdio>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 #include "rte/BLL/core/rpc_proxy.h"
 
 #include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/lock/seam.h"
+#include "rte/BLL/core/lock/supervisor.h"
 #include "rte/BLL/core/rpc/access.h"
 #include "rte/BLL/core/rpc/server.h"
 #include <cerrno>

@@ -1,6 +1,5 @@
 // The texts that explain a lock: who asked, who holds, since when.
-#include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/lock/rules.h"
+#include "rte/BLL/core/lock_guards.h"
 #include "rte/BLL/core/thread_registry.h"
 #include <ctime>
 #include <iomanip>
@@ -10,6 +9,7 @@
 
 namespace {
 
+using lockError_t = recursiveSharedMutex_t::lockError_t;
 using stateMap_t = recursiveSharedMutex_t::stateMap_t;
 using threads_t = threadRegistry_t::threads_t;
 
@@ -50,7 +50,7 @@ void writeHolders(std::ostream& out, const stateMap_t& states, const threads_t& 
 
 // What is known of the thread that asked. The table's row has lost its kernel thread id if the thread holds nothing, so
 // the registry and, when a thread describes its own failure, the thread itself help out.
-threadsInfo_t requesterOf(const recursiveSharedMutex_t::lockError_t& error, const threads_t& threads)
+threadsInfo_t requesterOf(const lockError_t& error, const threads_t& threads)
 {
   threadsInfo_t who{error.requester, 0, 0, {}};
   if (const auto row = error.states.find(error.requester); row != error.states.end()) {
@@ -69,7 +69,7 @@ threadsInfo_t requesterOf(const recursiveSharedMutex_t::lockError_t& error, cons
 
 }  // namespace
 
-std::string BLLManager::getExceptionDescription(const recursiveSharedMutex_t::lockError_t& error)
+std::string frameworkLocks_t::getExceptionDescription(const lockError_t& error)
 {
   std::ostringstream text;
   threadRegistry_t::instance().visit([&](const threads_t& threads) {
@@ -82,17 +82,17 @@ std::string BLLManager::getExceptionDescription(const recursiveSharedMutex_t::lo
   return text.str();
 }
 
-std::string BLLManager::getActExceptionDescription(const recursiveSharedMutex_t::lockError_t& error)
+std::string frameworkLocks_t::getActExceptionDescription(const lockError_t& error)
 {
   return getExceptionDescription(error);
 }
 
-void BLLManager::getLockHoldersDump(std::ostream& out, const stateMap_t& states)
+void frameworkLocks_t::getLockHoldersDump(std::ostream& out, const stateMap_t& states)
 {
   threadRegistry_t::instance().visit([&](const threads_t& threads) { writeHolders(out, states, threads); });
 }
 
-void BLLManager::debug_showLockHolders()
+void frameworkLocks_t::debug_showLockHolders()
 {
   const stateMap_t states = lock.getStateMap();
   std::cout << "Thread requesting lock holders dump: " << threadIdText(boost::this_thread::get_id()) << "\n";
