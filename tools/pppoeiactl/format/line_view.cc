@@ -114,8 +114,8 @@ words of_frame(const format_reading& read)
 {
   words names;
   for (const auto& [type, name] : {std::pair{CVID, "CVID"}, std::pair{CLNT_MAC, "CLNT_MAC"}})
-    if (std::ranges::any_of(read.pieces, [type](const format_piece& piece) {
-          return piece.is_macro && piece.stays.empty() && piece.macro.type == type;
+    if (std::ranges::any_of(read.pieces, [wanted = type](const format_piece& piece) {
+          return piece.is_macro && piece.stays.empty() && piece.macro.type == wanted;
         }))
       names.emplace_back(name);
   return names;
