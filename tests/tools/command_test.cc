@@ -4,9 +4,9 @@
 #include "pppoeia/api/table.h"
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
-#include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/words/help.h"
 #include "tools/pppoeiactl/words/line.h"
+#include "tools/pppoeiactl/words/operation_words.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // What is shown of many lines: rows chosen, sorted and cut, rates, and JSON by its schema.
 #include "tests/support/files.h"
 #include "tests/tools/running_agent.h"
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/show/text_table.h"
-#include "tools/pppoeiactl/show/watch.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // "save": what comes out makes the same card again, whatever its texts hold.
 #include "tests/tools/running_agent.h"
 #include "tests/tools/whole_card.h"
-#include "tools/pppoeiactl/show/bridge_report.h"
+#include "tools/pppoeiactl/agent/bridge_report.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,12 @@
 // pppoeiactl: the agent's command line.
+#include "tools/pppoeiactl/agent/context.h"
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/words/completion.h"
+#include "tools/pppoeiactl/completion.h"
+#include "tools/pppoeiactl/interactive.h"
+#include "tools/pppoeiactl/refusal.h"
+#include "tools/pppoeiactl/words/commands.h"
 #include "tools/pppoeiactl/words/help.h"
-#include "tools/pppoeiactl/words/interactive.h"
 #include "tools/pppoeiactl/words/reference.h"
 
 #include <CLI/CLI.hpp>
@@ -86,7 +90,7 @@ void await_agent(agent_client::connection& agent, double seconds)
 void with_connection(const settings& given, const std::function<void(const context&)>& use)
 {
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
-  use(context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print});
+  use(context{agent, refusal_text, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print});
 }
 
 bool is_interactive(const settings& given)
@@ -102,7 +106,8 @@ exit_status run(settings given)
     return exit_done;
   }
   agent_client::connection agent(given.socket, std::chrono::milliseconds(static_cast<int64_t>(given.seconds * 1000)));
-  const context context{agent, given.json, nullptr, given.force ? decltype(context::warn)() : warning_print};
+  const context context{agent, refusal_text, given.json, nullptr,
+                        given.force ? decltype(context::warn)() : warning_print};
   await_agent(agent, given.patience);
   if (given.completing) {
     for (const std::string& word : completions(context, given.command))
@@ -111,7 +116,7 @@ exit_status run(settings given)
   }
   try {
     if (given.help) {
-      help_run(context, {given.command, {}});
+      std::fputs(help_text(given.command).c_str(), stdout);
       return exit_done;
     }
     if (!given.batch.empty())
@@ -136,28 +141,13 @@ exit_status run(settings given)
   std::exit(exit_done);
 }
 
-// Options of the program itself, which may stand before and behind the command's words.
-struct program_option {
-  std::string_view name;
-  bool has_value;
-};
-constexpr program_option program_options[] = {
-    {"--socket", true}, {"-t", true},     {"--json", false}, {"--batch", true}, {"--force", false},
-    {"--watch", true},  {"--wait", true}, {"--help", false}, {"-h", false},     {"--version", false},
-};
-
-const program_option* program_option_find(std::string_view word)
+// Some stand with one dash too, as the tools of the network's other parts take them.
+std::string by_name(const std::string& word)
 {
-  for (const program_option& option : program_options)
-    if (word == option.name || (option.has_value && word.starts_with(std::string(option.name) + "=")))
-      return &option;
-  return nullptr;
-}
-
-// Long options with one dash, as the tools of the network's other parts take them.
-std::string two_dashes(const std::string& word)
-{
-  return word == "-batch" || word == "-json" || word == "-force" ? "-" + word : word;
+  for (const program_option& option : program_options())
+    if (!option.other.empty() && word == option.other)
+      return std::string(option.name);
+  return word;
 }
 
 // Parts the program's options, for the parser, from the command, whose own words and options stay as they are. Behind
@@ -166,7 +156,7 @@ words options_part(int argc, char** argv, int first, words& command)
 {
   words options;
   for (int i = first; i < argc; ++i) {
-    const std::string word = two_dashes(argv[i]);
+    const std::string word = by_name(argv[i]);
     if (word == "--") {
       command.insert(command.end(), argv + i, argv + argc);
       break;
@@ -177,10 +167,32 @@ words options_part(int argc, char** argv, int first, words& command)
       continue;
     }
     options.push_back(word);
-    if (option && option->has_value && word == option->name && i + 1 < argc)
+    if (option && !option->value.empty() && word == option->name && i + 1 < argc)
       options.push_back(argv[++i]);
   }
   return {options.rbegin(), options.rend()};  // as the parser wants them
+}
+
+std::string summary(std::string_view option)
+{
+  return std::string(program_option_find(option)->summary);
+}
+
+void options_add(CLI::App& app, settings& given)
+{
+  const auto seconds = [&](const char* name, double& value, double least) {
+    return app.add_option(name, value, summary(name))->check(CLI::Range(least, 86400.0));
+  };
+  app.add_option("--socket", given.socket, summary("--socket"))->capture_default_str();
+  seconds("-t", given.seconds, 0.001)->capture_default_str();
+  app.add_flag("--json", given.json, summary("--json"));
+  app.add_option("--batch", given.batch, summary("--batch"))->type_name("FILE");
+  app.add_flag("--force", given.force, summary("--force"));
+  seconds("--watch", given.watch_seconds, 0.01)->type_name("SECONDS");
+  seconds("--wait", given.patience, 0.0)->type_name("SECONDS");
+  app.set_help_flag();
+  app.add_flag("-h,--help", given.help, summary("--help"));
+  app.set_version_flag("--version", "pppoeiactl " PROJECT_VERSION, summary("--version"));
 }
 
 }  // namespace
@@ -192,23 +204,7 @@ int main(int argc, char** argv)
   if (given.completing)
     given.seconds = 1;  // somebody has pressed a key
   CLI::App app{"Configures and queries the PPPoE Intermediate Agent.", "pppoeiactl"};
-  app.add_option("--socket", given.socket, "Socket of the agent")->capture_default_str();
-  app.add_option("-t", given.seconds, "Seconds to wait for an answer")
-      ->check(CLI::Range(0.001, 86400.0))
-      ->capture_default_str();
-  app.add_flag("--json", given.json, "Print JSON");
-  app.add_option("--batch", given.batch, "Run the commands of a file, one a line (-: standard input)")
-      ->type_name("FILE");
-  app.add_flag("--force", given.force, "Go on after a failed line of a batch; no warnings");
-  app.add_option("--watch", given.watch_seconds, "Repeat the command at that pace")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.01, 86400.0));
-  app.add_option("--wait", given.patience, "Wait up to that long for an agent to serve")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 86400.0));
-  app.set_help_flag();
-  app.add_flag("-h,--help", given.help, "Tell about the program; behind a command's words, about these");
-  app.set_version_flag("--version", "pppoeiactl " PROJECT_VERSION, "Tell the version");
+  options_add(app, given);
   app.add_flag_callback("--man", [] { print_and_end(manual_page()); })->group("");
   app.add_flag_callback("--operations-table", [] { print_and_end(operations_table()); })->group("");
   app.get_formatter()->label("OPTIONS", "OPTIONS] COMMAND [ARGUMENT...");  // stands in brackets

@@ -1,14 +1,12 @@
 #include "tools/pppoeiactl/operation_command.h"
 
+#include "tools/pppoeiactl/agent/discovery.h"
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/config/memory.h"
-#include "tools/pppoeiactl/report.h"
-#include "tools/pppoeiactl/warning.h"
-#include "tools/pppoeiactl/words/given_words.h"
+#include "tools/pppoeiactl/words/line.h"
 #include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>
-#include <cctype>
-#include <charconv>
 #include <cstdio>
 #include <optional>
 
@@ -16,57 +14,87 @@ namespace {
 
 using api::kind;
 
-bool is_record(kind what)
+// Values that the agent takes though they mean nothing
+// -------------------------------------------------------------------------------------------------------------------
+
+// Operations that cut a text where others refuse it.
+constexpr std::string_view cutting[] = {"pppoeia_port_add", "pppoeia_port_name_update", "pppoeia_bridge_intf_descr_set",
+                                        "pppoeia_bridge_cpe_serial_set"};
+
+// Operations that look at the low 12 bits of a VLAN id; lists of entries keep it whole.
+constexpr std::string_view masking[] = {"pppoeia_bridge_vlan_set", "pppoeia_bridge_vlan_get"};
+
+constexpr int64_t vlan_most = 4095;
+constexpr int64_t frame_least = 60;
+
+bool among(std::span<const std::string_view> names, std::string_view name)
 {
-  return what == kind::port_info || what == kind::name_update;
+  return std::ranges::find(names, name) != names.end();
 }
 
-// Options among the words: those of records gathered as one list, and the terminal. Behind "--" there are none.
-struct options {
-  words plain;
-  std::string record;
-  std::optional<std::string> tty;
-};
-
-void record_add(std::string& record, const std::string& part)
+std::string quoted(const api::argument& argument, const std::string& text)
 {
-  record += (record.empty() ? "" : ",") + part;
+  return std::string(argument.name) + ": '" + printable(text) + "' ";
 }
 
-// The usage is looked at where it matters only: batches have many lines.
-options options_take(const api::operation& operation, const words& inputs)
+std::string of_words(const api::argument& argument, const std::string& text, int64_t number)
 {
-  const auto arguments = operation.arguments();
-  const auto wanted = static_cast<size_t>(std::ranges::count_if(arguments, is_written));
-  const auto like_option = [](const std::string& word) { return word.starts_with("--"); };
-  if (inputs.size() == wanted && std::ranges::none_of(inputs, like_option))
-    return {inputs, {}, {}};
-  const given_words given = given_words_parse(inputs, operation_usage(operation), operation_options(operation));
-  options taken{given.arguments, {}, given.value("--tty")};
-  for (const auto& [option, value] : given.options) {
-    if (option == "--location")
-      record_add(taken.record, value);
-    else if (option != "--tty")
-      record_add(taken.record, option.substr(2) + "=" + agent_client::record_value(value));
+  std::string list;
+  for (const api::value_name& name : api::names_of(argument.words)) {
+    if (name.value == number || (name.value == -1 && number == UINT32_MAX))
+      return {};
+    list += (list.empty() ? "" : ", ") + std::string(name.word);
   }
-  return taken;
+  return list.empty() ? list : quoted(argument, text) + "means nothing (" + list + ")";
 }
 
-// The inputs of all kinds in the operation's order, each checked.
-words inputs_arrange(const api::operation& operation, const options& given, const std::string& tty)
+std::string of_vlan(const api::operation& operation, const api::argument& argument, const std::string& text,
+                    int64_t number)
 {
-  words arranged;
-  auto next = given.plain.begin();
+  if (argument.what != kind::u16 || number <= vlan_most)
+    return {};
+  if (among(masking, operation.name))
+    return quoted(argument, text) + "acts on VLAN " + std::to_string(number & vlan_most);
+  return quoted(argument, text) + "is the VLAN of no frame (0 to 4095)";
+}
+
+std::string of_number(const api::operation& operation, const api::argument& argument, const std::string& text)
+{
+  const std::optional<int64_t> number = agent_client::number_parse(argument, text);
+  if (!number)
+    return {};
+  if (operation.name == "pppoeia_bridge_max_pdu_set" && *number < frame_least)
+    return quoted(argument, text) + "leaves room for no PADI: each is answered with an error";
+  if (operation.name == "pppoeia_bridge_add" && argument.name == "ports" && *number < 2)
+    return quoted(argument, text) + "leaves room for no port: ports are 1 to one less";
+  const std::string why = of_words(argument, text, *number);
+  return why.empty() ? of_vlan(operation, argument, text, *number) : why;
+}
+
+std::string of_text(const api::operation& operation, const api::argument& argument, const std::string& text)
+{
+  if (text.size() <= argument.size || !among(cutting, operation.name))
+    return {};
+  return quoted(argument, text) + "is cut to '" + printable(text.substr(0, argument.size)) + "'";
+}
+
+// What is to be said of an operation's inputs before it is called: one line each.
+words warnings_of(const api::operation& operation, const words& inputs)
+{
+  words warnings;
+  auto next = inputs.begin();
   for (const api::argument& argument : operation.arguments()) {
-    if (api::is_output(argument.what))
+    if (api::is_output(argument.what) || next == inputs.end())
       continue;
-    std::string text = argument.what == kind::tty ? tty : given.record;
-    if (is_written(argument))
-      text = *next++;
-    argument_check(argument, text);
-    arranged.push_back(text);
+    const bool number = argument.what == kind::u16 || argument.what == kind::u32 || argument.what == kind::i32;
+    const std::string why = number                        ? of_number(operation, argument, *next)
+                            : argument.what == kind::text ? of_text(operation, argument, *next)
+                                                          : std::string();
+    if (!why.empty())
+      warnings.push_back(why);
+    ++next;
   }
-  return arranged;
+  return warnings;
 }
 
 void warn(const context& context, const api::operation& operation, const words& arranged)
@@ -89,7 +117,7 @@ void answer_print(const context& context, const api::operation& operation, const
     report.print(context);
 }
 
-void report_run(const context& context, const api::operation& operation, const options& given)
+void report_run(const context& context, const api::operation& operation, const operation_line& given)
 {
   report_terminal terminal;
   const words arranged = inputs_arrange(operation, given, given.tty.value_or(terminal.path()));
@@ -122,19 +150,9 @@ void raw_call(const context& context, uint16_t id, const words& texts)
 
 }  // namespace
 
-bool is_written(const api::argument& argument)
-{
-  return !api::is_output(argument.what) && argument.what != kind::tty && !is_record(argument.what);
-}
-
-words operation_inputs(const api::operation& operation, const words& line)
-{
-  return inputs_arrange(operation, options_take(operation, line), "");
-}
-
 void operation_run(const context& context, const api::operation& operation, const words& inputs)
 {
-  const options given = options_take(operation, inputs);
+  const operation_line given = operation_line_read(operation, inputs);
   if (reports_to_terminal(operation)) {
     report_run(context, operation, given);
     return;
@@ -149,26 +167,6 @@ void operation_run(const context& context, const api::operation& operation, cons
   answer_print(context, operation, answer);
 }
 
-std::string report_of(const context& context, const api::operation& operation, words inputs)
-{
-  report_terminal terminal;
-  inputs.push_back(terminal.path());  // in all of them the last argument
-  context.demand(operation, inputs);
-  return terminal.take();
-}
-
-uint16_t call_id_parse(const words& line)
-{
-  unsigned id = 0;
-  if (line.empty())
-    throw command_error(exit_usage, "call: ID is missing (usage: call ID [ARG...])");
-  const std::string& text = line[0];
-  if (std::from_chars(text.data(), text.data() + text.size(), id).ptr != text.data() + text.size() || text.empty() ||
-      id > UINT16_MAX)
-    throw command_error(exit_usage, "call: '" + text + "' is no number from 0 to 65535");
-  return static_cast<uint16_t>(id);
-}
-
 void call_run(const context& context, const words& line)
 {
   const uint16_t id = call_id_parse(line);
@@ -179,34 +177,16 @@ void call_run(const context& context, const words& line)
     raw_call(context, id, rest);
 }
 
-std::string_view operation_options(const api::operation& operation)
+void init_run(const context& context, const given_words& given)
 {
-  for (const api::argument& argument : operation.arguments()) {
-    if (argument.what == kind::port_info)
-      return "--type= --kind= --parent= --location=";
-    if (argument.what == kind::name_update)
-      return "--location=";
-    if (argument.what == kind::tty)
-      return "--tty=";
-  }
-  return {};
+  if (!given.has("--force") && is_initialised(context))
+    throw command_error(exit_refused, "init: the agent is initialised already ('apply' changes what it has, 'fini' "
+                                      "ends that first, --force leaves its bridges running out of reach)");
+  operation_run(context, row("pppoeia_init"), {});
 }
 
-std::string operation_usage(const api::operation& operation)
+void format_set_run(const context& context, const given_words& given)
 {
-  std::string usage(operation.command);
-  for (const api::argument& argument : operation.arguments()) {
-    if (argument.what == kind::port_info)
-      usage += " [--type TYPE] [--kind N] [--parent PORT] [--location KEY=VALUE,...]";
-    else if (argument.what == kind::name_update)
-      usage += " [--location KEY=VALUE,...]";
-    else if (argument.what == kind::tty)
-      usage += " [--tty DEVICE]";
-    else if (is_written(argument)) {
-      usage += ' ';
-      for (const char c : argument.name)
-        usage += c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    }
-  }
-  return usage;
+  for (const auto& [operation, inputs] : format_set_calls(given))
+    operation_run(context, *operation, inputs);
 }

@@ -1,8 +1,8 @@
 #include "tools/pppoeiactl/refusal.h"
 
+#include "tools/pppoeiactl/agent/bridge_report.h"
+#include "tools/pppoeiactl/agent/discovery.h"
 #include "tools/pppoeiactl/config/memory.h"
-#include "tools/pppoeiactl/discovery.h"
-#include "tools/pppoeiactl/show/bridge_report.h"
 #include "tools/pppoeiactl/words/line.h"
 
 #include <cerrno>
@@ -222,19 +222,4 @@ std::string refused_call::text(int32_t result) const
 std::string refusal_text(const context& context, const api::operation& operation, const words& inputs, int32_t result)
 {
   return refused_call(context, operation, inputs).text(result);
-}
-
-std::string ranges_text(const std::vector<uint32_t>& ids)
-{
-  std::string text;
-  for (size_t i = 0; i < ids.size();) {
-    size_t last = i;
-    while (last + 1 < ids.size() && ids[last + 1] == ids[last] + 1)
-      ++last;
-    text += (text.empty() ? "" : ", ") + std::to_string(ids[i]);
-    if (last > i)
-      text += (last > i + 1 ? " to " : ", ") + std::to_string(ids[last]);
-    i = last + 1;
-  }
-  return text.empty() ? "none" : text;
 }

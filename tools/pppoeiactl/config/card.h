@@ -65,6 +65,20 @@ std::string location_text(const port& port);
 // "port 5 of br0".
 std::string port_text(const std::string& bridge, uint32_t id);
 
+// The record of "port add" that makes such a port.
+std::string birth_record(const port& port);
+
+// What "port add" and "port name update" make of their arranged inputs. `notes` get what is taken otherwise than it is
+// written.
+port port_born(const words& inputs, words& notes);
+void port_renamed(port& port, const words& inputs, words& notes);
+
+// What is left of a text that the agent cuts.
+std::string cut(const std::string& text, size_t most, const char* what, words& notes);
+
+// Parents before their children; ids ascend among equals. A ring of parents is taken as it comes.
+std::vector<uint32_t> parents_first(const std::map<uint32_t, port>& ports);
+
 }  // namespace config
 
 #endif

@@ -1,7 +1,8 @@
 #include "tools/pppoeiactl/config/card_builder.h"
 
+#include "tools/pppoeiactl/words/line.h"
+
 #include <algorithm>
-#include <cstring>
 
 namespace config {
 namespace {
@@ -20,43 +21,12 @@ constexpr text_limit text_limits[] = {
     {"pppoeia_bridge_intf_descr_set", 64, false}, {"pppoeia_bridge_cpe_serial_set", 12, false},
 };
 
-[[noreturn]] void refuse(const std::string& text)
-{
-  throw command_error(exit_refused, text);
-}
-
 std::string list_of(const auto& keyed)
 {
   std::string list;
   for (const auto& [name, rest] : keyed)
     list += (list.empty() ? "" : ", ") + std::string(name);
   return list.empty() ? "none" : list;
-}
-
-std::string cut(const std::string& text, size_t most, const char* what, words& notes)
-{
-  if (text.size() > most)
-    notes.push_back(std::string(what) + " '" + printable(text) + "' is cut to " + std::to_string(most) +
-                    " characters: '" + printable(text.substr(0, most)) + "'");
-  return text.substr(0, most);
-}
-
-uint32_t number(const std::string& text)
-{
-  return static_cast<uint32_t>(agent_client::number_parse({api::kind::u32, "", 4, {}}, text).value_or(0));
-}
-
-bool is_on(const std::string& text)
-{
-  return text != "off" && number(text == "on" ? "1" : text) != 0;
-}
-
-uint16_t vlan_of(const words& inputs, size_t at, words& notes)
-{
-  const auto vlan = static_cast<uint16_t>(number(inputs[at]));
-  if (vlan > 4095)
-    notes.push_back("VLAN " + inputs[at] + " is above 4095: no frame has it");
-  return vlan;
 }
 
 // A number that has words, but none for this one.
@@ -77,35 +47,6 @@ void note_meaningless(const api::operation& operation, const words& inputs, word
   }
 }
 
-template <size_t Size>
-std::string field_text(const char (&field)[Size])
-{
-  return {field, strnlen(field, Size)};
-}
-
-void location_set(port& port, const pppoeia_location& location)
-{
-  port.values[port_panel_kind] = std::to_string(location.panel_kind);
-  port.values[port_panel] = field_text(location.panel);
-  port.values[port_onu] = std::to_string(location.onu);
-  port.values[port_gem] = std::to_string(location.gem);
-  port.values[port_pvc_intf] = std::to_string(location.pvc_intf);
-  port.values[port_reserved] = std::to_string(location.reserved);
-}
-
-// A record as its words mean it.
-template <typename Record>
-Record record_of(api::kind what, const std::string& text)
-{
-  std::string why;
-  const std::optional<agent_client::buffer> bytes =
-      agent_client::encode({what, "record", sizeof(Record), {}}, text, why);
-  Record record{};
-  if (bytes)
-    std::memcpy(&record, bytes->data(), std::min(bytes->size(), sizeof record));
-  return record;
-}
-
 bool is_uplink_kind(const port& port)
 {
   const std::string kind = port.values[port_kind].value_or("0");
@@ -113,25 +54,6 @@ bool is_uplink_kind(const port& port)
 }
 
 }  // namespace
-
-port port_born(const words& inputs, words& notes)
-{
-  const auto info = record_of<pppoeia_port_info>(api::kind::port_info, inputs[4]);
-  port added;
-  added.values[port_device] = cut(inputs[2], 16, "device name", notes);
-  added.values[port_name] = cut(inputs[3], 14, "port name", notes);
-  added.values[port_type] = field_text(info.type);
-  added.values[port_kind] = std::to_string(info.kind);
-  added.values[port_parent] = std::to_string(info.parent_id);
-  location_set(added, info.location);
-  return added;
-}
-
-void port_renamed(port& port, const words& inputs, words& notes)
-{
-  port.values[port_name] = cut(inputs[2], 14, "port name", notes);
-  location_set(port, record_of<pppoeia_name_update>(api::kind::name_update, inputs[3]).location);
-}
 
 struct card_builder::special {
   std::string_view operation;
@@ -218,6 +140,29 @@ bool card_builder::set_by_row(const api::operation& operation, const words& inpu
     return true;
   }
   return false;
+}
+
+void card_builder::refuse(const std::string& text)
+{
+  throw command_error(exit_refused, text);
+}
+
+uint32_t card_builder::number(const std::string& text)
+{
+  return static_cast<uint32_t>(agent_client::number_parse({api::kind::u32, "", 4, {}}, text).value_or(0));
+}
+
+bool card_builder::is_on(const std::string& text)
+{
+  return text != "off" && number(text == "on" ? "1" : text) != 0;
+}
+
+uint16_t card_builder::vlan_of(const words& inputs, size_t at, words& notes)
+{
+  const auto vlan = static_cast<uint16_t>(number(inputs[at]));
+  if (vlan > 4095)
+    notes.push_back("VLAN " + inputs[at] + " is above 4095: no frame has it");
+  return vlan;
 }
 
 void card_builder::must_be_initialised() const
@@ -320,174 +265,6 @@ void card_builder::bridge_defaults(const words& inputs, words&)
     port.values[port_circuit_id_mode] = "ethernet";
     port.vlans.clear();
   }
-}
-
-void card_builder::vlan_enable(const words& inputs, words& notes)
-{
-  const uint16_t vlan = static_cast<uint16_t>(number(inputs[1]));
-  if (vlan > 4095)
-    notes.push_back("VLAN " + inputs[1] + " is above 4095: it switches VLAN " + std::to_string(vlan & 0xfff));
-  bridge_of(inputs).enabled.set(vlan & 0xfff, is_on(inputs[2]));
-}
-
-void card_builder::vlan_enable_all(const words& inputs, words&)
-{
-  bridge& owner = bridge_of(inputs);
-  for (size_t vlan = 0; vlan < 512; ++vlan)
-    owner.enabled.set(vlan, is_on(inputs[1]));
-}
-
-void card_builder::vlan_add(const words& inputs, words& notes)
-{
-  bridge_of(inputs).named.try_emplace(vlan_of(inputs, 1, notes));
-}
-
-void card_builder::vlan_del(const words& inputs, words& notes)
-{
-  bridge_of(inputs).named.erase(vlan_of(inputs, 1, notes));
-}
-
-void card_builder::vlan_name(const words& inputs, words& notes)
-{
-  bridge& owner = bridge_of(inputs);
-  const auto at = owner.named.find(vlan_of(inputs, 1, notes));
-  constexpr size_t name_max = 31;
-  if (inputs[2].size() > name_max)
-    refuse("vlan " + inputs[1] + " of " + inputs[0] + ": its name '" + printable(inputs[2]) + "' has " +
-           std::to_string(inputs[2].size()) + " characters, at most 31 are taken");
-  if (at == owner.named.end())
-    refuse("vlan " + inputs[1] + ": not added to " + inputs[0] + " before this line (vlan add)");
-  at->second = inputs[2];
-}
-
-void card_builder::vlan_clear(const words& inputs, words&)
-{
-  bridge_of(inputs).named.clear();
-}
-
-void card_builder::port_add(const words& inputs, words& notes)
-{
-  bridge& owner = bridge_of(inputs);
-  const uint32_t id = named_.port = number(inputs[1]);
-  const uint32_t slots = number(*owner.values[bridge_slots]);
-  if (id == 0 || id >= slots)
-    refuse("port " + inputs[1] + ": " + inputs[0] + " has ports 1 to " + std::to_string(slots - 1));
-  if (inputs[2].empty())
-    refuse(port_text(inputs[0], id) + ": without a device name it does not come to exist");
-  if (owner.ports.contains(id)) {
-    notes.push_back(port_text(inputs[0], id) + " was added before: this line changes nothing");
-    return;
-  }
-  named_.port_is_new = true;
-  port added = port_born(inputs, notes);
-  if (owner.slot_trust)
-    added.values[port_trust] = owner.slot_trust;
-  if (const auto left = left_[inputs[0]].find(id); left != left_[inputs[0]].end())
-    std::tie(*added.values[port_trust], *added.values[port_circuit_id_mode]) = left->second;
-  owner.ports.emplace(id, std::move(added));
-}
-
-void card_builder::port_del(const words& inputs, words&)
-{
-  const port& removed = port_of(inputs);
-  left_[inputs[0]][named_.port] = {*removed.values[port_trust], *removed.values[port_circuit_id_mode]};
-  card_.bridges[inputs[0]].ports.erase(named_.port);
-}
-
-void card_builder::port_rename(const words& inputs, words& notes)
-{
-  port_renamed(port_of(inputs), inputs, notes);
-}
-
-void card_builder::state_all(const words& inputs, words&)
-{
-  for (auto& [id, port] : bridge_of(inputs).ports)
-    port.values[port_state] =
-        canonical(*api::find_operation("pppoeia_port_state_set"), 2, words{inputs[0], "0", inputs[1]});
-}
-
-void card_builder::trust_all(const words& inputs, words&)
-{
-  const std::string trust =
-      canonical(*api::find_operation("pppoeia_port_trust_set"), 2, words{inputs[0], "0", inputs[1]});
-  for (auto& [id, port] : bridge_of(inputs).ports)
-    port.values[port_trust] = trust;
-  card_.bridges[inputs[0]].slot_trust = trust;
-  for (auto& [id, left] : left_[inputs[0]])
-    left.first = trust;
-}
-
-void card_builder::entry_add(const words& inputs, words& notes)
-{
-  port_of(inputs).vlans.try_emplace(vlan_of(inputs, 2, notes));
-}
-
-void card_builder::entry_del(const words& inputs, words& notes)
-{
-  port_of(inputs).vlans.erase(vlan_of(inputs, 2, notes));
-}
-
-void card_builder::entry_mode(const words& inputs, words& notes)
-{
-  port& owner = port_of(inputs);
-  const uint16_t vlan = vlan_of(inputs, 2, notes);
-  const api::argument mode{api::kind::u32, "mode", 4, api::values::cid_mode};
-  const auto number = static_cast<int32_t>(agent_client::number_parse(mode, inputs[3]).value_or(0));
-  if (number != -1) {
-    owner.vlans[vlan].mode = number;
-    return;
-  }
-  const auto at = owner.vlans.find(vlan);
-  if (at == owner.vlans.end())
-    return;
-  if (at->second.circuit_id_format.empty() && at->second.remote_id_format.empty())
-    owner.vlans.erase(at);
-  else
-    at->second.mode = 0;
-}
-
-void card_builder::entry_format(const words& inputs, std::string port_vlan::*format, words& notes)
-{
-  port& owner = port_of(inputs);
-  const uint16_t vlan = vlan_of(inputs, 2, notes);
-  constexpr size_t format_max = 127;
-  if (inputs[3].size() > format_max)
-    refuse(port_text(inputs[0], named_.port) + ", VLAN " + inputs[2] + ": a format of " +
-           std::to_string(inputs[3].size()) + " characters, at most 127 are taken");
-  if (!inputs[3].empty()) {
-    owner.vlans[vlan].*format = inputs[3];
-    return;
-  }
-  const auto at = owner.vlans.find(vlan);
-  if (at == owner.vlans.end())
-    return;
-  port_vlan without = at->second;
-  without.*format = "";
-  if (without == port_vlan{})
-    owner.vlans.erase(at);
-  else
-    at->second = without;
-}
-
-void card_builder::entry_circuit_id(const words& inputs, words& notes)
-{
-  entry_format(inputs, &port_vlan::circuit_id_format, notes);
-}
-
-void card_builder::entry_remote_id(const words& inputs, words& notes)
-{
-  entry_format(inputs, &port_vlan::remote_id_format, notes);
-}
-
-void card_builder::entries_clear(const words& inputs, words&)
-{
-  port_of(inputs).vlans.clear();
-}
-
-void card_builder::entries_clear_all(const words& inputs, words&)
-{
-  for (auto& [id, port] : bridge_of(inputs).ports)
-    port.vlans.clear();
 }
 
 }  // namespace config

@@ -6,10 +6,6 @@
 
 namespace config {
 
-// What "port add" and "port name update" make of their arranged inputs. `notes` as below.
-port port_born(const words& inputs, words& notes);
-void port_renamed(port& port, const words& inputs, words& notes);
-
 // Which objects a command names. Those that it does not are empty.
 struct named_objects {
   std::string bridge;
@@ -33,6 +29,10 @@ private:
   static const special specials[];
   using slot_values = std::map<uint32_t, std::pair<std::string, std::string>>;
 
+  [[noreturn]] static void refuse(const std::string& text);
+  static uint32_t number(const std::string& text);
+  static bool is_on(const std::string& text);
+  static uint16_t vlan_of(const words& inputs, size_t at, words& notes);
   bridge& bridge_of(const words& inputs);
   port& port_of(const words& inputs);
   void must_be_initialised() const;

@@ -1,11 +1,9 @@
 #include "tools/pppoeiactl/config/card_file.h"
 
-#include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/config/apply.h"
 #include "tools/pppoeiactl/config/card_builder.h"
-#include "tools/pppoeiactl/format/format_set.h"
-#include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/words/commands.h"
 #include "tools/pppoeiactl/words/line.h"
+#include "tools/pppoeiactl/words/operation_words.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -32,13 +30,16 @@ called called_by_id(const words& line)
 // What a line calls on the agent; nothing where it only asks.
 std::vector<called> calls_of(const words& line)
 {
-  const auto [row, rest] = command_find(line);
-  if (!row.run)
-    return {row.operation ? called{row.operation, rest} : called_by_id(rest)};
-  const given_words given = given_words_parse(rest, row.usage, row.options);
-  if (row.run == apply_run)
+  const found_command found = command_find(line);
+  const command_row& row = found.row;
+  if (row.run == runner::operation)
+    return {{row.operation, found.rest}};
+  if (row.run == runner::call)
+    return {called_by_id(found.rest)};
+  const given_words given = given_to(found);
+  if (row.run == runner::apply)
     throw command_error(exit_usage, "apply: not in a file that is a card itself");
-  if (row.run == format_set_run)
+  if (row.run == runner::format_set)
     return format_set_calls(given);
   return row.operation ? std::vector<called>{{row.operation, given.arguments}} : std::vector<called>{};
 }

@@ -1,10 +1,11 @@
 #include "tools/pppoeiactl/config/card_read.h"
 
+#include "tools/pppoeiactl/agent/bridge_report.h"
+#include "tools/pppoeiactl/agent/context.h"
+#include "tools/pppoeiactl/agent/discovery.h"
 #include "tools/pppoeiactl/config/memory.h"
 #include "tools/pppoeiactl/config/port_probe.h"
-#include "tools/pppoeiactl/discovery.h"
 #include "tools/pppoeiactl/format/format_trial.h"
-#include "tools/pppoeiactl/show/bridge_report.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -161,15 +162,6 @@ private:
     for (auto& [id, port] : bridge_.ports)
       if (const auto seen = report_.ports.find(id); seen != report_.ports.end())
         port.values[port_device] = seen->second.device;
-  }
-
-  static std::vector<probed_macro> macros_of(std::span<const setting> rows)
-  {
-    std::vector<probed_macro> macros;
-    for (const setting& row : rows)
-      if (!row.macro.empty())
-        macros.push_back({row.macro, row.most});
-    return macros;
   }
 
   // What the probe could not tell is tried: that takes a report for each port.

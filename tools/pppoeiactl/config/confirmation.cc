@@ -125,11 +125,11 @@ void detach()
 }
 
 // The child's life.
-void wait_and_go_back(int parent, const std::string& agent_socket, unsigned seconds, const confirmation::go_back& back)
+void wait_and_go_back(int parent, const context& context, unsigned seconds, const confirmation::go_back& back)
 {
   constexpr int no_limit = -1;
   constexpr auto time_out = std::chrono::seconds(20);
-  const std::string path = path_of(agent_socket);
+  const std::string path = path_of(context.agent.socket());
   const int listener = waiting_listen(path);
   if (listener < 0) {
     const int reason = errno;
@@ -144,15 +144,15 @@ void wait_and_go_back(int parent, const std::string& agent_socket, unsigned seco
   close(listener);
   if (stays)
     return;
-  agent_client::connection agent(agent_socket, time_out);
-  const std::string how = back(context{agent});
+  agent_client::connection own(context.agent.socket(), time_out);
+  const std::string how = back({own, context.refusal_text});
   openlog("pppoeiactl", LOG_PID, LOG_DAEMON);
   syslog(LOG_WARNING, "What was applied is not confirmed: %s.", how.c_str());
 }
 
 }  // namespace
 
-confirmation::confirmation(const std::string& agent_socket, unsigned seconds, const go_back& back)
+confirmation::confirmation(const context& context, unsigned seconds, const go_back& back)
 {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
@@ -161,7 +161,7 @@ confirmation::confirmation(const std::string& agent_socket, unsigned seconds, co
   if (pid == 0) {
     close(ends[0]);
     try {
-      wait_and_go_back(ends[1], agent_socket, seconds, back);
+      wait_and_go_back(ends[1], context, seconds, back);
     } catch (const std::exception&) {
       // There is nobody left to tell.
     }
@@ -174,7 +174,7 @@ confirmation::confirmation(const std::string& agent_socket, unsigned seconds, co
   if (size == 1)
     return;
   close(child_);
-  throw command_error(exit_refused, "apply --confirm: nothing was changed: " + path_of(agent_socket) + ": " +
+  throw command_error(exit_refused, "apply --confirm: nothing was changed: " + path_of(context.agent.socket()) + ": " +
                                         std::strerror(size == sizeof answer ? answer : errno));
 }
 

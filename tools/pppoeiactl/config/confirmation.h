@@ -8,7 +8,7 @@
 #ifndef TOOLS_PPPOEIACTL_CONFIG_CONFIRMATION_H
 #define TOOLS_PPPOEIACTL_CONFIG_CONFIRMATION_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <functional>
 
@@ -20,7 +20,7 @@ public:
   using go_back = std::function<std::string(const context&)>;
 
   // Makes the child. Throws command_error when it cannot listen.
-  confirmation(const std::string& agent_socket, unsigned seconds, const go_back& back);
+  confirmation(const context& context, unsigned seconds, const go_back& back);
   ~confirmation();
   confirmation(const confirmation&) = delete;
   confirmation& operator=(const confirmation&) = delete;

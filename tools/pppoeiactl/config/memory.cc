@@ -1,6 +1,6 @@
 #include "tools/pppoeiactl/config/memory.h"
 
-#include "tools/pppoeiactl/config/card_builder.h"
+#include "tools/pppoeiactl/agent/context.h"
 #include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>

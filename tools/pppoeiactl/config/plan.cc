@@ -24,41 +24,6 @@ std::string mode_word(int32_t mode)
   return agent_client::number_word(argument, static_cast<uint32_t>(mode));
 }
 
-std::string birth_record(const port& port)
-{
-  const auto text = [&](port_value which) {
-    return port.values[which].value_or(std::string(port_settings()[which].initial));
-  };
-  std::string list;
-  const auto add = [&](const std::string& part) { list += (list.empty() ? "" : ",") + part; };
-  if (!text(port_type).empty())
-    add("type=" + agent_client::record_value(text(port_type)));
-  if (text(port_kind) != "0")
-    add("kind=" + text(port_kind));
-  if (text(port_parent) != "0")
-    add("parent=" + text(port_parent));
-  if (const std::string location = location_text(port); !location.empty())
-    add(location);
-  return list;
-}
-
-// Parents before their children; ids ascend among equals. A ring of parents is taken as it comes.
-std::vector<uint32_t> parents_first(const std::map<uint32_t, port>& ports)
-{
-  std::vector<uint32_t> ordered;
-  std::set<uint32_t> seen;
-  for (const auto& [id, port] : ports) {
-    std::vector<uint32_t> above;
-    uint32_t at = id;
-    while (ports.contains(at) && seen.insert(at).second) {
-      above.push_back(at);
-      at = static_cast<uint32_t>(std::stoul(ports.at(at).values[port_parent].value_or("0")));
-    }
-    ordered.insert(ordered.end(), above.rbegin(), above.rend());
-  }
-  return ordered;
-}
-
 class planner {
 public:
   planner(const card& from, const card& to, const plan_options& options) : from_(from), to_(to), options_(options) {}
@@ -337,56 +302,7 @@ private:
   plan plan_;
 };
 
-bool is_option(const std::string& word)
-{
-  return word.starts_with("--");
-}
-
-// Takes "key=" off the front of a record's part of "port add", where it has an option of its own.
-std::string record_options(const std::string& record)
-{
-  std::string options;
-  std::string location;
-  size_t begin = 0;
-  for (size_t end = 0; begin < record.size(); begin = end + 1) {
-    for (end = begin; end < record.size() && record[end] != ','; ++end)
-      end += record[end] == '\\';
-    const std::string part = record.substr(begin, std::min(end, record.size()) - begin);
-    const size_t equals = part.find('=');
-    const std::string key = part.substr(0, equals);
-    if (key != "type" && key != "kind" && key != "parent") {
-      location += (location.empty() ? "" : ",") + part;
-      continue;
-    }
-    std::string text;
-    for (size_t i = equals + 1; i < part.size(); ++i)
-      text += part[part[i] == '\\' && i + 1 < part.size() ? ++i : i];
-    options += " --" + key + " " + word_write(text);
-  }
-  return options + (location.empty() ? "" : " --location " + word_write(location));
-}
-
 }  // namespace
-
-std::string command_text(const api::operation& operation, const words& inputs)
-{
-  if (operation.name == "pppoeia_init" || operation.name == "pppoeia_fini")
-    return operation.name == "pppoeia_init" ? "init" : "fini";
-  std::string arguments;
-  std::string options;
-  bool like_options = false;
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    const api::kind what = operation.arguments()[i].what;
-    if (what == api::kind::port_info || what == api::kind::name_update) {
-      options = record_options(inputs[i]);
-      continue;
-    }
-    like_options = like_options || is_option(inputs[i]);
-    arguments += " " + word_write(inputs[i]);
-  }
-  // Options stand behind the arguments, unless one of these looks like an option.
-  return std::string(operation.command) + (like_options ? options + " --" + arguments : arguments + options);
-}
 
 std::string command::text() const
 {

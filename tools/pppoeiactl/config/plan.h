@@ -35,9 +35,6 @@ struct plan_options {
 
 plan plan_make(const card& from, const card& to, const plan_options& options);
 
-// "port add br0 5 dev name --type eth": a command of arranged inputs, records as options.
-std::string command_text(const api::operation& operation, const words& inputs);
-
 }  // namespace config
 
 #endif

@@ -1,5 +1,7 @@
 #include "tools/pppoeiactl/config/port_probe.h"
 
+#include "tools/pppoeiactl/agent/context.h"
+
 #include <algorithm>
 
 namespace config {
@@ -38,6 +40,15 @@ words parted(const std::string& text)
 }
 
 }  // namespace
+
+std::vector<probed_macro> macros_of(std::span<const setting> rows)
+{
+  std::vector<probed_macro> macros;
+  for (const setting& row : rows)
+    if (!row.macro.empty())
+      macros.push_back({row.macro, row.most});
+  return macros;
+}
 
 void ask_all(const context& context, std::vector<agent_client::question>& questions)
 {

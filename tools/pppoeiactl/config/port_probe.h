@@ -41,6 +41,9 @@ private:
   std::set<uint32_t> touched_;
 };
 
+// The macros of those rows that have one.
+std::vector<probed_macro> macros_of(std::span<const setting> rows);
+
 // Asks all and demands that each was answered, whatever the result.
 void ask_all(const context& context, std::vector<agent_client::question>& questions);
 

@@ -1,17 +1,15 @@
-#include "tools/pppoeiactl/config/save.h"
+#include "tools/pppoeiactl/config/commands.h"
 
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/config/card_read.h"
 #include "tools/pppoeiactl/config/plan.h"
-#include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cstdio>
 
+namespace config {
 namespace {
-
-using config::bridge;
-using config::card;
-using config::port;
 
 constexpr char head[] =
     R"(# Written by pppoeiactl save: pppoeiactl apply reads it, and -batch does on an agent that has just started.
@@ -24,19 +22,19 @@ words unknown_of(const card& found)
 {
   words list;
   for (const auto& [name, bridge] : found.bridges) {
-    std::string keys = bridge.values[config::bridge_slots] ? "" : "the number of port slots (the fewest stand here)";
-    for (size_t i = config::bridge_max_pdu; i < config::bridge_values; ++i)
+    std::string keys = bridge.values[bridge_slots] ? "" : "the number of port slots (the fewest stand here)";
+    for (size_t i = bridge_max_pdu; i < bridge_values; ++i)
       if (!bridge.values[i])
-        keys += (keys.empty() ? "" : ", ") + std::string(config::bridge_settings()[i].key);
+        keys += (keys.empty() ? "" : ", ") + std::string(bridge_settings()[i].key);
     if (!keys.empty())
       list.push_back("bridge " + name + ": " + keys);
     for (const auto& [id, port] : bridge.ports) {
       keys.clear();
-      for (size_t i = 0; i < config::port_values; ++i)
+      for (size_t i = 0; i < port_values; ++i)
         if (!port.values[i])
-          keys += (keys.empty() ? "" : ", ") + std::string(config::port_settings()[i].key);
+          keys += (keys.empty() ? "" : ", ") + std::string(port_settings()[i].key);
       if (!keys.empty())
-        list.push_back(config::port_text(name, id) + ": " + keys);
+        list.push_back(port_text(name, id) + ": " + keys);
     }
   }
   return list;
@@ -46,13 +44,13 @@ words unknown_of(const card& found)
 void complete(card& found)
 {
   for (auto& [name, bridge] : found.bridges) {
-    if (!bridge.values[config::bridge_slots])
-      bridge.values[config::bridge_slots] = std::to_string(bridge.ports.empty() ? 1 : bridge.ports.rbegin()->first + 1);
-    if (bridge.values[config::bridge_max_pdu] == bridge.most_pdu)
-      bridge.values[config::bridge_max_pdu].reset();
+    if (!bridge.values[bridge_slots])
+      bridge.values[bridge_slots] = std::to_string(bridge.ports.empty() ? 1 : bridge.ports.rbegin()->first + 1);
+    if (bridge.values[bridge_max_pdu] == bridge.most_pdu)
+      bridge.values[bridge_max_pdu].reset();
     for (auto& [id, port] : bridge.ports)
       if (port.inherits)
-        port.values[config::port_description] = "";
+        port.values[port_description] = "";
   }
 }
 
@@ -61,7 +59,7 @@ std::string lines_of(const card& found)
 {
   std::string lines;
   std::string object;
-  for (const config::command& one : config::plan_make(card{}, found, {}).commands) {
+  for (const command& one : plan_make(card{}, found, {}).commands) {
     if (one.object != object && one.object.starts_with("bridge "))
       lines += "\n";
     object = one.object;
@@ -72,7 +70,7 @@ std::string lines_of(const card& found)
 
 card card_of(const context& context, const words& bridges, bool with_trial)
 {
-  card found = config::card_read(context, {with_trial, {bridges.begin(), bridges.end()}});
+  card found = card_read(context, {with_trial, {bridges.begin(), bridges.end()}});
   for (const std::string& name : bridges)
     if (!found.bridges.contains(name))
       context.demand(row("pppoeia_bridge_state_get"), {name});  // refused, as anywhere
@@ -108,3 +106,5 @@ void save_run(const context& context, const given_words& given)
   if (!unknown.empty())
     throw command_error(exit_incomplete, "save: not known of the agent: " + names);
 }
+
+}  // namespace config

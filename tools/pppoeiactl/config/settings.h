@@ -6,7 +6,7 @@
 #ifndef TOOLS_PPPOEIACTL_CONFIG_SETTINGS_H
 #define TOOLS_PPPOEIACTL_CONFIG_SETTINGS_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <optional>
 #include <span>

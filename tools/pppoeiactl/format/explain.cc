@@ -1,7 +1,9 @@
-#include "tools/pppoeiactl/format/explain.h"
+#include "tools/pppoeiactl/format/commands.h"
 
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/format/line_view.h"
-#include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/words/commands.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -25,12 +27,9 @@ void add_bytes(const context& context, report& to, const std::string& key, const
   to.add_word(key, hex_text(bytes, !context.json));
 }
 
-std::string joined(const words& list)
+std::string list_text(const words& list)
 {
-  std::string text;
-  for (const std::string& word : list)
-    text += (text.empty() ? "" : ", ") + word;
-  return text.empty() ? "none" : text;
+  return list.empty() ? "none" : joined(list);
 }
 
 void add_identifier(const context& context, report& to, const std::string& name, const identifier_view& id)
@@ -42,8 +41,8 @@ void add_identifier(const context& context, report& to, const std::string& name,
   to.add_number(name + "-length", static_cast<int64_t>(id.bytes.size()));
   to.add_flag(name + "-cut", id.cut);
   to.add_flag(name + "-inserted", id.inserted);
-  to.add_list(name + "-of-frame", id.of_frame, joined(id.of_frame));
-  to.add_list(name + "-without-value", id.without_value, joined(id.without_value));
+  to.add_list(name + "-of-frame", id.of_frame, list_text(id.of_frame));
+  to.add_list(name + "-without-value", id.without_value, list_text(id.without_value));
 }
 
 nlohmann::ordered_json piece_json(const format_piece& piece, const std::string* result)
@@ -120,7 +119,7 @@ void format_explain_run(const context& context, const given_words& given)
   const words& line = given.arguments;
   if (line.size() == 2 || line.size() == 3)
     throw command_error(exit_usage, std::string("format explain: ") + (line.size() == 2 ? "PORT" : "VLAN") +
-                                        " is missing (usage: " + format_explain_usage + ")");
+                                        " is missing (usage: " + command_find({"format", "explain"}).row.usage + ")");
   format_length_check("format", line[0]);
   const format_reading reading = format_read(line[0]);
   const bool on_line = line.size() > 1;

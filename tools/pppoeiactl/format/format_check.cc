@@ -1,8 +1,9 @@
-#include "tools/pppoeiactl/format/format_check.h"
+#include "tools/pppoeiactl/format/commands.h"
 
-#include "tools/pppoeiactl/discovery.h"
+#include "tools/pppoeiactl/agent/discovery.h"
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/format/line_view.h"
-#include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,7 @@
-#include "tools/pppoeiactl/format/format_test.h"
+#include "tools/pppoeiactl/format/commands.h"
 
-#include "tools/pppoeiactl/operation_command.h"
-#include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/agent/bridge_report.h"
+#include "tools/pppoeiactl/agent/report.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,7 @@
 #include "tools/pppoeiactl/format/format_trial.h"
 
-#include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/agent/bridge_report.h"
+#include "tools/pppoeiactl/words/line.h"
 #include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>

@@ -4,7 +4,7 @@
 #ifndef TOOLS_PPPOEIACTL_FORMAT_FORMAT_TRIAL_H
 #define TOOLS_PPPOEIACTL_FORMAT_FORMAT_TRIAL_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <array>
 #include <cstdint>

@@ -1,5 +1,7 @@
 #include "tools/pppoeiactl/format/line_view.h"
 
+#include "tools/pppoeiactl/agent/context.h"
+
 #include "pppoeia/customid/customid.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
-#include "tools/pppoeiactl/show/lines.h"
+#include "tools/pppoeiactl/show/commands.h"
 
 #include "tools/pppoeiactl/show/status_client.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cstdio>

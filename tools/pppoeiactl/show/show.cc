@@ -1,7 +1,8 @@
-#include "tools/pppoeiactl/show/show.h"
+#include "tools/pppoeiactl/show/commands.h"
 
-#include "tools/pppoeiactl/discovery.h"
-#include "tools/pppoeiactl/show/show_lines.h"
+#include "tools/pppoeiactl/agent/discovery.h"
+#include "tools/pppoeiactl/agent/report.h"
+#include "tools/pppoeiactl/words/operation_words.h"
 
 #include <cstdio>
 
@@ -83,8 +84,6 @@ void gather(const context& context, report& into, std::span<const std::string_vi
   }
 }
 
-}  // namespace
-
 report show_bridge(const context& context, const std::string& bridge)
 {
   report gathered;
@@ -118,8 +117,6 @@ std::vector<report> show_port_vlans(const context& context, const std::string& b
     entries.emplace_back().add_entry(entry);
   return entries;
 }
-
-namespace {
 
 // "1-4,7"
 std::string vlans_text(const std::vector<uint16_t>& ids)

@@ -1,11 +1,10 @@
-#include "tools/pppoeiactl/show/show_lines.h"
+#include "tools/pppoeiactl/show/commands.h"
 
-#include "tools/pppoeiactl/discovery.h"
+#include "tools/pppoeiactl/agent/discovery.h"
+#include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/format/line_view.h"
-#include "tools/pppoeiactl/refusal.h"
-#include "tools/pppoeiactl/report.h"
 #include "tools/pppoeiactl/show/text_table.h"
-#include "tools/pppoeiactl/words/suggestion.h"
+#include "tools/pppoeiactl/words/line.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "tools/pppoeiactl/show/status_client.h"
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,12 +1,15 @@
-// The words of all commands as a tree: what may stand behind what.
+// The words of a line: which command they call, and which arguments and options stand behind its own.
 #ifndef TOOLS_PPPOEIACTL_WORDS_COMMAND_WORDS_H
 #define TOOLS_PPPOEIACTL_WORDS_COMMAND_WORDS_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/words/command_error.h"
 
 #include <map>
+#include <optional>
 #include <string_view>
+#include <utility>
 
+// The words of all commands as a tree: what may stand behind what.
 class command_words {
 public:
   // A command of one word or several. `row` is the caller's; `takes_arguments`: other words may follow it.
@@ -39,5 +42,20 @@ private:
 
   node root_;
 };
+
+// What stands behind a command's own words: arguments and options.
+struct given_words {
+  words arguments;
+  std::vector<std::pair<std::string, std::string>> options;  // with their values, as they came
+
+  bool has(std::string_view option) const;
+  std::optional<std::string> value(std::string_view option) const;  // the last one's
+};
+
+// Parts the options from the arguments. `usage` is the whole command's, "save [--no-trial] [BRIDGE...]"; `options`
+// names those that it takes, "--no-trial --mode=", with "=" behind those that have a value. Behind "--" all are
+// arguments. Throws for an option that is none of them or lacks its value, and where there are fewer or more
+// arguments than the usage says.
+given_words given_words_parse(const words& line, std::string_view usage, std::string_view options);
 
 #endif

@@ -1,11 +1,9 @@
 #include "tools/pppoeiactl/words/help.h"
 
-#include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/words/line.h"
+#include "tools/pppoeiactl/words/operation_words.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <set>
 
 namespace {
 
@@ -137,14 +135,6 @@ words words_of(const api::argument& argument)
   return list;
 }
 
-std::string joined(const words& list)
-{
-  std::string text;
-  for (const std::string& word : list)
-    text += (text.empty() ? "" : ", ") + word;
-  return text;
-}
-
 const argument_note* note_of(std::string_view name)
 {
   const auto* note = std::ranges::find(argument_notes, name, &argument_note::name);
@@ -212,7 +202,7 @@ std::string entry(const command_row& row)
       text += "      " + name + ": " + what + "\n";
   if (!facts.default_value.empty())
     text += "    Default: " + facts.default_value + "\n";
-  return text + "    Example: pppoeiactl " + row.example + "\n";
+  return text + "    Example: pppoeiactl " + example_of(row) + "\n";
 }
 
 std::string overview()
@@ -240,8 +230,11 @@ command_facts command_facts_of(const command_row& row)
   return facts;
 }
 
-std::string operation_example(const api::operation& operation)
+std::string example_of(const command_row& row)
 {
+  if (!row.example.empty())
+    return row.example;
+  const api::operation& operation = *row.operation;
   std::string example(operation.command);
   for (const api::argument& argument : operation.arguments())
     if (is_written(argument))
@@ -259,9 +252,4 @@ std::string help_text(const words& begin)
     if (begins_with(line_split(row.words), path))
       text += (text.empty() ? "" : "\n") + entry(row);
   return text;
-}
-
-void help_run(const context&, const given_words& given)
-{
-  std::fputs(help_text(given.arguments).c_str(), stdout);
 }

@@ -2,7 +2,11 @@
 #ifndef TOOLS_PPPOEIACTL_WORDS_HELP_H
 #define TOOLS_PPPOEIACTL_WORDS_HELP_H
 
-#include "tools/pppoeiactl/command.h"
+#include "tools/pppoeiactl/words/commands.h"
+
+#include <string>
+#include <utility>
+#include <vector>
 
 // What a person needs to know of a command beside its usage and summary.
 struct command_facts {
@@ -12,13 +16,10 @@ struct command_facts {
 command_facts command_facts_of(const command_row& row);
 
 // "bridge state set br0 on"
-std::string operation_example(const api::operation& operation);
+std::string example_of(const command_row& row);
 
 // All commands that begin with these words, in full; of no words, what there is to ask about. Throws where no command
 // begins so.
 std::string help_text(const words& begin);
-
-// "help [WORD...]"
-void help_run(const context& context, const given_words& given);
 
 #endif

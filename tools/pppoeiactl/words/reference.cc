@@ -1,5 +1,6 @@
 #include "tools/pppoeiactl/words/reference.h"
 
+#include "tools/pppoeiactl/words/commands.h"
 #include "tools/pppoeiactl/words/help.h"
 
 #include "pppoeia/api/table.h"
@@ -87,7 +88,15 @@ std::string man_facts(const command_row& command)
       text += ".br\n" + man_text(name) + ": " + man_text(what) + ".\n";
   if (!facts.default_value.empty())
     text += ".br\nDefault: " + man_text(facts.default_value) + ".\n";
-  return text + ".br\nExample: pppoeiactl " + man_text(command.example) + "\n";
+  return text + ".br\nExample: pppoeiactl " + man_text(example_of(command)) + "\n";
+}
+
+std::string man_option(const program_option& option)
+{
+  const std::string shown = man_text(option.shown);
+  const std::string head =
+      option.value.empty() ? ".B " + shown : ".BI " + shown + " \" " + std::string(option.value) + "\"";
+  return ".TP\n" + head + "\n" + std::string(option.manual);
 }
 
 constexpr char man_head[] = R"(.TH PPPOEIACTL 8
@@ -109,40 +118,9 @@ nothing is taken for an option.
 .PP
 On a terminal, without a command, commands are read line by line, with history and completion, until "exit".
 .SH OPTIONS
-.TP
-.BI \-\-socket " PATH"
-Socket of the agent; /var/run/pppoeia_fe_main if not given.
-.TP
-.BI \-t " SECONDS"
-How long to wait for an answer; 5 if not given.
-.TP
-.B \-\-json
-Print JSON, always of the same shape: docs/pppoeiactl.schema.json describes it, and "version" goes up when a key gets
-another meaning. Counters are frames, sizes bytes. Lists are always arrays. A text stands as valid UTF-8, bytes above 127 as the characters of the same
-number, and beside it its bytes in hexadecimal under the same name with _hex behind it.
-.TP
-.BI \-batch " FILE"
-Run the commands of a file, one a line, on an agent that has just started; \- is standard input. Words are split at blanks; quotes, backslash, \exNN and #
-work as in a shell. The first error ends it and is reported with its line.
-.TP
-.B \-force
-Go on after a failed line of a batch; do not warn of values that the agent takes though they mean nothing.
-.TP
-.BI \-\-watch " SECONDS"
-Repeat the command at that pace until interrupted. A terminal is cleared for each round, which begins with the time;
-counters that moved are followed by what they changed a second. With
-.B \-\-json
-each round is one line.
-.TP
-.BI \-\-wait " SECONDS"
-Wait up to that long for an agent to serve, as after a start.
-.TP
-.B \-\-help
-Behind a command's words, about these: what they do, which values they take, their defaults, examples.
-.TP
-.B \-\-version
-Tell the version.
-.SH COMMANDS
+)";
+
+constexpr char man_commands[] = R"(.SH COMMANDS
 Words of commands may be cut short as long as they are clear:
 .B po tr s
 is
@@ -245,6 +223,9 @@ std::string operations_table()
 std::string manual_page()
 {
   std::string page = man_head;
+  for (const program_option& option : program_options())
+    page += man_option(option);
+  page += man_commands;
   for (const command_row& command : command_table())
     page += ".TP\n.B " + man_text(command.usage) + "\n" + man_text(command.summary) + ".\n" + man_facts(command);
   return page + man_tail + ".SH EXIT STATUS\n" + man_text(exit_statuses) + "\n.SH SEE ALSO\n.BR kvbridged (8)\n";

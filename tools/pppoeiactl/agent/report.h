@@ -1,14 +1,25 @@
-// Outputs of operations as lines for people or as JSON.
-#ifndef TOOLS_PPPOEIACTL_REPORT_H
-#define TOOLS_PPPOEIACTL_REPORT_H
+// Outputs of operations as lines for people or as JSON, and how fast they change.
+#ifndef TOOLS_PPPOEIACTL_AGENT_REPORT_H
+#define TOOLS_PPPOEIACTL_AGENT_REPORT_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+// Of the JSON that this program prints: goes up when a key gets another meaning or goes away.
+inline constexpr int json_version = 1;
+
+// A text as JSON: valid UTF-8 whatever its bytes are (bytes above 127 and control characters as \u00xx), and the bytes
+// in hexadecimal beside it as "<key>_hex".
+void json_put_text(nlohmann::ordered_json& object, const std::string& key, const std::string& text);
 
 // Names and values in order; texts keep their bytes.
 class report {
@@ -42,6 +53,27 @@ private:
   std::vector<std::pair<std::string, std::string>> lines_;
   std::map<std::string, uint64_t> counters_;  // among the lines
   nlohmann::ordered_json json_ = nlohmann::ordered_json::object();
+};
+
+// Rounds of a command that is repeated: how fast its numbers go.
+class watch {
+public:
+  using clock = std::chrono::steady_clock;
+
+  // Begins a round: the time that has passed since the last one counts.
+  void round(clock::time_point now);
+
+  // Counts what is printed in a round: the place of a number whose owner has no name.
+  size_t next_place() { return ++place_; }
+
+  // " +3/s", what a number has changed a second since the last round; empty in the first, and when it has not.
+  std::string rate(const std::string& key, uint64_t value);
+
+private:
+  clock::time_point at_{};
+  size_t place_ = 0;
+  double seconds_ = 0;  // since the round before
+  std::map<std::string, uint64_t> last_;
 };
 
 #endif

@@ -1,8 +1,8 @@
-// What only the agent's report of a bridge tells, read from its text.
-#ifndef TOOLS_PPPOEIACTL_SHOW_BRIDGE_REPORT_H
-#define TOOLS_PPPOEIACTL_SHOW_BRIDGE_REPORT_H
+// What the agent writes to terminals, and what only its report of a bridge tells, read from the text.
+#ifndef TOOLS_PPPOEIACTL_AGENT_BRIDGE_REPORT_H
+#define TOOLS_PPPOEIACTL_AGENT_BRIDGE_REPORT_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <cstdint>
 #include <map>
@@ -21,6 +21,10 @@ struct bridge_report {
 
 // Texts stand in the report without escapes. What cannot be read with certainty is left out.
 bridge_report bridge_report_parse(const std::string& text);
+
+// What an operation that reports to a terminal writes there. `inputs` are its arguments without the terminal. Throws
+// unless the result is 0.
+std::string report_of(const context& context, const api::operation& operation, words inputs);
 
 bridge_report bridge_report_read(const context& context, const std::string& bridge);
 

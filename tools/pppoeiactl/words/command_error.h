@@ -1,6 +1,10 @@
-// How the program ends.
-#ifndef TOOLS_PPPOEIACTL_EXIT_STATUS_H
-#define TOOLS_PPPOEIACTL_EXIT_STATUS_H
+// How the program ends, and how a command says that it has to.
+#ifndef TOOLS_PPPOEIACTL_WORDS_COMMAND_ERROR_H
+#define TOOLS_PPPOEIACTL_WORDS_COMMAND_ERROR_H
+
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 enum exit_status : int {
   exit_done = 0,
@@ -18,5 +22,17 @@ enum exit_status : int {
 inline constexpr char exit_statuses[] =
     "0 done, 1 refused by the agent, 2 usage, 3 no agent, 4 time-out, 5 no connection left at the agent, 6 no "
     "permission for the agent's socket, 7 something was found (check, diff, format check), 8 not all is known (save).";
+
+// Thrown by commands, caught where one command ends: its text goes to standard error.
+class command_error : public std::runtime_error {
+public:
+  command_error(exit_status status, const std::string& text) : std::runtime_error(text), status_(status) {}
+  exit_status status() const { return status_; }
+
+private:
+  exit_status status_;
+};
+
+using words = std::vector<std::string>;
 
 #endif

@@ -1,4 +1,4 @@
-#include "tools/pppoeiactl/discovery.h"
+#include "tools/pppoeiactl/agent/discovery.h"
 
 #include <algorithm>
 #include <cerrno>

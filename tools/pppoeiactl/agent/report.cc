@@ -1,4 +1,6 @@
-#include "tools/pppoeiactl/report.h"
+#include "tools/pppoeiactl/agent/report.h"
+
+#include "tools/pppoeiactl/words/line.h"
 
 #include "pppoeia/api/records.h"
 
@@ -50,6 +52,26 @@ Record record_of(const agent_client::buffer& bytes)
 }
 
 }  // namespace
+
+void json_put_text(nlohmann::ordered_json& object, const std::string& key, const std::string& text)
+{
+  std::string utf8;
+  std::string hex;
+  for (const char byte : text) {
+    const auto c = static_cast<unsigned char>(byte);
+    char digits[3];
+    std::snprintf(digits, sizeof digits, "%02x", c);
+    hex += digits;
+    if (c >= 0x80) {
+      utf8 += static_cast<char>(0xc0 | c >> 6);
+      utf8 += static_cast<char>(0x80 | (c & 0x3f));
+    } else {
+      utf8 += byte;
+    }
+  }
+  object[key] = utf8;
+  object[key + "_hex"] = hex;
+}
 
 void report::add_text(const std::string& key, const std::string& text)
 {
@@ -156,4 +178,23 @@ void report::print(const context& context) const
     std::printf("%-*s %s%s\n", static_cast<int>(width), key.c_str(), value.c_str(),
                 moving ? context.watch->rate(std::to_string(place) + "/" + key, counter->second).c_str() : "");
   }
+}
+
+void watch::round(clock::time_point now)
+{
+  seconds_ = at_ == clock::time_point() ? 0 : std::chrono::duration<double>(now - at_).count();
+  at_ = now;
+  place_ = 0;
+}
+
+std::string watch::rate(const std::string& key, uint64_t value)
+{
+  const auto [at, fresh] = last_.emplace(key, value);
+  const uint64_t before = at->second;
+  at->second = value;
+  if (fresh || value <= before || seconds_ <= 0)  // less: it was reset
+    return {};
+  char text[32];
+  std::snprintf(text, sizeof text, " +%.3g/s", static_cast<double>(value - before) / seconds_);
+  return text;
 }

@@ -1,8 +1,8 @@
 // What exists in the agent, found by asking: no operation lists bridges or ports.
-#ifndef TOOLS_PPPOEIACTL_DISCOVERY_H
-#define TOOLS_PPPOEIACTL_DISCOVERY_H
+#ifndef TOOLS_PPPOEIACTL_AGENT_DISCOVERY_H
+#define TOOLS_PPPOEIACTL_AGENT_DISCOVERY_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <cstdint>
 

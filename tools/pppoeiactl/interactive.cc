@@ -1,7 +1,7 @@
-#include "tools/pppoeiactl/words/interactive.h"
+#include "tools/pppoeiactl/interactive.h"
 
 #include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/words/completion.h"
+#include "tools/pppoeiactl/completion.h"
 #include "tools/pppoeiactl/words/line.h"
 
 #include <cstdio>

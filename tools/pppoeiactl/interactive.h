@@ -1,8 +1,8 @@
 // Commands from a terminal, with history and completion.
-#ifndef TOOLS_PPPOEIACTL_WORDS_INTERACTIVE_H
-#define TOOLS_PPPOEIACTL_WORDS_INTERACTIVE_H
+#ifndef TOOLS_PPPOEIACTL_INTERACTIVE_H
+#define TOOLS_PPPOEIACTL_INTERACTIVE_H
 
-#include "tools/pppoeiactl/context.h"
+#include "tools/pppoeiactl/agent/context.h"
 
 #include <functional>
 

@@ -1,6 +1,6 @@
-#include "tools/pppoeiactl/show/bridge_report.h"
+#include "tools/pppoeiactl/agent/bridge_report.h"
 
-#include "tools/pppoeiactl/operation_command.h"
+#include "tools/report_terminal/report_terminal.h"
 
 #include <charconv>
 #include <optional>
@@ -110,6 +110,14 @@ bridge_report bridge_report_parse(const std::string& text)
   if (vlans != std::string::npos)
     vlans_read(std::string_view(text).substr(vlans + vlan_head.size()), report);
   return report;
+}
+
+std::string report_of(const context& context, const api::operation& operation, words inputs)
+{
+  report_terminal terminal;
+  inputs.push_back(terminal.path());  // in all of them the last argument
+  context.demand(operation, inputs);
+  return terminal.take();
 }
 
 bridge_report bridge_report_read(const context& context, const std::string& bridge)

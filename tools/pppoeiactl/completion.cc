@@ -1,15 +1,13 @@
-#include "tools/pppoeiactl/words/completion.h"
+#include "tools/pppoeiactl/completion.h"
 
-#include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/discovery.h"
-#include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/agent/discovery.h"
+#include "tools/pppoeiactl/words/commands.h"
 #include "tools/pppoeiactl/words/line.h"
+#include "tools/pppoeiactl/words/operation_words.h"
 
 #include <algorithm>
 
 namespace {
-
-constexpr std::string_view program_options = "--socket -t --json -batch -force --watch --wait --help";
 
 // What was typed, taken apart.
 struct typed {
@@ -142,10 +140,19 @@ words command_candidates(const context& context, const words& begin, const std::
   return command.operation ? after_operation(context, *command.operation, line) : after_own(context, command, line);
 }
 
+words shown_options()
+{
+  words names;
+  for (const program_option& option : program_options())
+    if (option.name != "--version")  // is asked for once, in full
+      names.emplace_back(option.shown);
+  return names;
+}
+
 words candidates(const context& context, const words& begin, const std::string& word)
 {
   if (begin.empty() && word.starts_with("-"))
-    return line_split(program_options);
+    return shown_options();
   words found = all_command_words().behind(begin);
   try {
     const words more = command_candidates(context, begin, word);
