@@ -1,5 +1,7 @@
 #include "base/listener.h"
 
+#include "base/descriptor.h"
+
 #include <cerrno>
 #include <cstring>
 #include <grp.h>
@@ -11,31 +13,6 @@
 namespace {
 
 constexpr int backlog = 64;
-
-// A descriptor that is closed when it goes out of scope, with errno as it was.
-class scoped_fd {
-public:
-  explicit scoped_fd(int fd) : fd_(fd) {}
-  ~scoped_fd()
-  {
-    const int reason = errno;
-    if (fd_ >= 0)
-      close(fd_);
-    errno = reason;
-  }
-  scoped_fd(const scoped_fd&) = delete;
-  scoped_fd& operator=(const scoped_fd&) = delete;
-  int get() const { return fd_; }
-  int release()
-  {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
-private:
-  int fd_;
-};
 
 int local_socket(int type)
 {
@@ -60,9 +37,9 @@ bool stale_remove(const std::string& path, const sockaddr_un& address, int type)
   struct stat file {};
   if (lstat(path.c_str(), &file) != 0)
     return errno == ENOENT;
-  const scoped_fd probe(local_socket(type));
+  const descriptor probe(local_socket(type));
   const bool is_socket = S_ISSOCK(file.st_mode);
-  const bool nobody = is_socket && probe.get() >= 0 &&
+  const bool nobody = is_socket && probe &&
                       connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
                       errno == ECONNREFUSED;
   if (!nobody) {
@@ -92,8 +69,8 @@ int listener_open(const std::string& path, int type)
   sockaddr_un address;
   if (!address_make(path, address) || !stale_remove(path, address, type))
     return -1;
-  scoped_fd fd(local_socket(type));
-  if (fd.get() < 0 || !bind_for_group(fd.get(), path, address) || listen(fd.get(), backlog) != 0)
+  descriptor fd(local_socket(type));
+  if (!fd || !bind_for_group(fd.get(), path, address) || listen(fd.get(), backlog) != 0)
     return -1;
   return fd.release();
 }

@@ -7,13 +7,13 @@
 // closes what the worker was reading. A number that another thread was handed meanwhile is never read or closed.
 #include "pppoeia/pppoeia.h"
 
+#include "platform/kvbridge/control.h"
 #include "platform/ncfm/ncfm.h"
 #include "pppoeia/api/operation.h"
 #include "pppoeia/frame/frame.h"
 #include "pppoeia/kernel/bridge_control.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/kernel_control.h"
 #include "pppoeia/kernel/pseudo_device.h"
 #include "pppoeia/list.h"
 #include "pppoeia/log.h"
@@ -193,7 +193,7 @@ void record_name(pppoeia_bridge& bridge, const char* name, int ctl_fd, uint32_t 
   bridge.ctl_fd = ctl_fd;
   bridge.ports = ports;
   text_copy(bridge.name, name);
-  pseudo_device_name(bridge.dev_name, bridge.name);
+  text_copy(bridge.dev_name, pseudo_device_name(bridge.name).c_str());
   for (uint32_t slot = 0; slot < ports; ++slot)
     std::memset(&bridge.port[slot].vlan_info, 0xff, sizeof bridge.port[slot].vlan_info);
 }

@@ -2,6 +2,7 @@
 #ifndef PPPOEIA_IDENTIFIERS_H
 #define PPPOEIA_IDENTIFIERS_H
 
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/frame/identifier.h"
 
 #include <cstdint>
@@ -9,9 +10,6 @@
 
 struct pppoeia_bridge;
 struct pppoeia_port;
-
-// VLAN id that stands for no particular VLAN; as a customer VLAN word: there is none.
-inline constexpr uint16_t vid_none = 4095;
 
 // Write the text identifier to `out`, which must come in empty and have room for identifier_text_size bytes (a text
 // other than the default ATM one is cut at 63 characters), and the byte identifier, if the format makes one, to

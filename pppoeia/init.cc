@@ -1,8 +1,8 @@
 // The agent's state from pppoeia_init() to pppoeia_fini().
 #include "pppoeia/pppoeia.h"
 
+#include "platform/kvbridge/control.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/kernel_control.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 

@@ -48,8 +48,8 @@ void pass_frames(benchmark::State& state, const test_frame& frame, uint32_t clie
     std::copy(record.begin(), record.end(), buffer.begin());
     const auto client = static_cast<uint32_t>(now % clients);
     const uint16_t port = frame.code == 0x09 ? static_cast<uint16_t>(1 + client % ports) : uint16_t{ports + 1};
-    std::memcpy(&buffer[52], &port, sizeof port);
-    std::memcpy(&buffer[107 + (frame.code == 0x09 ? 6 : 0) + 2], &client, sizeof client);
+    host_put(buffer, kernel_header::input_port, port);
+    std::memcpy(&buffer[kernel_header::size + (frame.code == 0x09 ? 6 : 0) + 2], &client, sizeof client);
     const frame_result result = frame_process(*bridge, view, services);
     benchmark::DoNotOptimize(result.length);
     ++now;
@@ -107,7 +107,7 @@ private:
                   {fate::tag_untrusted, 0x09}};
     for (unsigned char client = 0; client < 16; ++client)
       for (const auto& [what, code] : frames) {
-        buffer[107 + 11] = client;
+        buffer[kernel_header::size + 11] = client;
         const bool dropped = class_of(what) == fate_class::dropped;
         bridge.frame_done(view,
                           {.length = dropped ? 0 : view.received,

@@ -55,7 +55,7 @@ tap_load::tap_load(const std::string& name) : name_(name), tap_(kvbridged::tap_o
 {
   if (tap_.get() < 0)
     throw std::runtime_error("no TAP device: " + std::string(std::strerror(errno)));
-  const kvbridged::descriptor sock(kernel_linux.datagram_socket());
+  const descriptor sock(kernel_linux.datagram_socket());
   short flags = 0;
   if (kernel_linux.link_flags_get(sock.get(), name.c_str(), &flags) < 0 ||
       kernel_linux.link_flags_set(sock.get(), name.c_str(), static_cast<short>(flags | link_flag_up)) < 0)

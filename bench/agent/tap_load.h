@@ -2,7 +2,7 @@
 #ifndef BENCH_AGENT_TAP_LOAD_H
 #define BENCH_AGENT_TAP_LOAD_H
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 
 #include <cstdint>
 #include <string>
@@ -42,7 +42,7 @@ private:
   void drop_returned(bool drop) const;
 
   std::string name_;
-  kvbridged::descriptor tap_;
+  descriptor tap_;
 };
 
 #endif

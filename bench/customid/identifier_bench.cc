@@ -1,6 +1,7 @@
 // What one identifier costs the worker: the default Ethernet text, custom texts, byte identifiers. "allocs" counts
 // heap allocations a call. Debug logging is off, as on a node in service.
 #include "bench/support/allocations.h"
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/identifiers.h"
 #include "pppoeia/records.h"
@@ -29,7 +30,7 @@ pppoeia_bridge& line_card()
     static unsigned char buffer[1];
     record->frame_buffer = buffer;
     record->frame_client_mac = 0x021122aabbcc;
-    record->frame_vlan_words = 100u << 16 | 4095;
+    record->frame_vlan_words = 100u << 16 | vid_none;
     pppoeia_port& port = record->port[6];
     port.port_id = 7;
     text_copy(port.dev_name, "dsl7");
@@ -68,13 +69,13 @@ void custom(benchmark::State& state, const char* text)
   const std::string format = text;
   std::string first;
   std::vector<unsigned char> bytes;
-  genCustomId(&bridge, 7, 100, 4095, format, first, bytes, idGenLive);
+  genCustomId(&bridge, 7, 100, vid_none, format, first, bytes, idGenLive);
   state.SetLabel(first);
   const uint64_t before = allocations();
   for (auto _ : state) {
     std::string id;
     std::vector<unsigned char> bin;
-    genCustomId(&bridge, 7, 100, 4095, format, id, bin, idGenLive);
+    genCustomId(&bridge, 7, 100, vid_none, format, id, bin, idGenLive);
     benchmark::DoNotOptimize(id.data());
     benchmark::DoNotOptimize(bin.data());
   }

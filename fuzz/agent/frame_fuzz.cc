@@ -63,7 +63,7 @@ void configure(pppoeia_bridge& bridge, pppoeia_port& port, input& in)
 // What a record that ends before or inside the field lacks of it reads as zero.
 uint32_t length_field(const byte_string& record)
 {
-  constexpr size_t offset = 48;
+  constexpr size_t offset = kernel_header::record_length;
   uint32_t length = 0;
   if (record.size() > offset)
     std::memcpy(&length, &record[offset], std::min(record.size() - offset, sizeof length));
@@ -117,17 +117,18 @@ int some_mac(unsigned char mac[6])
 bool ruled(const pppoeia_bridge& bridge, const pppoeia_port& port, const byte_string& record)
 {
   const auto word_at = [&](size_t at) { return at + 2 <= record.size() ? record[at] << 8 | record[at + 1] : 0; };
-  const int outer = word_at(107 + 12);
+  const int outer = word_at(kernel_header::size + 12);
   const bool tagged = outer == 0x88a8 || outer == 0x8100;
   const bool every_vlan = port.port_info_extra == 1 || port.port_info_extra == 5;
-  const auto vid = static_cast<uint32_t>(tagged ? word_at(107 + 14) & 0xfff : 0);
+  const auto vid = static_cast<uint32_t>(tagged ? word_at(kernel_header::size + 14) & 0xfff : 0);
   return !bridge.disabled && port.state != 0 && (every_vlan || bridge.vlan_enabled.test(vid));
 }
 
 // Whether what left shows the server anything but the line's own vendor tag.
 bool spoofed(const byte_string& sent, const pppoeia_port& port, const std::string& own)
 {
-  const std::span<const unsigned char> ethernet = std::span(sent).subspan(std::min<size_t>(107, sent.size()));
+  const std::span<const unsigned char> ethernet =
+      std::span(sent).subspan(std::min<size_t>(kernel_header::size, sent.size()));
   const uint8_t code = spoofing::read(ethernet, spoofing::reader::strict).code;
   return (port.trust == 1 || code == 0x09 || code == 0x19) && !spoofing::complaint(ethernet, own).empty();
 }
@@ -147,11 +148,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
   byte_string record = in.rest();
   record.resize(std::min<size_t>(record.size(), bridge->buffer_size));
-  if (record.size() >= 54) {
-    const auto length = static_cast<uint32_t>(record.size());
-    std::memcpy(&record[48], &length, sizeof length);
-    record[52] = 1;
-    record[53] = 0;
+  if (record.size() >= kernel_header::input_port + 2) {
+    length_put(record);
+    host_put(record, kernel_header::input_port, uint16_t{1});
   }
   kept_identifiers identifiers;
   frame_services services{identifiers, some_mac};

@@ -120,7 +120,8 @@ public:
       frame.vlan_tags = {0x8100'0000u | below(65536)};
     byte_string raw = frame.build();
     if (one_in(4))
-      raw[107 + below(static_cast<unsigned>(raw.size()) - 107)] = static_cast<unsigned char>(random_());
+      raw[kernel_header::size + below(static_cast<unsigned>(raw.size() - kernel_header::size))] =
+          static_cast<unsigned char>(random_());
     return raw;
   }
 
@@ -129,7 +130,7 @@ private:
 
   static packet encode(uint16_t id, const std::vector<std::string>& arguments)
   {
-    std::vector<ippc::const_bytes> views;
+    std::vector<const_bytes> views;
     for (const std::string& one : arguments)
       views.emplace_back(reinterpret_cast<const unsigned char*>(one.data()), one.size());
     packet bytes;

@@ -87,16 +87,16 @@ void add_tag(rng& random, model::bytes& to)
 
 model::bytes random_record(rng& random, const model::world& w)
 {
-  model::bytes r(107);
-  for (const size_t i : {size_t{4}, size_t{5}, size_t{6}, size_t{7}})
+  model::bytes r(kernel_header::size);
+  for (size_t i = kernel_header::vlan_word; i < kernel_header::cvlan_word + 2; ++i)
     r[i] = static_cast<unsigned char>(random());
-  r[52] = static_cast<unsigned char>(below(random, 6));
+  r[kernel_header::input_port] = static_cast<unsigned char>(below(random, 6));
   if (below(random, 20) == 0)
-    r[53] = 1;
-  std::strcpy(reinterpret_cast<char*>(&r[74]), "in0");
-  std::strcpy(reinterpret_cast<char*>(&r[90]), "out0");
+    r[kernel_header::input_port + 1] = 1;
+  std::strcpy(reinterpret_cast<char*>(&r[kernel_header::input_device]), "in0");
+  std::strcpy(reinterpret_cast<char*>(&r[kernel_header::output_device]), "out0");
   if (below(random, 20) == 0)
-    std::memset(&r[74], 'n', 32);
+    std::memset(&r[kernel_header::input_device], 'n', 32);
   for (int i = 0; i < 12; ++i)
     r.push_back(static_cast<unsigned char>(random()));
   for (unsigned depth = below(random, 5); depth > 0; --depth) {
@@ -135,10 +135,11 @@ model::bytes random_record(rng& random, const model::world& w)
   if (below(random, 25) == 0)
     r.resize(below(random, static_cast<unsigned>(r.size())) + 1);
   if (below(random, 12) == 0 && r.size() > 110)
-    r[107 + below(random, static_cast<unsigned>(r.size()) - 107)] = static_cast<unsigned char>(random());
+    r[kernel_header::size + below(random, static_cast<unsigned>(r.size() - kernel_header::size))] =
+        static_cast<unsigned char>(random());
   const uint32_t length = static_cast<uint32_t>(r.size()) + (below(random, 40) == 0);
   if (r.size() >= 52)
-    std::memcpy(&r[48], &length, 4);
+    host_put(r, kernel_header::record_length, length);
   return r;
 }
 
@@ -281,12 +282,13 @@ model::bytes shortest(const model::world& w, model::bytes record)
   std::string ignored;
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   for (size_t step = record.size() / 2; step > 0; step /= 2)
-    for (size_t at = record.size(); at >= 107 + step && std::chrono::steady_clock::now() < limit; at -= step) {
+    for (size_t at = record.size(); at >= kernel_header::size + step && std::chrono::steady_clock::now() < limit;
+         at -= step) {
       const auto end = record.begin() + static_cast<std::ptrdiff_t>(at);
       model::bytes shorter(record.begin(), end - static_cast<std::ptrdiff_t>(step));
       shorter.insert(shorter.end(), end, record.end());
       const auto length = static_cast<uint32_t>(shorter.size());
-      std::memcpy(&shorter[48], &length, sizeof length);
+      host_put(shorter, kernel_header::record_length, length);
       if (!judge(w, shorter, ignored).empty())
         record = std::move(shorter);
     }
@@ -299,7 +301,7 @@ void show(const model::world& w, const model::bytes& record)
   const model::bytes small = shortest(w, record);
   const std::string what = judge(w, small, branch);
   std::printf("the model's branch '%s': %s\nfrom offset 107:", branch.c_str(), what.c_str());
-  for (size_t i = 107; i < small.size(); ++i)
+  for (size_t i = kernel_header::size; i < small.size(); ++i)
     std::printf(" %02x", small[i]);
   std::printf("\n");
 }

@@ -1,6 +1,7 @@
 #include "fuzz/operations/operations_agent.h"
 
 #include "base/caller.h"
+#include "platform/kvbridge/control.h"
 #include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/frame/frame.h"
@@ -90,10 +91,10 @@ int control(int fd, unsigned long request, void* argument)
   std::snprintf(number, sizeof number, " 0x%08lx", request);
   string what = "control " + name_of(fd) + number;
   const char* text = static_cast<const char*>(argument);
-  if (request == 0x40046d00 || request == 0x40046d01)
+  if (request == kvmng_device_create || request == kvmng_device_delete)
     what += string(" ") + text;
-  if (request == 0x40047ac8)
-    what += string(" ") + text + " " + (text + 17);
+  if (request == kvbridge_filter_attach)
+    what += string(" ") + text + " " + (text + offsetof(kvbridge_filter, device));
   if (told(what))
     return under->control(fd, request, argument);
   if (errno == EEXIST) {

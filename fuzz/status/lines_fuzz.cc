@@ -2,7 +2,7 @@
 // bounds, moves only the lines of the port that a client's frame came from, and what it tells is text.
 //
 // A record: length, port (0 to 7, the upper bits say which fate), then the Ethernet frame.
-#include "pppoeia/frame/kernel_header.h"
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/status/line_table.h"
 
 #include <algorithm>

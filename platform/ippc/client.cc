@@ -27,12 +27,6 @@ bool wait_for(int fd, short events, clock::time_point deadline)
 
 }  // namespace
 
-client::~client()
-{
-  if (fd_ >= 0)
-    close(fd_);
-}
-
 bool client::open(const std::string& path)
 {
   sockaddr_un address{};
@@ -42,8 +36,8 @@ bool client::open(const std::string& path)
     return false;
   }
   std::memcpy(address.sun_path, path.data(), path.size());
-  fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-  return fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  fd_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  return fd_ && connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 call_error client::request_send(std::chrono::milliseconds time_out)
@@ -51,10 +45,10 @@ call_error client::request_send(std::chrono::milliseconds time_out)
   const clock::time_point deadline = clock::now() + time_out;
   // There is room for a packet nearly always: asking first would cost a system call a request.
   // A server that has closed the connection may have left word why, so that is no reason not to look.
-  while (send(fd_, packet_.data(), packet_.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EPIPE) {
+  while (send(fd_.get(), packet_.data(), packet_.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EPIPE) {
     if (errno != EAGAIN && errno != EINTR)
       return call_error::no_server;
-    if (!wait_for(fd_, POLLOUT, deadline))
+    if (!wait_for(fd_.get(), POLLOUT, deadline))
       return call_error::time_out;
   }
   return call_error::none;
@@ -67,12 +61,12 @@ call_error client::reply_receive(std::chrono::milliseconds time_out)
   received_.resize(packet_max);
   ssize_t size = receive_soon();
   if (size < 0 && errno == EAGAIN) {
-    if (!wait_for(fd_, POLLIN, deadline))
+    if (!wait_for(fd_.get(), POLLIN, deadline))
       return call_error::time_out;
-    size = recv(fd_, received_.data(), received_.size(), 0);
+    size = recv(fd_.get(), received_.data(), received_.size(), 0);
   }
   if (size < 0 && errno == ECONNRESET)  // closed with the request unread; what came before is behind the error
-    size = recv(fd_, received_.data(), received_.size(), MSG_DONTWAIT);
+    size = recv(fd_.get(), received_.data(), received_.size(), MSG_DONTWAIT);
   if (size <= 0)
     return call_error::no_server;
   reply_size_ = static_cast<size_t>(size);
@@ -92,7 +86,7 @@ ssize_t client::receive_soon()
   constexpr auto moment = std::chrono::microseconds(50);
   const clock::time_point end = clock::now() + moment;
   while (true) {
-    const ssize_t size = recv(fd_, received_.data(), received_.size(), MSG_DONTWAIT);
+    const ssize_t size = recv(fd_.get(), received_.data(), received_.size(), MSG_DONTWAIT);
     if (size >= 0 || errno != EAGAIN || clock::now() >= end)
       return size;
     sched_yield();
@@ -147,8 +141,8 @@ call_error client::requests_send(std::span<const pending_call> calls, std::chron
   }
   const clock::time_point deadline = clock::now() + time_out;
   for (size_t sent = 0; sent < messages.size();) {
-    const int count =
-        sendmmsg(fd_, &messages[sent], static_cast<unsigned>(messages.size() - sent), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const int count = sendmmsg(fd_.get(), &messages[sent], static_cast<unsigned>(messages.size() - sent),
+                               MSG_NOSIGNAL | MSG_DONTWAIT);
     sent += count > 0 ? static_cast<size_t>(count) : 0;
     if (count > 0 || errno == EINTR)
       continue;
@@ -156,7 +150,7 @@ call_error client::requests_send(std::span<const pending_call> calls, std::chron
       break;
     if (errno != EAGAIN)
       return call_error::no_server;
-    if (!wait_for(fd_, POLLOUT, deadline))
+    if (!wait_for(fd_.get(), POLLOUT, deadline))
       return call_error::time_out;
   }
   return call_error::none;

@@ -2,6 +2,7 @@
 #ifndef PLATFORM_IPPC_CLIENT_H
 #define PLATFORM_IPPC_CLIENT_H
 
+#include "base/descriptor.h"
 #include "platform/ippc/wire.h"
 
 #include <chrono>
@@ -37,11 +38,6 @@ struct pending_call {
 
 class client {
 public:
-  client() = default;
-  ~client();
-  client(const client&) = delete;
-  client& operator=(const client&) = delete;
-
   // False, with errno set, when nobody serves the path. Whether the server has a place shows at the first call.
   bool open(const std::string& path);
 
@@ -64,7 +60,7 @@ private:
   call_error exchange(std::chrono::milliseconds time_out);
   ssize_t receive_soon();
 
-  int fd_ = -1;
+  descriptor fd_;
   uint32_t sequence_ = 0;
   std::vector<unsigned char> packet_;    // the request
   std::vector<unsigned char> received_;  // room for the largest packet, made once

@@ -93,15 +93,10 @@ server::server(std::string path, ippcCallback callback)
 server::~server()
 {
   if (thread_.joinable()) {
-    eventfd_write(ending_, 1);
+    eventfd_write(ending_.get(), 1);
     thread_.join();
     unlink(path_.c_str());
   }
-  for (const auto& [fd, client] : connections_)
-    close(fd);
-  for (const int fd : {listener_, poll_, ending_})
-    if (fd >= 0)
-      close(fd);
 }
 
 void server::watch(int fd, uint32_t events, int operation) const
@@ -109,20 +104,20 @@ void server::watch(int fd, uint32_t events, int operation) const
   epoll_event event{};
   event.events = events;
   event.data.fd = fd;
-  epoll_ctl(poll_, operation, fd, &event);
+  epoll_ctl(poll_.get(), operation, fd, &event);
 }
 
 int server::start()
 {
-  listener_ = listener_open(path_, SOCK_SEQPACKET);
-  if (listener_ < 0)
+  listener_.reset(listener_open(path_, SOCK_SEQPACKET));
+  if (!listener_)
     return -1;
-  poll_ = epoll_create1(EPOLL_CLOEXEC);
-  ending_ = eventfd(0, EFD_CLOEXEC);
-  if (poll_ < 0 || ending_ < 0)
+  poll_.reset(epoll_create1(EPOLL_CLOEXEC));
+  ending_.reset(eventfd(0, EFD_CLOEXEC));
+  if (!poll_ || !ending_)
     return -1;
-  watch(listener_, EPOLLIN, EPOLL_CTL_ADD);
-  watch(ending_, EPOLLIN, EPOLL_CTL_ADD);
+  watch(listener_.get(), EPOLLIN, EPOLL_CTL_ADD);
+  watch(ending_.get(), EPOLLIN, EPOLL_CTL_ADD);
   const ending_signals_held held;
   try {
     thread_ = std::thread([this] { serve(); });
@@ -136,9 +131,9 @@ void server::serve()
 {
   epoll_event events[connections_max + 2];
   while (true) {
-    const int ready = epoll_wait(poll_, events, std::size(events), -1);
+    const int ready = epoll_wait(poll_.get(), events, std::size(events), -1);
     for (int i = 0; i < ready; ++i) {
-      if (events[i].data.fd == ending_)
+      if (events[i].data.fd == ending_.get())
         return;
       serve_event(events[i].data.fd, events[i].events);
     }
@@ -147,7 +142,7 @@ void server::serve()
 
 void server::serve_event(int fd, uint32_t events)
 {
-  if (fd == listener_)
+  if (fd == listener_.get())
     accept_one();
   else if (!connections_.contains(fd))
     return;  // given up since the events were taken
@@ -159,17 +154,17 @@ void server::serve_event(int fd, uint32_t events)
 
 void server::accept_one()
 {
-  const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  descriptor accepted(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  const int fd = accepted.get();
   if (fd < 0) {
     // Out of descriptors: the caller waits in the backlog; do not spin on it.
     if (errno == EMFILE || errno == ENFILE)
       usleep(10'000);
     return;
   }
-  connection newcomer{peer_of(fd), ++requests_, {}};
+  connection newcomer{std::move(accepted), peer_of(fd), ++requests_, {}};
   if (connections_.size() >= connections_max && !make_room(newcomer)) {
     refuse(fd);
-    close(fd);
     return;
   }
   tell_packets_from_end(fd);
@@ -199,7 +194,6 @@ bool server::make_room(const connection& newcomer)
 void server::drop(int fd)
 {
   connections_.erase(fd);
-  close(fd);
 }
 
 void server::read_one(int fd)

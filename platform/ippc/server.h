@@ -10,6 +10,7 @@
 #define PLATFORM_IPPC_SERVER_H
 
 #include "base/caller.h"
+#include "base/descriptor.h"
 #include "platform/ippc/dispatch.h"
 
 #include <map>
@@ -36,6 +37,7 @@ public:
 
 private:
   struct connection {
+    descriptor socket;
     std::optional<caller> peer;         // who connected, as the kernel tells it
     uint64_t last_request = 0;          // counts connections and requests; greater is later
     std::vector<unsigned char> unsent;  // waits to be sent; empty while requests are taken
@@ -56,9 +58,9 @@ private:
   std::map<int, connection> connections_;
   uint64_t requests_ = 0;
   std::vector<unsigned char> packet_;
-  int listener_ = -1;
-  int poll_ = -1;
-  int ending_ = -1;
+  descriptor listener_;
+  descriptor poll_;
+  descriptor ending_;
   std::thread thread_;
 };
 

@@ -3,57 +3,16 @@
 namespace ippc {
 namespace {
 
-// Takes numbers and byte strings off the front of a packet; once it runs short it stays failed and answers zeros.
-class reader {
-public:
-  explicit reader(const_bytes rest) : rest_(rest) {}
-
-  template <typename Number>
-  Number number()
-  {
-    uint32_t value = 0;
-    const const_bytes field = take(sizeof(Number));
-    for (size_t i = 0; i < field.size(); ++i)
-      value |= static_cast<uint32_t>(field[i]) << (8 * i);
-    return static_cast<Number>(value);
-  }
-
-  const_bytes take(size_t size)
-  {
-    if (failed_ || size > rest_.size()) {
-      failed_ = true;
-      return {};
-    }
-    const const_bytes front = rest_.first(size);
-    rest_ = rest_.subspan(size);
-    return front;
-  }
-
-  bool failed() const { return failed_; }
-  bool at_end() const { return !failed_ && rest_.empty(); }
-
-private:
-  const_bytes rest_;
-  bool failed_ = false;
-};
-
-template <typename Number>
-void put(std::vector<unsigned char>& packet, Number value)
-{
-  for (size_t i = 0; i < sizeof value; ++i)
-    packet.push_back(static_cast<unsigned char>(static_cast<uint32_t>(value) >> (8 * i)));
-}
-
 void put_arguments(std::vector<unsigned char>& packet, std::span<const const_bytes> arguments)
 {
   for (const const_bytes argument : arguments) {
-    put(packet, static_cast<uint32_t>(argument.size()));
+    packed_put(packet, static_cast<uint32_t>(argument.size()));
     packet.insert(packet.end(), argument.begin(), argument.end());
   }
 }
 
 // Reads `count` arguments and the packet's end. False when they are not there, or more is.
-bool take_arguments(reader& packet, size_t count, std::vector<const_bytes>& arguments)
+bool take_arguments(packed_reader& packet, size_t count, std::vector<const_bytes>& arguments)
 {
   for (size_t i = 0; i < count && !packet.failed(); ++i) {
     const auto size = packet.number<uint32_t>();
@@ -68,11 +27,11 @@ bool take_arguments(reader& packet, size_t count, std::vector<const_bytes>& argu
 
 void request_decode(const_bytes packet, request& out)
 {
-  reader in(packet);
+  packed_reader in(packet);
   out.arguments.clear();
   const bool right_kind = in.number<uint32_t>() == magic && in.number<uint16_t>() == version;
   if (!right_kind)
-    in = reader(packet.size() < 6 ? const_bytes{} : packet.subspan(6));
+    in = packed_reader(packet.size() < 6 ? const_bytes{} : packet.subspan(6));
   out.function_id = in.number<uint16_t>();
   out.sequence = in.number<uint32_t>();
   const auto count = in.number<uint8_t>();
@@ -87,11 +46,11 @@ void request_decode(const_bytes packet, request& out)
 void request_encode(uint16_t function_id, uint32_t sequence, std::span<const const_bytes> arguments,
                     std::vector<unsigned char>& packet)
 {
-  put(packet, magic);
-  put(packet, version);
-  put(packet, function_id);
-  put(packet, sequence);
-  put(packet, static_cast<uint8_t>(arguments.size()));
+  packed_put(packet, magic);
+  packed_put(packet, version);
+  packed_put(packet, function_id);
+  packed_put(packet, sequence);
+  packed_put(packet, static_cast<uint8_t>(arguments.size()));
   packet.insert(packet.end(), 3, 0);
   put_arguments(packet, arguments);
 }
@@ -99,21 +58,21 @@ void request_encode(uint16_t function_id, uint32_t sequence, std::span<const con
 void reply_encode(const reply& reply, std::vector<unsigned char>& packet)
 {
   packet.clear();
-  put(packet, magic);
-  put(packet, version);
-  put(packet, reply.function_id);
-  put(packet, reply.sequence);
-  put(packet, static_cast<uint8_t>(reply.arguments.size()));
-  put(packet, static_cast<uint8_t>(reply.has_result));
-  put(packet, uint16_t{0});
-  put(packet, reply.status);
-  put(packet, reply.has_result ? reply.result : 0);
+  packed_put(packet, magic);
+  packed_put(packet, version);
+  packed_put(packet, reply.function_id);
+  packed_put(packet, reply.sequence);
+  packed_put(packet, static_cast<uint8_t>(reply.arguments.size()));
+  packed_put(packet, static_cast<uint8_t>(reply.has_result));
+  packed_put(packet, uint16_t{0});
+  packed_put(packet, reply.status);
+  packed_put(packet, reply.has_result ? reply.result : 0);
   put_arguments(packet, reply.arguments);
 }
 
 std::optional<reply> reply_decode(const_bytes packet)
 {
-  reader in(packet);
+  packed_reader in(packet);
   reply out;
   if (in.number<uint32_t>() != magic || in.number<uint16_t>() != version)
     return std::nullopt;

@@ -3,6 +3,8 @@
 #ifndef PLATFORM_IPPC_WIRE_H
 #define PLATFORM_IPPC_WIRE_H
 
+#include "base/packed.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -20,8 +22,6 @@ inline constexpr size_t request_header = 16;
 inline constexpr size_t reply_header = 24;
 inline constexpr int32_t status_malformed = -2;
 inline constexpr int32_t status_busy = -3;  // of a reply to no request: all places are taken, the connection is closed
-
-using const_bytes = std::span<const unsigned char>;
 
 // A request taken apart. The arguments point into the packet.
 struct request {

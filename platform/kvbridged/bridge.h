@@ -12,9 +12,9 @@
 #ifndef PLATFORM_KVBRIDGED_BRIDGE_H
 #define PLATFORM_KVBRIDGED_BRIDGE_H
 
+#include "base/descriptor.h"
 #include "platform/kvbridged/address_table.h"
 #include "platform/kvbridged/agent_bridge.h"
-#include "platform/kvbridged/descriptor.h"
 #include "platform/kvbridged/loop.h"
 #include "platform/kvbridged/port_socket.h"
 #include "platform/kvbridged/settings.h"

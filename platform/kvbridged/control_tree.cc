@@ -1,6 +1,7 @@
 #define FUSE_USE_VERSION 35
 #include "platform/kvbridged/control_tree.h"
 
+#include "platform/kvbridge/control.h"
 #include "platform/kvbridged/caller_memory.h"
 
 #include <cerrno>
@@ -13,14 +14,6 @@
 
 namespace kvbridged {
 namespace {
-
-// Request codes of the modules.
-constexpr unsigned kvmng_version_get = 0x80046d02;
-constexpr unsigned kvmng_device_create = 0x40046d00;
-constexpr unsigned kvmng_device_delete = 0x40046d01;
-constexpr unsigned kvbridge_version_get = 0x80047a05;
-constexpr unsigned kvbridge_info_get = 0x80047a06;
-constexpr unsigned kvbridge_filter_attach = 0x40047ac8;
 
 // Fixed inodes, then two a bridge: its directory and its file.
 constexpr fuse_ino_t mng_dir = 2, kvbridge_dir = 3, mng_config = 4, kvbridge_config = 5, first_bridge = 16;
@@ -178,28 +171,31 @@ std::string argument_bytes(fuse_req_t request, const void* address, size_t size)
   return caller_bytes(fuse_req_ctx(request)->pid, address, size);
 }
 
+std::string device_named(fuse_req_t request, const void* address)
+{
+  return name_in(argument_bytes(request, address, device_name_size), 0, device_name_size);
+}
+
 void mng_request(fuse_req_t request, unsigned code, const void* argument)
 {
-  constexpr size_t name_size = 16;
   modules& all = of(request);
   if (code == kvmng_version_get)
-    reply_number(request, modules::kvmng_version);
+    reply_number(request, kvmng_version_expected);
   else if (code == kvmng_device_create)
-    reply_status(request, all.device_create(name_in(argument_bytes(request, argument, name_size), 0, name_size)));
+    reply_status(request, all.device_create(device_named(request, argument)));
   else if (code == kvmng_device_delete)
-    reply_status(request, all.device_delete(name_in(argument_bytes(request, argument, name_size), 0, name_size),
-                                            process_of(fuse_req_ctx(request)->pid)));
+    reply_status(request, all.device_delete(device_named(request, argument), process_of(fuse_req_ctx(request)->pid)));
   else
     fuse_reply_err(request, ENOTTY);
 }
 
 void filter_request(fuse_req_t request, size_t bridge, const void* argument, uint64_t owner)
 {
-  constexpr size_t name_size = 17;
-  const std::string record = argument_bytes(request, argument, 2 * name_size);
-  const int error =
-      of(request).filter_attach(bridge, name_in(record, 0, name_size), name_in(record, name_size, name_size),
-                                process_of(fuse_req_ctx(request)->pid));
+  const std::string record = argument_bytes(request, argument, sizeof(kvbridge_filter));
+  const int error = of(request).filter_attach(
+      bridge, name_in(record, offsetof(kvbridge_filter, filter), sizeof kvbridge_filter::filter),
+      name_in(record, offsetof(kvbridge_filter, device), sizeof kvbridge_filter::device),
+      process_of(fuse_req_ctx(request)->pid));
   if (error == 0)
     state_of(request).filter_opens[bridge] = owner;
   reply_status(request, error);
@@ -225,7 +221,7 @@ void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned code, void* argument, 
   else if (inode == mng_config)
     mng_request(request, code, argument);
   else if (inode == kvbridge_config && code == kvbridge_version_get)
-    reply_number(request, modules::kvbridge_version);
+    reply_number(request, kvbridge_version_expected);
   else if (const auto bridge = bridge_of_file(of(request), inode))
     bridge_request(request, *bridge, code, argument, file->fh);
   else

@@ -1,5 +1,6 @@
 #include "platform/kvbridged/modules.h"
 
+#include "platform/kvbridge/control.h"
 #include "platform/kvbridged/tap.h"
 
 #include <algorithm>
@@ -33,7 +34,7 @@ modules::~modules()
 std::optional<size_t> modules::bridge_of_device(const std::string& name) const
 {
   for (size_t i = 0; i < bridges_.size(); ++i)
-    if (name == (bridges_[i]->settings().name + "_pppoe").substr(0, 15))
+    if (name == pseudo_device_name(bridges_[i]->settings().name))
       return i;
   return std::nullopt;
 }
@@ -96,7 +97,7 @@ int modules::device_delete(const std::string& name, pid_t process)
 
 int modules::filter_attach(size_t bridge, const std::string& filter, const std::string& device, pid_t process)
 {
-  if (filter != "pppoe" || bridge_of_device(device) != bridge)
+  if (filter != pppoe_filter || bridge_of_device(device) != bridge)
     return EINVAL;
   const auto at = devices_.find(bridge);
   if (at == devices_.end())

@@ -11,8 +11,8 @@
 #ifndef PLATFORM_KVBRIDGED_MODULES_H
 #define PLATFORM_KVBRIDGED_MODULES_H
 
+#include "base/descriptor.h"
 #include "platform/kvbridged/agent_bridge.h"
-#include "platform/kvbridged/descriptor.h"
 
 #include <functional>
 #include <map>
@@ -35,9 +35,6 @@ public:
   ~modules();
   modules(const modules&) = delete;
   modules& operator=(const modules&) = delete;
-
-  static constexpr int32_t kvmng_version = 3;
-  static constexpr int32_t kvbridge_version = 56;
 
   // Each 0 or an errno value. `process` is who asks.
   int device_create(const std::string& name);

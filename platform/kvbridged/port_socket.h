@@ -6,7 +6,7 @@
 #ifndef PLATFORM_KVBRIDGED_PORT_SOCKET_H
 #define PLATFORM_KVBRIDGED_PORT_SOCKET_H
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/kvbridged/frame.h"
 
 #include <cstdint>

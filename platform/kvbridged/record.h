@@ -1,4 +1,5 @@
-// The record that carries a discovery frame to the agent and back: 107 bytes of header, then the frame.
+// The record that carries a discovery frame to the agent and back: the header of platform/kvbridge/record_header.h,
+// then the frame.
 #ifndef PLATFORM_KVBRIDGED_RECORD_H
 #define PLATFORM_KVBRIDGED_RECORD_H
 

@@ -2,7 +2,7 @@
 #ifndef PLATFORM_KVBRIDGED_TAP_H
 #define PLATFORM_KVBRIDGED_TAP_H
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 
 #include <string>
 

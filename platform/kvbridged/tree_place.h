@@ -9,7 +9,7 @@
 #ifndef PLATFORM_KVBRIDGED_TREE_PLACE_H
 #define PLATFORM_KVBRIDGED_TREE_PLACE_H
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/kvbridged/modules.h"
 
 #include <string>

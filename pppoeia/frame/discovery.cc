@@ -1,6 +1,6 @@
 #include "pppoeia/frame/discovery.h"
 
-#include "pppoeia/frame/kernel_header.h"
+#include "platform/kvbridge/record_header.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #ifndef PPPOEIA_FRAME_DISCOVERY_H
 #define PPPOEIA_FRAME_DISCOVERY_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/tags.h"
-#include "pppoeia/frame/wire.h"
 
 #include <cstddef>
 #include <cstdint>

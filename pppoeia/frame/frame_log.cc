@@ -1,7 +1,7 @@
 #include "pppoeia/frame/frame_log.h"
 
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/frame/frame.h"
-#include "pppoeia/frame/kernel_header.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 

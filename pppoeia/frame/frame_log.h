@@ -3,8 +3,8 @@
 #ifndef PPPOEIA_FRAME_FRAME_LOG_H
 #define PPPOEIA_FRAME_FRAME_LOG_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/discovery.h"
-#include "pppoeia/frame/wire.h"
 
 #include <cstdint>
 

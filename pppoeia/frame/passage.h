@@ -2,9 +2,9 @@
 #ifndef PPPOEIA_FRAME_PASSAGE_H
 #define PPPOEIA_FRAME_PASSAGE_H
 
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/frame/discovery.h"
 #include "pppoeia/frame/frame.h"
-#include "pppoeia/frame/kernel_header.h"
 #include "pppoeia/frame/vendor_tag.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
@@ -20,7 +20,7 @@ struct passage {
   size_t vsa = no_tag;  // offset of the first vendor tag
   frame_result result{};
 
-  bytes all() const { return {record.data, record.capacity}; }
+  mutable_bytes all() const { return {record.data, record.capacity}; }
   const_bytes received() const { return {record.data, record.received}; }
   tag_area tags() const { return {received(), pppoe.first_tag(), pppoe.end()}; }
   size_t vsa_size() const { return vsa == no_tag ? 0 : tags().next(vsa) - vsa; }

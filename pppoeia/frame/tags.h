@@ -8,8 +8,8 @@
 #ifndef PPPOEIA_FRAME_TAGS_H
 #define PPPOEIA_FRAME_TAGS_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/pppoe.h"
-#include "pppoeia/frame/wire.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -14,7 +14,7 @@ size_t suboption_size(const std::optional<const_bytes>& id)
 }
 
 // Writes one sub-option, if there is one, and answers the rest of `to`.
-bytes suboption_write(uint8_t number, const std::optional<const_bytes>& id, bytes to)
+mutable_bytes suboption_write(uint8_t number, const std::optional<const_bytes>& id, mutable_bytes to)
 {
   if (!id)
     return to;
@@ -32,12 +32,12 @@ size_t vendor_tag::size() const
   return pppoe::tag_header + sizeof pppoe::vendor_id + suboption_size(circuit_id) + suboption_size(remote_id);
 }
 
-void vendor_tag_write(const vendor_tag& tag, bytes to)
+void vendor_tag_write(const vendor_tag& tag, mutable_bytes to)
 {
   be16_put(to, 0, pppoe::tag_vendor);
   be16_put(to, 2, static_cast<uint16_t>(tag.size() - pppoe::tag_header));
   be32_put(to, 4, pppoe::vendor_id);
-  bytes rest = to.subspan(8);
+  mutable_bytes rest = to.subspan(8);
   rest = suboption_write(pppoe::agent_circuit_id, tag.circuit_id, rest);
   suboption_write(pppoe::agent_remote_id, tag.remote_id, rest);
 }
@@ -63,7 +63,7 @@ std::optional<frame_lengths> lengths_changed(frame_lengths lengths, int64_t delt
   return frame_lengths{static_cast<uint32_t>(record), static_cast<uint16_t>(payload)};
 }
 
-void vendor_tag_close_gap(const pppoeia_bridge& bridge, const tag_area& area, bytes record, size_t tag)
+void vendor_tag_close_gap(const pppoeia_bridge& bridge, const tag_area& area, mutable_bytes record, size_t tag)
 {
   const size_t behind = tail_begin(bridge, area, tag);
   if (behind != tag)

@@ -3,8 +3,8 @@
 #ifndef PPPOEIA_FRAME_VENDOR_TAG_H
 #define PPPOEIA_FRAME_VENDOR_TAG_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/tags.h"
-#include "pppoeia/frame/wire.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +28,7 @@ struct vendor_tag {
 };
 
 // Writes the tag at the front of `to`, which has room for size() bytes.
-void vendor_tag_write(const vendor_tag& tag, bytes to);
+void vendor_tag_write(const vendor_tag& tag, mutable_bytes to);
 
 // Where the bytes that follow a tag written at `place` come from: the tag behind an existing one if it ends within
 // the PPPoE end, else `place` itself.
@@ -40,6 +40,6 @@ std::optional<frame_lengths> lengths_changed(frame_lengths lengths, int64_t delt
 
 // Moves what follows a vendor tag at `tag` down onto it: the tag behind it and all to the record's end, if that tag
 // ends within the PPPoE end. Otherwise nothing moves, and the record's new length cuts the end off.
-void vendor_tag_close_gap(const pppoeia_bridge& bridge, const tag_area& area, bytes record, size_t tag);
+void vendor_tag_close_gap(const pppoeia_bridge& bridge, const tag_area& area, mutable_bytes record, size_t tag);
 
 #endif

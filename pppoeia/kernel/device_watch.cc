@@ -1,8 +1,8 @@
 #include "pppoeia/kernel/device_watch.h"
 
+#include "platform/kvbridge/control.h"
 #include "pppoeia/kernel/bridge_control.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/kernel_control.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 

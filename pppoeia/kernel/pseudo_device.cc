@@ -1,12 +1,10 @@
 #include "pppoeia/kernel/pseudo_device.h"
 
+#include "platform/kvbridge/control.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/kernel_control.h"
 #include "pppoeia/log.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <string_view>
 
 namespace {
 
@@ -62,15 +60,6 @@ int create(const char* bridge, const char* device)
 }
 
 }  // namespace
-
-void pseudo_device_name(char* out, const char* bridge)
-{
-  constexpr std::string_view suffix = "_pppoe";
-  const std::string_view name = std::string_view(bridge).substr(0, device_name_size - 1);
-  char* end = std::copy(name.begin(), name.end(), out);
-  end = std::copy_n(suffix.begin(), std::min(suffix.size(), device_name_size - 1 - name.size()), end);
-  *end = '\0';
-}
 
 int pppoeia_pseudo_dev_add(const char* bridge, const char* device)
 {

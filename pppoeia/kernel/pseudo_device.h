@@ -2,13 +2,6 @@
 #ifndef PPPOEIA_KERNEL_PSEUDO_DEVICE_H
 #define PPPOEIA_KERNEL_PSEUDO_DEVICE_H
 
-#include <cstddef>
-
-inline constexpr size_t device_name_size = 16;
-
-// Writes "<bridge>_pppoe", cut to 15 characters, and its NUL; bytes of `out` behind the NUL stay as they were.
-void pseudo_device_name(char* out, const char* bridge);
-
 // Creates `device` (a device of that name that is already there will do) and brings it up. 0, or the negative value
 // of the step that failed, which is logged in the name of `bridge`.
 int pppoeia_pseudo_dev_add(const char* bridge, const char* device);

@@ -14,7 +14,7 @@
 namespace {
 
 // A frame has the kernel's header in front, at most 66 bytes, and holds a discovery frame of 211 bytes behind its
-// 107-byte record header: hardly a client sends longer ones.
+// record header: hardly a client sends longer ones.
 constexpr unsigned frame_size = 384;
 constexpr unsigned kib = 1024;
 constexpr unsigned block_size = 64 * kib;

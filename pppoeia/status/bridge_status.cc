@@ -1,6 +1,6 @@
 #include "pppoeia/status/bridge_status.h"
 
-#include "pppoeia/frame/kernel_header.h"
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/status/options.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 #ifndef PPPOEIA_STATUS_DROP_LIST_H
 #define PPPOEIA_STATUS_DROP_LIST_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/frame.h"
-#include "pppoeia/frame/wire.h"
 #include "pppoeia/status/shared.h"
 
 #include <cstdint>

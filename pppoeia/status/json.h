@@ -3,7 +3,7 @@
 #ifndef PPPOEIA_STATUS_JSON_H
 #define PPPOEIA_STATUS_JSON_H
 
-#include "pppoeia/frame/wire.h"
+#include "base/packed.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "pppoeia/status/line_table.h"
 
-#include "pppoeia/frame/kernel_header.h"
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/frame/tags.h"
 
 #include <algorithm>

@@ -14,8 +14,8 @@
 #ifndef PPPOEIA_STATUS_LINE_TABLE_H
 #define PPPOEIA_STATUS_LINE_TABLE_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/frame.h"
-#include "pppoeia/frame/wire.h"
 #include "pppoeia/status/shared.h"
 #include "pppoeia/status/zeroed.h"
 

@@ -1,6 +1,6 @@
 #include "pppoeia/status/monitor_ring.h"
 
-#include "pppoeia/frame/kernel_header.h"
+#include "platform/kvbridge/record_header.h"
 
 #include <algorithm>
 

@@ -7,8 +7,8 @@
 #ifndef PPPOEIA_STATUS_MONITOR_RING_H
 #define PPPOEIA_STATUS_MONITOR_RING_H
 
+#include "base/packed.h"
 #include "pppoeia/frame/frame.h"
-#include "pppoeia/frame/wire.h"
 #include "pppoeia/status/shared.h"
 
 #include <cstdint>

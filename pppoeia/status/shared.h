@@ -6,7 +6,7 @@
 #ifndef PPPOEIA_STATUS_SHARED_H
 #define PPPOEIA_STATUS_SHARED_H
 
-#include "pppoeia/frame/wire.h"
+#include "base/packed.h"
 
 #include <algorithm>
 #include <atomic>

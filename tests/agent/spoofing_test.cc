@@ -21,8 +21,7 @@ protected:
   {
     byte_string record = header_;
     record.insert(record.end(), ethernet.begin(), ethernet.end());
-    const auto length = static_cast<uint32_t>(record.size());
-    std::memcpy(&record[48], &length, sizeof length);
+    length_put(record);
     record = process(*bridge, record);
     record.erase(record.begin(), record.begin() + static_cast<long>(std::min(header_.size(), record.size())));
     return record;
@@ -35,7 +34,7 @@ private:
   static byte_string header()
   {
     byte_string record = test_frame{}.build();
-    record.resize(107);
+    record.resize(kernel_header::size);
     return record;
   }
   const byte_string header_ = header();
@@ -49,7 +48,7 @@ spoofing::frame cut_short(uint8_t code, uint16_t type, uint8_t length, uint8_t p
                                  .tags = {{type, std::string(length, 'v')}, {vendor, vendor_value("FORGED", "FORGED")}},
                                  .payload_length = payload}
                           .build();
-  bytes.erase(bytes.begin(), bytes.begin() + 107);
+  bytes.erase(bytes.begin(), bytes.begin() + kernel_header::size);
   return bytes;
 }
 
@@ -117,7 +116,7 @@ TEST_F(Spoofing, ReadersOfDoubtAreShownTheLinesTagFirst)
   const std::string forged = vendor_value("FORGED", "");
   const auto sent_of = [&](test_frame frame) {
     const byte_string record = frame.build();
-    return leaving({record.begin() + 107, record.end()});
+    return leaving({record.begin() + kernel_header::size, record.end()});
   };
   const test_frame lists[] = {
       {.tags = {{0x0101, ""}, {0, ""}, {vendor, forged}}},              // behind End-Of-List

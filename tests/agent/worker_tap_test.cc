@@ -30,7 +30,7 @@
 namespace {
 
 constexpr char device[] = "br0_pppoe";
-constexpr size_t header = 107;
+constexpr size_t header = kernel_header::size;
 
 void up(const char* name, bool wanted)
 {
@@ -52,9 +52,9 @@ void mtu_set(const char* name, int mtu)
 }
 
 // Makes the device again under the index that it had.
-kvbridged::descriptor tap_again(int index)
+descriptor tap_again(int index)
 {
-  kvbridged::descriptor tap(open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+  descriptor tap(open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
   ifreq request = {};
   request.ifr_flags = IFF_TAP | IFF_NO_PI;
   std::strcpy(request.ifr_name, device);
@@ -149,7 +149,7 @@ protected:
   }
 
   test_bridge bridge{4};
-  kvbridged::descriptor tap;
+  descriptor tap;
   int index = -1;
   bool running = false;
 };
@@ -256,14 +256,14 @@ TEST_P(WorkerOnTap, ADeviceThatIsDownIsAwaitedWithoutSpinning)
 TEST_P(WorkerOnTap, ADeviceThatIsDeletedMayComeBackUnderItsIndex)
 {
   EXPECT_TRUE(serves());
-  tap = kvbridged::descriptor();
+  tap = descriptor();
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   EXPECT_EQ(losses(), 1);
   tap = tap_again(index);
   up(device, true);
   EXPECT_TRUE(serves());
   EXPECT_EQ(losses(), 0);
-  tap = kvbridged::descriptor();  // and the worker ends while it is away
+  tap = descriptor();  // and the worker ends while it is away
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 

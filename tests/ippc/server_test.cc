@@ -308,7 +308,7 @@ TEST_F(IppcServer, ClientThatDoesNotReadDisturbsNobody)
   const int fd = raw_connection();
   std::vector<unsigned char> request;
   const std::vector<unsigned char> argument(4096);
-  const ippc::const_bytes views[] = {argument, argument, argument, argument, argument, argument};
+  const const_bytes views[] = {argument, argument, argument, argument, argument, argument};
   ippc::request_encode(1, 1, views, request);
   int sent = 0;
   while (send(fd, request.data(), request.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0 && sent < 10000)

@@ -11,7 +11,7 @@ using packet = std::vector<unsigned char>;
 
 packet request_of(uint16_t id, const std::vector<std::string>& arguments)
 {
-  std::vector<ippc::const_bytes> views;
+  std::vector<const_bytes> views;
   for (const std::string& argument : arguments)
     views.emplace_back(reinterpret_cast<const unsigned char*>(argument.data()), argument.size());
   packet bytes;
@@ -99,7 +99,7 @@ TEST(IppcDispatch, BuffersAreAlignedZeroedAndTravelBackAsLongAsTheyCame)
   for (int round = 0; round < 2; ++round)  // the second sees nothing of the first
     EXPECT_EQ(dispatch.run(request_of(9, {"a", "", "four"})), expected);
   for (size_t length = 0; length < expected.size(); ++length)
-    EXPECT_FALSE(ippc::reply_decode(ippc::const_bytes(expected).first(length))) << length;
+    EXPECT_FALSE(ippc::reply_decode(const_bytes(expected).first(length))) << length;
   const packet longest = dispatch.run(request_of(9, std::vector<std::string>(255, "x")));
   EXPECT_EQ(ippc::reply_decode(longest)->arguments.size(), 255u);
 }

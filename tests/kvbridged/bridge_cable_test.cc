@@ -1,4 +1,5 @@
 // The bridge between hosts at the ends of real cables.
+#include "platform/kvbridge/record_header.h"
 #include "platform/kvbridged/modules.h"
 #include "platform/kvbridged/port_socket.h"
 #include "platform/kvbridged/tap.h"
@@ -57,7 +58,7 @@ TEST_F(BridgeOnCables, NothingPassesTheAgentBehindTags)
     for (size_t depth = 0; depth <= 6; ++depth)
       stacks.emplace_back(depth, type);
   std::atomic<int> diverted = 0;
-  node.agent = [&](frame_bytes& record) { return ++diverted, record.size() == 107 + 99; };
+  node.agent = [&](frame_bytes& record) { return ++diverted, record.size() == kernel_header::size + 99; };
   node.start();
   for (const auto& tags : stacks)
     line.send(discovery_frame(padi, everybody, client, 100, tags));

@@ -3,8 +3,8 @@
 #ifndef TESTS_KVBRIDGED_CABLES_H
 #define TESTS_KVBRIDGED_CABLES_H
 
+#include "base/descriptor.h"
 #include "platform/kvbridged/agent_bridge.h"
-#include "platform/kvbridged/descriptor.h"
 
 #include <functional>
 #include <memory>
@@ -32,7 +32,7 @@ public:
   kvbridged::frame_bytes receive(bool waiting = true) const;
 
 private:
-  kvbridged::descriptor socket_;
+  descriptor socket_;
 };
 
 // A cable between interfaces NAME and hNAME, both up.
@@ -64,9 +64,9 @@ private:
 
   kvbridged::loop events_;
   std::unique_ptr<kvbridged::agent_bridge> bridge_;
-  kvbridged::descriptor bridge_end_;
-  kvbridged::descriptor agent_end_;
-  kvbridged::descriptor stop_;
+  descriptor bridge_end_;
+  descriptor agent_end_;
+  descriptor stop_;
   std::thread thread_;
 };
 

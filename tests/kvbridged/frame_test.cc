@@ -1,6 +1,6 @@
 #include "platform/kvbridged/frame.h"
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/kvbridged/discovery_filter.h"
 #include "tests/kvbridged/frames.h"
 

@@ -1,4 +1,5 @@
 // A bridge of the kernel's between hosts at the ends of real cables, with an agent that marks what it treated.
+#include "platform/kvbridge/record_header.h"
 #include "platform/kvbridged/kernel/entry.h"
 #include "platform/kvbridged/kernel/found_programs.h"
 #include "platform/kvbridged/port_socket.h"
@@ -33,7 +34,6 @@ using testing::Not;
 
 constexpr unsigned char padi = 0x09, pado = 0x07;
 constexpr unsigned char treated = 0x77;  // the last byte of what was at the agent
-constexpr size_t port_place = 52, input_name_place = 74, output_name_place = 90, frame_place = 107;
 const mac_address client = host_address(1), server = host_address(9);
 
 // The end of a cable where all tags are in their places.
@@ -149,10 +149,10 @@ TEST_F(KernelBridge, DiscoveryComesBackFromTheAgentBehindItsTags)
   frame_bytes sent;
   node.agent = [&](frame_bytes& record) {
     uint16_t port = 0;
-    std::memcpy(&port, &record[port_place], sizeof port);
-    const char* from = reinterpret_cast<const char*>(&record[input_name_place]);
-    const char* to = reinterpret_cast<const char*>(&record[output_name_place]);
-    const bool whole = std::equal(sent.begin(), sent.end(), record.begin() + frame_place, record.end());
+    std::memcpy(&port, &record[kernel_header::input_port], sizeof port);
+    const char* from = reinterpret_cast<const char*>(&record[kernel_header::input_device]);
+    const char* to = reinterpret_cast<const char*>(&record[kernel_header::output_device]);
+    const bool whole = std::equal(sent.begin(), sent.end(), record.begin() + kernel_header::size, record.end());
     const bool upstream = port == 1 && std::string(from) == "line1";
     const bool downstream = port == 9 && std::string(from) == "up9";
     wrong += !whole || !(upstream || downstream) || std::string(to) != "br0";
@@ -206,9 +206,9 @@ TEST_F(KernelBridge, ErrorAnswersLeaveByTheClientsMember)
   cabled_bridge node(settings_of());
   wire line("hline1"), other("hline2"), uplink("hup9");
   node.agent = [](frame_bytes& record) {
-    record[output_name_place] = 0;
-    const mac_address answered = source_of(frame_view(record).subspan(frame_place));
-    std::copy(answered.begin(), answered.end(), record.begin() + frame_place);
+    record[kernel_header::output_device] = 0;
+    const mac_address answered = source_of(frame_view(record).subspan(kernel_header::size));
+    std::copy(answered.begin(), answered.end(), record.begin() + kernel_header::size);
     return treat(record);
   };
   node.start();
@@ -231,7 +231,7 @@ TEST_F(KernelBridge, MembersComeAndGoAndAreRenamed)
 {
   cabled_bridge node(settings_of());
   std::atomic<int> port = 0;
-  node.agent = [&](frame_bytes& record) { return port = record[port_place], treat(record); };
+  node.agent = [&](frame_bytes& record) { return port = record[kernel_header::input_port], treat(record); };
   node.start();
   wire uplink("hup9");
   cable_make("line5");

@@ -1,4 +1,4 @@
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/kvbridged/loop.h"
 
 #include <gtest/gtest.h>

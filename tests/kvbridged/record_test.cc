@@ -1,16 +1,17 @@
 #include "platform/kvbridged/record.h"
 
+#include "base/packed.h"
+#include "platform/kvbridge/record_header.h"
 #include "tests/kvbridged/frames.h"
 
 #include <algorithm>
-#include <cstring>
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace kvbridged;
 
-constexpr size_t header = 107;
+constexpr size_t header = kernel_header::size;
 constexpr uint16_t stag = 0x88a8;
 
 TEST(Record, SaysWhereTheFrameIsFromAndWhereItGoes)
@@ -18,13 +19,9 @@ TEST(Record, SaysWhereTheFrameIsFromAndWhereItGoes)
   const frame_bytes frame = discovery_frame(0x09, everybody, host_address(1));
   const frame_bytes record = record_make(frame, stag, 513, "line1", "an_interface_nam");
   ASSERT_EQ(record.size(), header + frame.size());
-  uint32_t length = 0;
-  uint16_t port = 0;
-  std::memcpy(&length, &record[48], sizeof length);
-  std::memcpy(&port, &record[52], sizeof port);
-  EXPECT_EQ(length, record.size());
-  EXPECT_EQ(port, 513);
-  EXPECT_STREQ(reinterpret_cast<const char*>(&record[74]), "line1");
+  EXPECT_EQ(host_at<uint32_t>(record, kernel_header::record_length), record.size());
+  EXPECT_EQ(host_at<uint16_t>(record, kernel_header::input_port), 513);
+  EXPECT_STREQ(reinterpret_cast<const char*>(&record[kernel_header::input_device]), "line1");
   const auto back = record_parse(record);
   ASSERT_TRUE(back);
   EXPECT_EQ(back->output_device, "an_interface_na");
@@ -36,13 +33,13 @@ TEST(Record, CarriesTheControlWordsOfBothTags)
   const auto words = [](const std::vector<uint16_t>& tags) {
     const frame_bytes record =
         record_make(frame_head(everybody, host_address(1), tags, discovery_ethertype), stag, 1, "", "");
-    return std::pair(word_at(record, 4), word_at(record, 6));
+    return std::pair(word_at(record, kernel_header::vlan_word), word_at(record, kernel_header::cvlan_word));
   };
-  EXPECT_EQ(words({}), std::pair(uint16_t{0}, uint16_t{4095}));
-  EXPECT_EQ(words({stag}), std::pair(uint16_t{19}, uint16_t{4095}));
+  EXPECT_EQ(words({}), std::pair(uint16_t{0}, vid_none));
+  EXPECT_EQ(words({stag}), std::pair(uint16_t{19}, vid_none));
   EXPECT_EQ(words({0x8100, 0x8100}), std::pair(uint16_t{19}, uint16_t{23}));
-  EXPECT_EQ(words({stag, stag}), std::pair(uint16_t{19}, uint16_t{4095}));
-  EXPECT_EQ(words({0x9100, 0x8100}), std::pair(uint16_t{0}, uint16_t{4095}));
+  EXPECT_EQ(words({stag, stag}), std::pair(uint16_t{19}, vid_none));
+  EXPECT_EQ(words({0x9100, 0x8100}), std::pair(uint16_t{0}, vid_none));
 }
 
 TEST(Record, ThatSaysItIsLongerOrTooShortIsNone)
@@ -50,11 +47,11 @@ TEST(Record, ThatSaysItIsLongerOrTooShortIsNone)
   frame_bytes record = record_make(discovery_frame(0x09, everybody, host_address(1)), stag, 1, "a", "b");
   for (const uint32_t length :
        {uint32_t{0}, uint32_t{header + 13}, static_cast<uint32_t>(record.size() + 1), UINT32_MAX}) {
-    std::memcpy(&record[48], &length, sizeof length);
+    host_put(record, kernel_header::record_length, length);
     EXPECT_FALSE(record_parse(record)) << length;
   }
   const uint32_t cut = header + 14;
-  std::memcpy(&record[48], &cut, sizeof cut);
+  host_put(record, kernel_header::record_length, cut);
   ASSERT_TRUE(record_parse(record));
   EXPECT_EQ(record_parse(record)->frame.size(), 14u);
   EXPECT_FALSE(record_parse(frame_view(record).first(header + 13)));

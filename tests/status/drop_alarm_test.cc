@@ -1,4 +1,5 @@
 // When the log tells that a port drops frames, and when that it is over.
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/drop_alarm.h"
 #include "tests/support/syslog_capture.h"
@@ -21,8 +22,8 @@ protected:
 
   void drop(int count, uint16_t port = 3)
   {
-    unsigned char record[107 + 60] = {};
-    record[107 + 11] = 7;
+    unsigned char record[kernel_header::size + 60] = {};
+    record[kernel_header::size + 11] = 7;
     for (int i = 0; i < count; ++i)
       bridge->frame_done({record, sizeof record, sizeof record}, {.what = fate::role, .code = 0x07, .port = port}, 1);
   }

@@ -49,13 +49,13 @@ constexpr int jumbo_mtu = 70000;
 
 void lies_about_length(byte_string& record)
 {
-  record[48] ^= 1;
+  record[kernel_header::record_length] ^= 1;
 }
 
 // The first tag claims more than there is.
 void tag_too_long(byte_string& record)
 {
-  record[107 + 12 + 8 + 2] = 0xff;
+  record[kernel_header::size + 12 + 8 + 2] = 0xff;
 }
 
 // Port 1 a subscriber's, 2 a subscriber's and untrusted, 3 disabled, 9 the network's.
@@ -72,7 +72,7 @@ const fate_case cases[] = {
     {fate::port_disabled, 3, {.port = 3}},
     {fate::record_length, 0, {}, [] {}, lies_about_length, 0},
     {fate::unknown_port, 0, {.port = 5}, [] {}, [](byte_string&) {}, 0},
-    {fate::not_discovery, 1, {}, [] {}, [](byte_string& record) { record[107 + 13] = 0x64; }, 0},
+    {fate::not_discovery, 1, {}, [] {}, [](byte_string& record) { record[kernel_header::size + 13] = 0x64; }, 0},
     {fate::payload_past_end, 1, {.payload_length = 200}},
     {fate::role, 1, {.code = 0x07}, [] {}, [](byte_string&) {}, 0x07},
     {fate::tag_untrusted, 2, {.port = 2, .tags = {vendor}}},
@@ -188,7 +188,7 @@ TEST_P(Fates, MoveTheirCountersAndAreListed)
   const auto frame = nlohmann::json::parse(seen);
   EXPECT_EQ(frame["fate"], words_of(given.what).name);
   EXPECT_EQ(frame["port"], given.frame.port);
-  EXPECT_EQ(frame["length_before"], record.size() - 107);
+  EXPECT_EQ(frame["length_before"], record.size() - kernel_header::size);
   EXPECT_EQ(frame["before"].get<std::string>().substr(12, 12), "021122aabbcc");
   EXPECT_EQ(frame["length_after"] == 0, class_of(given.what) == fate_class::dropped);
 
@@ -201,7 +201,7 @@ TEST_P(Fates, MoveTheirCountersAndAreListed)
   EXPECT_EQ(drops[0]["reason"], words_of(given.what).name);
   EXPECT_EQ(drops[0]["port"], given.frame.port);
   EXPECT_EQ(drops[0]["client"], "02:11:22:aa:bb:cc");
-  EXPECT_EQ(drops[0]["length"], record.size() - 107);
+  EXPECT_EQ(drops[0]["length"], record.size() - kernel_header::size);
   EXPECT_EQ(drops[0]["bytes"].get<std::string>().substr(12, 12), "021122aabbcc");
   filter of_code;
   of_code.code = given.code;

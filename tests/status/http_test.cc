@@ -102,7 +102,7 @@ TEST_F(HttpServer, AnswersAndRefuses)
 
 TEST_F(HttpServer, PeersThatHangKeepNobodyOut)
 {
-  std::vector<kvbridged::descriptor> hanging;
+  std::vector<descriptor> hanging;
   for (int i = 0; i < 1000; ++i) {
     hanging.push_back(http_connect(path));
     const std::string part = i % 2 ? "GET /large HTTP/1.1\r\n\r\n" : "GET /";
@@ -116,7 +116,7 @@ TEST_F(HttpServer, PeersThatHangKeepNobodyOut)
 
 TEST_F(HttpServer, PeerThatHasClosedItsSideAndDoesNotReadCostsNothing)
 {
-  const kvbridged::descriptor half = http_connect(path);
+  const descriptor half = http_connect(path);
   const std::string request = "GET /large HTTP/1.1\r\n\r\n";
   ASSERT_EQ(send(half.get(), request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
   ASSERT_EQ(shutdown(half.get(), SHUT_WR), 0);
@@ -133,7 +133,7 @@ TEST_F(HttpServer, PeerThatHasClosedItsSideAndDoesNotReadCostsNothing)
 
 TEST_F(HttpServer, EndlessAnswersAreFewAndKeepNobodyOut)
 {
-  std::vector<kvbridged::descriptor> readers;
+  std::vector<descriptor> readers;
   const std::string request = "GET /endless HTTP/1.1\r\n\r\n";
   char begin[13] = {};
   for (size_t i = 0; i < http_server::endless_most; ++i) {
@@ -146,7 +146,7 @@ TEST_F(HttpServer, EndlessAnswersAreFewAndKeepNobodyOut)
   EXPECT_EQ(http_get(path, "/"), "here\n");
   readers.pop_back();  // who leaves makes room
   const auto is_served = [&] {
-    const kvbridged::descriptor again = http_connect(path);
+    const descriptor again = http_connect(path);
     send(again.get(), request.data(), request.size(), MSG_NOSIGNAL);
     return recv(again.get(), begin, sizeof begin - 1, MSG_WAITALL) == 12 && std::string(begin) == "HTTP/1.1 200";
   };

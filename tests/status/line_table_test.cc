@@ -32,7 +32,7 @@ protected:
   void pass(const test_frame& frame, const mac& to)
   {
     byte_string record = frame.build();
-    std::copy(to.begin(), to.end(), record.begin() + 107);
+    std::copy(to.begin(), to.end(), record.begin() + kernel_header::size);
     const auto received = static_cast<uint32_t>(record.size());
     record.resize(bridge->buffer_size + 142);
     const frame_record view{record.data(), received, static_cast<uint32_t>(record.size())};
@@ -189,8 +189,8 @@ TEST_F(LineTable, APortThatInventsClientsPushesOutItsOwnOnly)
   for (uint32_t number = 0; number < 1'000'000; ++number) {
     mac invented{0x06, 0, 0, 0, 0, 0};
     std::memcpy(&invented[1], &number, sizeof number);
-    byte_string record(107 + 60, 0);
-    std::copy(invented.begin(), invented.end(), record.begin() + 107 + 6);
+    byte_string record(kernel_header::size + 60, 0);
+    std::copy(invented.begin(), invented.end(), record.begin() + kernel_header::size + 6);
     const frame_record view{record.data(), 167, 167};
     table.learn(view, {.length = 167, .what = fate::tag_inserted, .code = 0x09, .port = 2, .ethertype = 119}, ++now);
   }
@@ -206,7 +206,7 @@ TEST_F(LineTable, APortThatInventsClientsPushesOutItsOwnOnly)
 TEST_F(LineTable, ANodeIsFullUntilALineHasEnded)
 {
   const auto learn_of = [&](line_table& to, uint16_t port, unsigned char number) {
-    byte_string record(107 + 60, number);
+    byte_string record(kernel_header::size + 60, number);
     const frame_record view{record.data(), 167, 167};
     to.learn(view, {.length = 167, .what = fate::tag_inserted, .code = 0x09, .port = port, .ethertype = 119}, ++now);
   };
@@ -240,7 +240,7 @@ TEST_F(LineTable, TextsOfStrangersAreValidJson)
   const std::string hostile("\x00\x1b[2J\"\\\xff\xc3\n", 10);
   const auto tell = [&](const test_frame& frame, const mac& to) {
     byte_string record = frame.build();
-    std::copy(to.begin(), to.end(), record.begin() + 107);
+    std::copy(to.begin(), to.end(), record.begin() + kernel_header::size);
     const auto received = static_cast<uint32_t>(record.size());
     record.resize(2000);
     const frame_record view{record.data(), received, 2000};

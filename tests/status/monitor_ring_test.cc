@@ -1,4 +1,5 @@
 // A watcher that reads, one that does not, and none.
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/status/monitor_ring.h"
 
 #include <atomic>
@@ -9,7 +10,7 @@
 
 namespace {
 
-constexpr size_t header_size = 107;
+constexpr size_t header_size = kernel_header::size;
 
 // Passes a frame whose bytes all follow from its number.
 void pass(monitor_ring& ring, uint64_t number)

@@ -65,7 +65,7 @@ api_call& api_call::bytes(std::string raw)
 int32_t api_call::run()
 {
   static ippc::dispatch& dispatch = *new ippc::dispatch(pppoeia_ippc_dispatcher);
-  std::vector<ippc::const_bytes> views;
+  std::vector<const_bytes> views;
   for (const std::string& argument : arguments)
     views.emplace_back(reinterpret_cast<const unsigned char*>(argument.data()), argument.size());
   std::vector<unsigned char> packet;

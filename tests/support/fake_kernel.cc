@@ -1,6 +1,6 @@
 #include "tests/support/fake_kernel.h"
 
-#include "pppoeia/kernel/kernel_control.h"
+#include "platform/kvbridge/control.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -53,7 +53,7 @@ bool path_exists(const std::string& path)
   if (path == kvmng_path || path == kvbridge_path)
     return true;
   for (const std::string& name : fake->bridges)
-    if (path == "/proc/net/kvbridge/" + name + "/bridge")
+    if (path == kvbridge_bridge_path(name))
       return true;
   return false;
 }

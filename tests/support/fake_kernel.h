@@ -4,6 +4,7 @@
 #ifndef TESTS_SUPPORT_FAKE_KERNEL_H
 #define TESTS_SUPPORT_FAKE_KERNEL_H
 
+#include "platform/kvbridge/control.h"
 #include "pppoeia/kernel/kernel.h"
 
 #include <cstdint>
@@ -21,8 +22,8 @@ public:
   fake_kernel& operator=(const fake_kernel&) = delete;
 
   // What the modules answer.
-  int kvmng_version = 3;
-  int kvbridge_version = 56;
+  int kvmng_version = kvmng_version_expected;
+  int kvbridge_version = kvbridge_version_expected;
   std::set<std::string> bridges{"br0", "br1", "br2"};  // that exist in the kernel
   uint16_t stag_ethertype = 0x88a8;
   int mtu = 1500;

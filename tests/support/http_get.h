@@ -2,7 +2,7 @@
 #ifndef TESTS_SUPPORT_HTTP_GET_H
 #define TESTS_SUPPORT_HTTP_GET_H
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 
 #include <cstring>
 #include <string>
@@ -11,15 +11,15 @@
 #include <unistd.h>
 
 // A connection, or an invalid descriptor.
-inline kvbridged::descriptor http_connect(const std::string& path)
+inline descriptor http_connect(const std::string& path)
 {
   sockaddr_un address{AF_UNIX, {}};
   std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  kvbridged::descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const timeval patience{20, 0};
   setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   if (connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    return kvbridged::descriptor();
+    return descriptor();
   return made;
 }
 
@@ -36,7 +36,7 @@ inline std::string http_rest(int fd)
 // Sends those bytes. What comes back, head and all.
 inline std::string http_exchange(const std::string& path, const std::string& request)
 {
-  const kvbridged::descriptor peer = http_connect(path);
+  const descriptor peer = http_connect(path);
   send(peer.get(), request.data(), request.size(), MSG_NOSIGNAL);
   return http_rest(peer.get());
 }

@@ -73,6 +73,11 @@ pppoeia_port& test_bridge::port(uint32_t id, int32_t state, uint32_t trust)
   return port;
 }
 
+void length_put(byte_string& record)
+{
+  host_put(record, kernel_header::record_length, static_cast<uint32_t>(record.size()));
+}
+
 byte_string test_frame::build() const
 {
   byte_string payload;
@@ -83,14 +88,12 @@ byte_string test_frame::build() const
   }
   byte_string record;
   record.reserve(2048);
-  record.resize(107);
-  record[4] = static_cast<unsigned char>(first_word >> 8);
-  record[5] = static_cast<unsigned char>(first_word);
-  record[6] = static_cast<unsigned char>(second_word >> 8);
-  record[7] = static_cast<unsigned char>(second_word);
-  std::memcpy(&record[52], &port, sizeof port);
-  std::strcpy(reinterpret_cast<char*>(&record[74]), "in0");
-  std::strcpy(reinterpret_cast<char*>(&record[90]), "out0");
+  record.resize(kernel_header::size);
+  be16_put(record, kernel_header::vlan_word, first_word);
+  be16_put(record, kernel_header::cvlan_word, second_word);
+  host_put(record, kernel_header::input_port, port);
+  std::strcpy(reinterpret_cast<char*>(&record[kernel_header::input_device]), "in0");
+  std::strcpy(reinterpret_cast<char*>(&record[kernel_header::output_device]), "out0");
   record.resize(record.size() + 6, 0xff);
   record.insert(record.end(), source.begin(), source.end());
   for (const uint32_t tag : vlan_tags) {
@@ -104,8 +107,7 @@ byte_string test_frame::build() const
   put16(record, payload_length < 0 ? static_cast<unsigned>(payload.size()) : static_cast<unsigned>(payload_length));
   record.insert(record.end(), payload.begin(), payload.end());
   record.insert(record.end(), trailer.begin(), trailer.end());
-  const auto length = static_cast<uint32_t>(record.size());
-  std::memcpy(&record[48], &length, sizeof length);
+  length_put(record);
   return record;
 }
 

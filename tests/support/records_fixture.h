@@ -2,6 +2,8 @@
 #ifndef TESTS_SUPPORT_RECORDS_FIXTURE_H
 #define TESTS_SUPPORT_RECORDS_FIXTURE_H
 
+#include "base/packed.h"
+#include "platform/kvbridge/record_header.h"
 #include "pppoeia/frame/frame.h"
 #include "pppoeia/records.h"
 
@@ -43,15 +45,18 @@ struct test_frame {
   std::vector<test_tag> tags{{0x0101, ""}};
   byte_string trailer{};  // behind the PPPoE payload
   uint16_t first_word = 0;
-  uint16_t second_word = 4095;
+  uint16_t second_word = vid_none;
   uint16_t session_id = 0;
   int payload_length = -1;  // -1: what the tags take
   byte_string source{0x02, 0x11, 0x22, 0xaa, 0xbb, 0xcc};
 
   byte_string build() const;
-  size_t ethertype_offset() const { return 107 + 12 + 4 * vlan_tags.size(); }
+  size_t ethertype_offset() const { return kernel_header::size + 12 + 4 * vlan_tags.size(); }
   size_t tags_offset() const { return ethertype_offset() + 8; }
 };
+
+// Sets the length that the record's header tells to what the record has.
+void length_put(byte_string& record);
 
 // The vendor tag's value: enterprise 3561 and the sub-options given.
 std::string vendor_value(const std::string& circuit_id, const std::string& remote_id);

@@ -184,7 +184,7 @@ TEST_F(AgentLife, RequestsThatWaitAreNotServedFirst)
   std::vector<unsigned char> request;
   ippc::request_encode(3, 1, {}, request);
   sockaddr_un address{AF_UNIX, "/var/run/pppoeia_fe_main"};
-  std::list<kvbridged::descriptor> clients;
+  std::list<descriptor> clients;
   int queued = 0;
   for (int i = 0; i < 60; ++i) {
     clients.emplace_back(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

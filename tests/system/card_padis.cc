@@ -59,7 +59,7 @@ public:
                     static_cast<unsigned char>(number >> 8),
                     static_cast<unsigned char>(number)};
     const byte_string record = frame.build();
-    lines_[sent_.back().port - 1].send(frame_bytes(record.begin() + 107, record.end()));
+    lines_[sent_.back().port - 1].send(frame_bytes(record.begin() + kernel_header::size, record.end()));
   }
 
   // All that is there. False for one that is wrong.
@@ -113,7 +113,7 @@ private:
 
   unsigned ports_;
   unsigned vlans_;
-  kvbridged::descriptor server_;
+  descriptor server_;
   kvbridged::port_reader reader_;
   std::deque<host> lines_;
   std::vector<std::string> right_;

@@ -1,4 +1,5 @@
 // kvbridged by itself: who may use its control files, what it leaves when it is killed, devices that vanish, refusals.
+#include "platform/kvbridge/control.h"
 #include "platform/kvbridged/loop.h"
 #include "platform/kvbridged/modules.h"
 #include "tests/support/files.h"
@@ -29,8 +30,6 @@ using kvbridged::filter_owners;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr unsigned long device_create = 0x40046d00;
-constexpr unsigned long device_delete = 0x40046d01;
 constexpr uid_t nobody = 65534;
 const std::string tree = "/run/kvbridged/tree";
 const std::string mng = tree + "/mng/config";
@@ -54,7 +53,7 @@ int request(int fd, unsigned long code, const char* device)
 
 int opened_request(unsigned long code, const char* device)
 {
-  return request(kvbridged::descriptor(open(mng.c_str(), O_RDONLY | O_CLOEXEC)).get(), code, device);
+  return request(descriptor(open(mng.c_str(), O_RDONLY | O_CLOEXEC)).get(), code, device);
 }
 
 class Kvbridged : public device_node_test {
@@ -94,18 +93,20 @@ protected:
 
 TEST_F(Kvbridged, ControlFilesAreRootsAlone)
 {
-  const kvbridged::descriptor inherited(open(mng.c_str(), O_RDONLY));
+  const descriptor inherited(open(mng.c_str(), O_RDONLY));
   const auto drop_rights = [] { return setgid(nobody) == 0 && setuid(nobody) == 0; };
   // A service that works in a user's name for a moment.
   const auto lend_rights = [] { return setfsuid(nobody) == 0; };
   const std::function<bool()> ways[] = {drop_rights, lend_rights};
   for (const auto& become_nobody : ways) {
-    EXPECT_EQ(in_child([&] { return become_nobody() ? opened_request(device_create, "br0_pppoe") : -1; }), EACCES);
-    EXPECT_EQ(in_child([&] { return become_nobody() ? request(inherited.get(), device_create, "br0_pppoe") : -1; }),
+    EXPECT_EQ(in_child([&] { return become_nobody() ? opened_request(kvmng_device_create, "br0_pppoe") : -1; }),
               EACCES);
+    EXPECT_EQ(
+        in_child([&] { return become_nobody() ? request(inherited.get(), kvmng_device_create, "br0_pppoe") : -1; }),
+        EACCES);
   }
   EXPECT_EQ(if_nametoindex("br0_pppoe"), 0u);
-  EXPECT_EQ(request(inherited.get(), device_create, "br0_pppoe"), 0);
+  EXPECT_EQ(request(inherited.get(), kvmng_device_create, "br0_pppoe"), 0);
 }
 
 TEST_F(Kvbridged, ControlFilesAnswerAsThoseOfTheModules)
@@ -114,57 +115,57 @@ TEST_F(Kvbridged, ControlFilesAnswerAsThoseOfTheModules)
             "d500 .\nd500 ./kvbridge\nd500 ./kvbridge/br0\nf400 ./kvbridge/br0/bridge\nf400 ./kvbridge/config\n"
             "d500 ./mng\nf400 ./mng/config\n");
   const auto number = [](const std::string& file, unsigned long code) {
-    const kvbridged::descriptor fd(open((tree + file).c_str(), O_RDONLY | O_CLOEXEC));
+    const descriptor fd(open((tree + file).c_str(), O_RDONLY | O_CLOEXEC));
     int32_t value = 0;
     return ioctl(fd.get(), code, &value) == 0 ? value : -errno;
   };
-  EXPECT_EQ(number("/mng/config", 0x80046d02), 3);
-  EXPECT_EQ(number("/kvbridge/config", 0x80047a05), 56);
-  EXPECT_EQ(number("/kvbridge/br0/bridge", 0x80047a06), 0x88a8);
+  EXPECT_EQ(number("/mng/config", kvmng_version_get), kvmng_version_expected);
+  EXPECT_EQ(number("/kvbridge/config", kvbridge_version_get), kvbridge_version_expected);
+  EXPECT_EQ(number("/kvbridge/br0/bridge", kvbridge_info_get), 0x88a8);
   for (const char* file : {"/mng/config", "/kvbridge/config", "/kvbridge/br0/bridge"})
     EXPECT_EQ(number(file, 0x80046dff), -ENOTTY);
 
   // The filter is the process's, whichever of its threads attached it.
-  ASSERT_EQ(opened_request(device_create, "br0_pppoe"), 0);
+  ASSERT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
   const std::string owner = "br0 " + std::to_string(getpid()) + "\n";
-  const kvbridged::descriptor bridge(open((tree + "/kvbridge/br0/bridge").c_str(), O_RDONLY | O_CLOEXEC));
+  const descriptor bridge(open((tree + "/kvbridge/br0/bridge").c_str(), O_RDONLY | O_CLOEXEC));
   std::thread([&] {
     char record[34] = "pppoe";
     std::strcpy(record + 17, "br0_pppoe");
-    EXPECT_EQ(request(bridge.get(), 0x40047ac8, record), 0);
+    EXPECT_EQ(request(bridge.get(), kvbridge_filter_attach, record), 0);
   }).join();
   EXPECT_THAT(file_text(tree + ".lock"), testing::StartsWith(owner));
-  EXPECT_EQ(in_child([] { return opened_request(device_delete, "br0_pppoe"); }), 0);
+  EXPECT_EQ(in_child([] { return opened_request(kvmng_device_delete, "br0_pppoe"); }), 0);
   EXPECT_THAT(file_text(tree + ".lock"), testing::StartsWith(owner));
-  std::thread([] { EXPECT_EQ(opened_request(device_delete, "br0_pppoe"), ENODEV); }).join();
+  std::thread([] { EXPECT_EQ(opened_request(kvmng_device_delete, "br0_pppoe"), ENODEV); }).join();
   EXPECT_THAT(file_text(tree + ".lock"), Not(HasSubstr(owner)));
 }
 
 TEST_F(Kvbridged, DevicesAreThoseOfBridges)
 {
   for (const char* name : {"", "eth7", "br1_pppoe", "br%d_pppoe", "br0_pppoe_and_more"})
-    EXPECT_EQ(opened_request(device_create, name), EINVAL) << name;
-  EXPECT_EQ(opened_request(device_delete, "br0_pppoe"), ENODEV);
-  EXPECT_EQ(opened_request(device_create, "br0_pppoe"), 0);
-  EXPECT_EQ(opened_request(device_create, "br0_pppoe"), EEXIST);
-  EXPECT_EQ(opened_request(device_delete, "br0_pppoe"), 0);
+    EXPECT_EQ(opened_request(kvmng_device_create, name), EINVAL) << name;
+  EXPECT_EQ(opened_request(kvmng_device_delete, "br0_pppoe"), ENODEV);
+  EXPECT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
+  EXPECT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), EEXIST);
+  EXPECT_EQ(opened_request(kvmng_device_delete, "br0_pppoe"), 0);
 }
 
 TEST_F(Kvbridged, DeviceDeletedUnderItIsForgotten)
 {
-  ASSERT_EQ(opened_request(device_create, "br0_pppoe"), 0);
+  ASSERT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
   ASSERT_EQ(run("ip link del br0_pppoe").first, 0);
   EXPECT_TRUE(wait_until([&] { return running->output().find("was deleted by somebody else") != std::string::npos; }));
   const int before = cpu_ticks();
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   EXPECT_LT(cpu_ticks() - before, 10) << "of 30";
-  EXPECT_EQ(opened_request(device_create, "br0_pppoe"), 0);
+  EXPECT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
 }
 
 TEST_F(Kvbridged, LivingOneIsNotDisplaced)
 {
   EXPECT_EQ(run("kvbridged run --bridge br0"), std::pair(1, "kvbridged: a kvbridged serves " + tree + " already\n"));
-  EXPECT_EQ(opened_request(device_create, "br0_pppoe"), 0);
+  EXPECT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
 }
 
 // A command in its namespace finds the files of whichever kvbridged serves the tree.
@@ -182,7 +183,7 @@ TEST_F(Kvbridged, NextOneTakesOverWhatAKilledOneLeft)
     EXPECT_NE(access(mng.c_str(), R_OK), 0);
     EXPECT_EQ(status_of("exec -- true"), 1);
     start();
-    EXPECT_EQ(opened_request(device_create, "br0_pppoe"), 0);
+    EXPECT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
   }
   std::ofstream(go).close();
   EXPECT_EQ(command.wait(), 0);

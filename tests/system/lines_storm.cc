@@ -31,7 +31,7 @@ frame_bytes padi_of(unsigned port, unsigned vlan)
                   0,
                   static_cast<unsigned char>(port)};
   const byte_string record = frame.build();
-  return {record.begin() + 107, record.end()};
+  return {record.begin() + kernel_header::size, record.end()};
 }
 
 // The line that the frame is from, by its source address, if it bears that line's identifiers.
@@ -56,7 +56,7 @@ int main(int argc, char** argv)
   std::deque<host> lines;
   for (unsigned port = 1; port <= ports; ++port)
     lines.emplace_back(argv[1] + std::to_string(port));
-  const kvbridged::descriptor server = port_socket_open(argv[4], kvbridged::port_frames::discovery, 0x88a8);
+  const descriptor server = port_socket_open(argv[4], kvbridged::port_frames::discovery, 0x88a8);
   constexpr int room = 64 * 1024 * 1024;
   setsockopt(server.get(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
   const auto begin = std::chrono::steady_clock::now();

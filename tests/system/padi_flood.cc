@@ -17,6 +17,6 @@ int main(int argc, char** argv)
     frame.source[4] = static_cast<unsigned char>(client >> 8);
     frame.source[5] = static_cast<unsigned char>(client);
     const byte_string record = frame.build();
-    subscribers.send(kvbridged::frame_view(record).subspan(107));
+    subscribers.send(kvbridged::frame_view(record).subspan(kernel_header::size));
   }
 }

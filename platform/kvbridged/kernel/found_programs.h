@@ -2,7 +2,7 @@
 #ifndef PLATFORM_KVBRIDGED_KERNEL_FOUND_PROGRAMS_H
 #define PLATFORM_KVBRIDGED_KERNEL_FOUND_PROGRAMS_H
 
-#include "platform/kvbridged/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/kvbridged/kernel/bpf/maps.h"
 
 #include <cstdint>

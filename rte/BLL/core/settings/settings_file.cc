@@ -15,41 +15,22 @@ namespace Storage {
 
 namespace {
 
-// Closes the descriptor on the way out and leaves errno as it was.
-class outputFile_t {
-public:
-  explicit outputFile_t(int fd) : fd_(fd) {}
-  ~outputFile_t()
-  {
-    const int error = errno;
-    if (fd_ >= 0)
-      ::close(fd_);
-    errno = error;
+bool writeAll(int fd, std::string_view content)
+{
+  while (!content.empty()) {
+    const ssize_t written = ::write(fd, content.data(), content.size());
+    if (written < 0 && errno != EINTR)
+      return false;
+    content.remove_prefix(static_cast<size_t>(std::max<ssize_t>(written, 0)));
   }
-  outputFile_t(const outputFile_t&) = delete;
-  outputFile_t& operator=(const outputFile_t&) = delete;
-
-  int fd() const { return fd_; }
-  bool write(std::string_view content) const
-  {
-    while (!content.empty()) {
-      const ssize_t written = ::write(fd_, content.data(), content.size());
-      if (written < 0 && errno != EINTR)
-        return false;
-      content.remove_prefix(static_cast<size_t>(std::max<ssize_t>(written, 0)));
-    }
-    return true;
-  }
-
-private:
-  int fd_;
-};
+  return true;
+}
 
 // Opened without blocking, written with: a FIFO that nobody reads is an error, a terminal may take its time.
 bool writeInPlace(const std::string& path, std::string_view content)
 {
-  const outputFile_t file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-  return file.fd() >= 0 && fcntl(file.fd(), F_SETFL, 0) == 0 && file.write(content);
+  const descriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  return file && fcntl(file.get(), F_SETFL, 0) == 0 && writeAll(file.get(), content);
 }
 
 // A new file beside `path`, or -1. Its name is nobody's: saves at the same time, and what one that was killed has left
@@ -74,12 +55,13 @@ int createBeside(const std::string& path, std::string& name)
 bool replace(const std::string& path, std::string_view content, const struct stat* old)
 {
   std::string fresh;
-  const outputFile_t file(createBeside(path, fresh));
-  if (file.fd() < 0)
+  const descriptor file(createBeside(path, fresh));
+  if (!file)
     return false;
-  const bool sameOwner = !old || fchown(file.fd(), old->st_uid, old->st_gid) == 0;
-  const bool sameMode = !old || fchmod(file.fd(), old->st_mode & (sameOwner ? 07777U : 0777U)) == 0;
-  if (sameMode && file.write(content) && fsync(file.fd()) == 0 && std::rename(fresh.c_str(), path.c_str()) == 0)
+  const bool sameOwner = !old || fchown(file.get(), old->st_uid, old->st_gid) == 0;
+  const bool sameMode = !old || fchmod(file.get(), old->st_mode & (sameOwner ? 07777U : 0777U)) == 0;
+  if (sameMode && writeAll(file.get(), content) && fsync(file.get()) == 0 &&
+      std::rename(fresh.c_str(), path.c_str()) == 0)
     return true;
   const int error = errno;
   ::unlink(fresh.c_str());
@@ -100,13 +82,7 @@ inputFile_t::inputFile_t(const std::string& path)
     : fd_(::open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
 {
   struct stat status = {};
-  good_ = fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= off_t{max};
-}
-
-inputFile_t::~inputFile_t()
-{
-  if (fd_ >= 0)
-    ::close(fd_);
+  good_ = fd_ && fstat(fd_.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= off_t{max};
 }
 
 int inputFile_t::read(char* buffer, int size)
@@ -115,7 +91,7 @@ int inputFile_t::read(char* buffer, int size)
     return -1;
   ssize_t count;
   do
-    count = ::read(fd_, buffer, static_cast<size_t>(size));
+    count = ::read(fd_.get(), buffer, static_cast<size_t>(size));
   while (count < 0 && errno == EINTR);
   good_ = count >= 0 && static_cast<size_t>(count) <= left_;
   if (!good_)

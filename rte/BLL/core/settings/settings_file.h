@@ -2,6 +2,8 @@
 // installed.
 #pragma once
 
+#include "base/descriptor.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -15,9 +17,6 @@ public:
 
   // Does not wait, whatever stands at that path.
   explicit inputFile_t(const std::string& path);
-  ~inputFile_t();
-  inputFile_t(const inputFile_t&) = delete;
-  inputFile_t& operator=(const inputFile_t&) = delete;
 
   // False when the file could not be opened or read, or is too long.
   bool good() const { return good_; }
@@ -25,7 +24,7 @@ public:
   int read(char* buffer, int size);
 
 private:
-  int fd_;
+  descriptor fd_;
   size_t left_ = max;
   bool good_;
 };
