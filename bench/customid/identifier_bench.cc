@@ -1,8 +1,8 @@
 // What one identifier costs the worker: the default Ethernet text, custom texts, byte identifiers. "allocs" counts
 // heap allocations a call. Debug logging is off, as on a node in service.
 #include "bench/support/allocations.h"
-#include "pppoeia/customid/customid.h"
 #include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/records.h"
 #include "pppoeia/text.h"
 

@@ -1,9 +1,9 @@
 #include "fuzz/operations/operations_agent.h"
 
 #include "base/caller.h"
-#include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/frame/frame.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
