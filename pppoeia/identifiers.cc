@@ -1,8 +1,8 @@
 #include "pppoeia/identifiers.h"
 
 #include "pppoeia/api/operation.h"
-#include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/trace.h"
+#include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/text.h"

@@ -2,11 +2,11 @@
 // Found wrong: whatever the sanitizers see, an identifier that is too long, and a difference between the parser's run
 // in turn with the rest and its findings kept.
 #include "pppoeia/customid/binary.h"
-#include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/formatter.h"
 #include "pppoeia/customid/parser.h"
-#include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
+#include "pppoeia/identifiers/macro_values.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/list.h"
 #include "pppoeia/log.h"
 #include "tests/customid/node_stub.h"

@@ -2,8 +2,8 @@
 // by the shortest format that has it. Usage: formats_differential [SEED [SECONDS]]; by default a seed of its own for 2
 // seconds.
 #include "fuzz/customid/oracle.h"
-#include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/vocabulary.h"
+#include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/log.h"
 #include "tests/customid/example_node.h"
 #include "tests/customid/node_stub.h"
@@ -34,10 +34,10 @@ std::string random_format(random_source& random)
   for (size_t i = 0; i < pieces && format.size() < bridge_format_max; ++i) {
     const size_t kind = below(random, 20);
     if (kind < 7)
-      format += macro_rows()[below(random, customIdFormatCount)].name;
+      format += macro_rows[below(random, customIdFormatCount)].name;
     else if (kind < 13)
       format += std::string("$") + words[below(random, std::size(words))] +
-                std::string(macro_rows()[below(random, customIdFormatCount)].name);
+                std::string(macro_rows[below(random, customIdFormatCount)].name);
     else if (kind < 19)
       format += words[below(random, std::size(words))];
     else

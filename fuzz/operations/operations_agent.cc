@@ -2,9 +2,9 @@
 
 #include "base/caller.h"
 #include "platform/kvbridge/control.h"
-#include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/frame/frame.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"

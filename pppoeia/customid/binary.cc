@@ -1,7 +1,5 @@
 #include "pppoeia/customid/binary.h"
 
-#include "pppoeia/customid/hex_digit.h"
-
 namespace {
 
 unsigned char pair_value(char high, char low)

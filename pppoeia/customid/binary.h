@@ -1,4 +1,5 @@
-// From a text identifier with hexadecimal stretches to the bytes that go into the tag.
+// Hexadecimal digits of either case, and from a text identifier with stretches of them to the bytes that go into the
+// tag.
 #ifndef PPPOEIA_CUSTOMID_BINARY_H
 #define PPPOEIA_CUSTOMID_BINARY_H
 
@@ -6,6 +7,18 @@
 #include <span>
 #include <string>
 #include <vector>
+
+// 0 to 15, or -1 for a character that is no digit.
+constexpr int hex_digit(char c)
+{
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
+  return -1;
+}
 
 // A stretch of hexadecimal digits in a text identifier.
 struct hex_segment {

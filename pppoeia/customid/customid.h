@@ -1,10 +1,10 @@
-// The macro language of custom identifier formats as the rest of the agent uses it: one format string, expanded for
-// a bridge, an interface and a VLAN pair into a text or byte identifier.
+// The macro language of custom identifier formats: one format string, expanded with the values of one line into a text
+// or byte identifier. It knows no bridge and no port: who asks for an identifier brings a source of the values.
 //
 // The road of one macro, "$z3PORT" say:
 //
 //   parser      finds the name, the "$" before it, and reads what stands between as options
-//   resolver    asks the function in the macro's row of the vocabulary for the raw value: "7" (values.h)
+//   source      is asked for the raw value: "7"
 //   formatter   makes of it what the options say: "007"
 //   generator   puts it behind the text before it, and notes where hexadecimal digits stand
 //   binary      turns those digits into bytes, if there are any, when the text is whole
@@ -13,7 +13,7 @@
 //   - Nothing ever fails. A macro that cannot be resolved or formatted stays as written; one that cannot be read ends
 //     the expansion, and the rest stays as written.
 //   - A macro's number and delimiter are valid for the macros behind it too, until they set their own. Operators rely
-//     on it, so parsed macros carry them along (compiled.h).
+//     on it, so parsed macros carry them along (parser.h).
 //   - Formats are bytes from operators, values are bytes from records: no locale, no sign of char.
 //   - Log lines and traces are behaviour, in their order. While somebody listens, the parser runs in turn with the
 //     rest; otherwise its findings are kept per thread, which gives the same identifier.
@@ -21,39 +21,33 @@
 #ifndef PPPOEIA_CUSTOMID_CUSTOMID_H
 #define PPPOEIA_CUSTOMID_CUSTOMID_H
 
+#include "pppoeia/customid/vocabulary.h"
+
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
-struct pppoeia_bridge;
-
 // Where macro values come from.
-enum idGenType : int {
-  idGenLive = 0,       // arguments, records and the frame being processed, if there is one
-  idGenAvailable = 1,  // arguments and records, client MAC of the test data
-  idGenTest = 2,       // interface, VLANs, client MAC and line numbers of the test data
-};
-
-// Says that the calling thread processes no frame until the scope ends: what it expands of idGenLive has no client. The
-// frame that a worker processes meanwhile is another line's.
-class no_frame_scope {
+class macro_source {
 public:
-  no_frame_scope();
-  ~no_frame_scope();
-  no_frame_scope(const no_frame_scope&) = delete;
-  no_frame_scope& operator=(const no_frame_scope&) = delete;
+  // Whose identifier it is, for log lines.
+  virtual const char* name() const = 0;
+
+  // Writes the macro's raw value, before any option, to `value`, whatever it held. False when nothing knows values of
+  // that macro; a value that is merely missing is empty.
+  virtual bool value(customIdFormat macro, std::string& value) const = 0;
+
+protected:
+  ~macro_source() = default;
 };
 
 // Longest identifier, in characters or bytes.
 inline constexpr size_t customIdMax = 63;
 
-// Expands `formatStr`. `genId` receives the text identifier; `genIdBin`, which must come in empty, receives the byte
-// identifier when a macro asked for hexadecimal output and stays empty otherwise. A macro that cannot be resolved
-// or formatted is copied as written; an identifier always comes out. Always true. Takes no lock: a worker calls it
-// with the bridge's mutex held, the management thread without.
-bool genCustomId(const pppoeia_bridge* bridge, unsigned intfId, unsigned short vid, unsigned short cvid,
-                 const std::string& formatStr, std::string& genId, std::vector<unsigned char>& genIdBin,
-                 idGenType useData);
+// Expands `format`. `text` receives the text identifier; `bytes`, which must come in empty, receives the byte
+// identifier when a macro asked for hexadecimal output and stays empty otherwise. A macro that cannot be resolved or
+// formatted is copied as written; an identifier always comes out. Takes no lock.
+void custom_id_expand(const macro_source& source, const std::string& format, std::string& text,
+                      std::vector<unsigned char>& bytes);
 
 #endif

@@ -1,6 +1,6 @@
 #include "pppoeia/customid/formatter.h"
 
-#include "pppoeia/customid/hex_digit.h"
+#include "pppoeia/customid/binary.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/log.h"
 

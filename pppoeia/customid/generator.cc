@@ -1,28 +1,18 @@
 // Expansion of one format: literal text is copied, macros are replaced by their values, and what cannot be replaced
 // stays as it was written.
 #include "pppoeia/customid/binary.h"
-#include "pppoeia/customid/compiled.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/formatter.h"
-#include "pppoeia/customid/resolver.h"
+#include "pppoeia/customid/parser.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/log.h"
-#include "pppoeia/records.h"
 
 namespace {
 
 constexpr char operation[] = "genCustomId";
 
-// For whom an identifier is made.
-struct target {
-  const pppoeia_bridge* bridge;
-  unsigned intf_id;
-  unsigned short vid;
-  unsigned short cvid;
-  idGenType use_data;
-
-  const char* name() const { return bridge->name; }
-};
+// What most identifiers have room in while they grow.
+constexpr size_t usual_size = 256;
 
 // The identifier so far, where it holds hexadecimal digits, and room for one macro's value on its way.
 struct draft {
@@ -32,16 +22,16 @@ struct draft {
   std::string processed;
 };
 
-// The raw value: the operator's own digits, or what the resolver knows. False when there is no source.
-bool value_take(const target& to, const parsed_macro& m, std::string& value)
+// The raw value: the operator's own digits, or what the source knows. False when nothing knows it.
+bool value_take(const macro_source& source, const parsed_macro& m, std::string& value)
 {
   if (!m.user.empty()) {
     value = m.user;
     return true;
   }
-  if (getMacroStringValue(to.bridge, m.type, value, to.intf_id, to.use_data, to.vid, to.cvid))
+  if (source.value(m.type, value))
     return true;
-  pppoeia_log(log_debug, "<%s> >> Error reading macro %s. Appending macro string.", to.name(),
+  pppoeia_log(log_debug, "<%s> >> Error reading macro %s. Appending macro string.", source.name(),
               macroFormatTypeToString(m.type).c_str());
   return false;
 }
@@ -57,9 +47,9 @@ void hex_segment_add(draft& id)
   id.hex_segments.push_back(segment);
 }
 
-void macro_expand(const target& to, const parsed_macro& m, draft& id)
+void macro_expand(const macro_source& source, const parsed_macro& m, draft& id)
 {
-  if (!value_take(to, m, id.value)) {
+  if (!value_take(source, m, id.value)) {
     id.text += m.text;
     return;
   }
@@ -75,42 +65,42 @@ void macro_expand(const target& to, const parsed_macro& m, draft& id)
 
 // Expands the macros that `next` gives one by one, and copies what stands between and behind them.
 template <typename Next>
-draft format_expand(const target& to, const std::string& format, Next next)
+draft format_expand(const macro_source& source, const std::string& format, Next next)
 {
   draft id;
-  id.text.reserve(2 * bridge_format_max);
+  id.text.reserve(usual_size);
   size_t at = 0;
   while (const parsed_macro* macro = next()) {
     id.text.append(format, at, macro->begin - at);
-    macro_expand(to, *macro, id);
+    macro_expand(source, *macro, id);
     at = macro->begin + macro->text.size();
   }
   id.text.append(format, at);
-  pppoeia_log(log_debug, "<%s> >> Generated custom ID '%s'.", to.name(), id.text.c_str());
+  pppoeia_log(log_debug, "<%s> >> Generated custom ID '%s'.", source.name(), id.text.c_str());
   return id;
 }
 
 // While somebody listens, parsing, resolving and formatting take turns, so that their lines come in that order.
-draft format_expand(const target& to, const std::string& format)
+draft format_expand(const macro_source& source, const std::string& format)
 {
   if (log_enabled(log_debug) || customFormatTestDebug.load(std::memory_order_relaxed)) {
     format_parse parse(format);
-    return format_expand(to, format, [&] { return parse.next(); });
+    return format_expand(source, format, [&] { return parse.next(); });
   }
   const std::vector<parsed_macro>& macros = format_compiled(format);
   auto at = macros.begin();
-  return format_expand(to, format, [&] { return at != macros.end() ? &*at++ : nullptr; });
+  return format_expand(source, format, [&] { return at != macros.end() ? &*at++ : nullptr; });
 }
 
-void length_limit(const target& to, std::string& genId, std::vector<unsigned char>& genIdBin)
+void length_limit(const macro_source& source, std::string& genId, std::vector<unsigned char>& genIdBin)
 {
   const int most = static_cast<int>(customIdMax);
   if (genIdBin.empty() && genId.size() > customIdMax) {
-    pppoeia_log(log_debug, "<%s> >> Cutting CHAR string from %ld to %d chars", to.name(),
+    pppoeia_log(log_debug, "<%s> >> Cutting CHAR string from %ld to %d chars", source.name(),
                 static_cast<long>(genId.size()), most);
     genId.resize(customIdMax);
   } else if (genIdBin.size() > customIdMax) {
-    pppoeia_log(log_debug, "<%s> >> Cutting BIN string from %ld to %d bytes", to.name(),
+    pppoeia_log(log_debug, "<%s> >> Cutting BIN string from %ld to %d bytes", source.name(),
                 static_cast<long>(genIdBin.size()), most);
     genIdBin.resize(customIdMax);
   }
@@ -128,21 +118,18 @@ void trace_bytes(const std::vector<unsigned char>& genIdBin)
 
 }  // namespace
 
-bool genCustomId(const pppoeia_bridge* bridge, unsigned intfId, unsigned short vid, unsigned short cvid,
-                 const std::string& formatStr, std::string& genId, std::vector<unsigned char>& genIdBin,
-                 idGenType useData)
+void custom_id_expand(const macro_source& source, const std::string& format, std::string& text,
+                      std::vector<unsigned char>& bytes)
 {
-  const target to{bridge, intfId, vid, cvid, useData};
-  pppoeia_log(log_debug, "<%s> >> genCustomId", to.name());
-  draft id = format_expand(to, formatStr);
-  genId = std::move(id.text);
+  pppoeia_log(log_debug, "<%s> >> genCustomId", source.name());
+  draft id = format_expand(source, format);
+  text = std::move(id.text);
   if (!id.hex_segments.empty()) {
-    pppoeia_log(log_debug, "<%s> >> Generating binary string", to.name());
-    if (!id_string_to_bytes(genId, id.hex_segments, genIdBin))
-      pppoeia_log(log_debug, "<%s> >> idStringToBinaryVector failed!", to.name());
+    pppoeia_log(log_debug, "<%s> >> Generating binary string", source.name());
+    if (!id_string_to_bytes(text, id.hex_segments, bytes))
+      pppoeia_log(log_debug, "<%s> >> idStringToBinaryVector failed!", source.name());
   }
-  length_limit(to, genId, genIdBin);
-  trace_bytes(genIdBin);
+  length_limit(source, text, bytes);
+  trace_bytes(bytes);
   customid_trace_end();
-  return true;
 }

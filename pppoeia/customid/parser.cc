@@ -4,6 +4,8 @@
 #include "pppoeia/log.h"
 
 #include <algorithm>
+#include <array>
+#include <functional>
 
 namespace {
 
@@ -37,7 +39,7 @@ struct name_match {
 name_match name_find(const std::string& str, size_t from)
 {
   name_match best;
-  for (const macro_row& row : macro_rows()) {
+  for (const macro_row& row : macro_rows) {
     const size_t at = str.find(row.name, from);
     if (at == std::string::npos)
       continue;
@@ -158,6 +160,17 @@ private:
   const char* error_ = nullptr;
 };
 
+// A format and what the parser found in it.
+struct entry {
+  bool filled = false;
+  std::string format;
+  std::vector<parsed_macro> macros;
+};
+
+// One entry a hash value: a bridge has two formats of its own and as many as there are port-VLAN entries with one,
+// and a format that loses its place is parsed again.
+constexpr size_t entries = 64;
+
 }  // namespace
 
 bool parseOptChars(const std::string& optChars, std::string& delimiter, unsigned& numChars, char& flags)
@@ -221,4 +234,30 @@ format_end format_end_find(const std::string& str, unsigned long startPos)
   option_walk walk(option_text, delimiter, number, flags);
   walk.run();
   return {format_end::bad_options, identifier, found.row->name, walk.error()};
+}
+
+const parsed_macro* format_parse::next()
+{
+  parsed_macro& m = macro_;
+  m.user.clear();
+  if (!getNextMacroFormatString(format_, at_, m.begin, m.text, m.type, m.flags, m.delimiter, m.num_chars, m.user))
+    return nullptr;
+  at_ = m.begin + m.text.size();
+  return &m;
+}
+
+const std::vector<parsed_macro>& format_compiled(const std::string& format)
+{
+  thread_local std::array<entry, entries> store;
+  entry& kept = store[std::hash<std::string_view>{}(format) % entries];
+  if (kept.filled && kept.format == format)
+    return kept.macros;
+  kept.filled = false;
+  kept.macros.clear();
+  format_parse parse(format);
+  while (const parsed_macro* macro = parse.next())
+    kept.macros.push_back(*macro);
+  kept.format = format;
+  kept.filled = true;
+  return kept.macros;
 }

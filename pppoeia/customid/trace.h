@@ -6,7 +6,7 @@
 #include <cstdio>
 
 // The switch. Written by the management thread, read by every thread that builds identifiers.
-extern std::atomic<bool> customFormatTestDebug;
+inline std::atomic<bool> customFormatTestDebug{false};
 
 // Prints "PPPOEIA_DEBUG:operation,line: " and the formatted text behind `tabs`, when the switch is on. `operation` is
 // the one that operators know, also in the functions that do its steps.

@@ -10,7 +10,7 @@
 #ifndef TESTS_CUSTOMID_CASE_FILE_H
 #define TESTS_CUSTOMID_CASE_FILE_H
 
-#include "pppoeia/customid/customid.h"
+#include "pppoeia/identifiers/macro_values.h"
 
 #include <string>
 #include <vector>

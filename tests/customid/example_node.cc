@@ -1,6 +1,6 @@
 #include "tests/customid/example_node.h"
 
-#include "pppoeia/customid/test_data.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/list.h"
 #include "pppoeia/text.h"
 #include "tests/customid/node_stub.h"

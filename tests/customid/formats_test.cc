@@ -84,7 +84,7 @@ TEST(Formats, ExamplesOfTheGuide)
   std::set<std::string> shown;
   for (const format_case& c : cases)
     shown.insert(c.format);
-  for (const macro_row& row : macro_rows()) {
+  for (const macro_row& row : macro_rows) {
     EXPECT_NE(guide.find("| `" + std::string(row.name) + "` | " + std::string(row.source)), std::string::npos)
         << row.name << " has no row in the guide with its source as the vocabulary tells it";
     if (row.type != HEX) {

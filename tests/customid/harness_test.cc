@@ -1,6 +1,6 @@
 // What trying a format shows of each step. The answers of the operations are the model's.
-#include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/pppoeia.h"
 #include "tests/customid/example_node.h"
 #include "tests/support/files.h"

@@ -81,7 +81,7 @@ words unknown_macros_in(const std::string& text)
       ++end;
     const std::string_view capitals = std::string_view(text).substr(name, end - name);
     const bool begins_known =
-        std::ranges::any_of(macro_rows(), [&](const macro_row& row) { return capitals.starts_with(row.name); });
+        std::ranges::any_of(macro_rows, [&](const macro_row& row) { return capitals.starts_with(row.name); });
     if (capitals.size() > 1 && !begins_known)
       found.push_back(text.substr(at, end - at));
   }

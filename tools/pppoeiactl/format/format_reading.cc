@@ -3,7 +3,6 @@
 #include "pppoeia/customid/binary.h"
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/formatter.h"
-#include "pppoeia/customid/parser.h"
 
 namespace {
 
@@ -62,7 +61,7 @@ std::string refusal(const parsed_macro& macro)
 std::string stays_why(const parsed_macro& macro)
 {
   const macro_row& row = *macro_row_find(macro.type);
-  if (row.type == HEX ? macro.user.empty() : row.value == nullptr)
+  if (row.type == HEX ? macro.user.empty() : !row.has_source)
     return row.type == HEX ? "no digits stand before the name" : "has no source of values";
   std::string result;
   if (processMacroString(sample_of(macro), macro.type, macro.flags, macro.delimiter, macro.num_chars, result))
@@ -163,7 +162,7 @@ std::string piece_description(const format_piece& piece)
     words += macro.delimiter.empty() ? "; no delimiter" : "; delimiter '" + macro.delimiter + "'";
   if (piece.delimiter_carried)
     words += " of an earlier macro";
-  if (!piece.stays.empty() && (row.value || row.type == HEX))  // else the source says it
+  if (!piece.stays.empty() && (row.has_source || row.type == HEX))  // else the source says it
     words += "; stays as written: " + piece.stays;
   return words;
 }

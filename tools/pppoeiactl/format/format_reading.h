@@ -2,7 +2,7 @@
 #ifndef TOOLS_PPPOEIACTL_FORMAT_FORMAT_READING_H
 #define TOOLS_PPPOEIACTL_FORMAT_FORMAT_READING_H
 
-#include "pppoeia/customid/compiled.h"
+#include "pppoeia/customid/parser.h"
 
 #include <string>
 #include <vector>

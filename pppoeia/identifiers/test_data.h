@@ -1,6 +1,6 @@
 // Values on which operators try formats. One record for the process; the management thread's alone.
-#ifndef PPPOEIA_CUSTOMID_TEST_DATA_H
-#define PPPOEIA_CUSTOMID_TEST_DATA_H
+#ifndef PPPOEIA_IDENTIFIERS_TEST_DATA_H
+#define PPPOEIA_IDENTIFIERS_TEST_DATA_H
 
 #include <cstdint>
 #include <string>

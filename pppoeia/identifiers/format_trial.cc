@@ -1,8 +1,8 @@
 // The operations by which operators try a format before it goes live. Answers go to the caller's terminal.
 #include "pppoeia/api/operation.h"
-#include "pppoeia/customid/customid.h"
-#include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
+#include "pppoeia/identifiers/macro_values.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/tty.h"
 #include "rte/BLL/util/kv_util.h"
@@ -11,8 +11,6 @@
 #include <cstring>
 #include <sstream>
 #include <string_view>
-
-std::atomic<bool> customFormatTestDebug{false};
 
 // Never destroyed: the management thread may still run while the process ends.
 customFormatTestData_t& customFormatTestData = *new customFormatTestData_t;

@@ -1,6 +1,6 @@
 #include "platform/ncfm/ncfm.h"
-#include "pppoeia/customid/test_data.h"
-#include "pppoeia/customid/values.h"
+#include "pppoeia/identifiers/macro_values.h"
+#include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/kernel/local_mac.h"
 #include "rte/BLL/util/kv_util.h"
 

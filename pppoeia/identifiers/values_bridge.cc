@@ -1,4 +1,4 @@
-#include "pppoeia/customid/values.h"
+#include "pppoeia/identifiers/macro_values.h"
 
 namespace macro_values {
 

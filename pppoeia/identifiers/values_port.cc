@@ -1,5 +1,5 @@
-#include "pppoeia/customid/test_data.h"
-#include "pppoeia/customid/values.h"
+#include "pppoeia/identifiers/macro_values.h"
+#include "pppoeia/identifiers/test_data.h"
 
 namespace {
 

@@ -1,10 +1,12 @@
-// The sources of macro values, one function a macro. Each writes the raw value to an empty `value`; what stands in the
-// way is logged at debug level, once, and leaves `value` empty. None takes a lock: a worker asks with its bridge's
-// mutex held, the management thread, the only writer of configuration, without.
+// What the agent answers to the macros of identifier formats: values from the records, the node, the frame or the test
+// data, and the expansion of a format with them.
 //
-// A function has the name of its macro in lower case; vocabulary.cc puts them into the macros' rows.
-#ifndef PPPOEIA_CUSTOMID_VALUES_H
-#define PPPOEIA_CUSTOMID_VALUES_H
+// One function a macro, by its name in lower case; macro_values.cc says which macro each one answers. A function writes
+// the raw value to an empty `value`; what stands in the way is logged at debug level, once, and leaves `value` empty.
+// None takes a lock: a worker asks with its bridge's mutex held, the management thread, the only writer of
+// configuration, without.
+#ifndef PPPOEIA_IDENTIFIERS_MACRO_VALUES_H
+#define PPPOEIA_IDENTIFIERS_MACRO_VALUES_H
 
 #include "pppoeia/customid/customid.h"
 #include "pppoeia/log.h"
@@ -13,6 +15,34 @@
 #include <charconv>
 #include <cstring>
 #include <string>
+#include <vector>
+
+// Where macro values come from.
+enum idGenType : int {
+  idGenLive = 0,       // arguments, records and the frame being processed, if there is one
+  idGenAvailable = 1,  // arguments and records, client MAC of the test data
+  idGenTest = 2,       // interface, VLANs, client MAC and line numbers of the test data
+};
+
+// Says that the calling thread processes no frame until the scope ends: what it expands of idGenLive has no client. The
+// frame that a worker processes meanwhile is another line's.
+class no_frame_scope {
+public:
+  no_frame_scope();
+  ~no_frame_scope();
+  no_frame_scope(const no_frame_scope&) = delete;
+  no_frame_scope& operator=(const no_frame_scope&) = delete;
+};
+
+// Expands `formatStr` for an interface of the bridge and a VLAN pair, as custom_id_expand() does. Always true.
+bool genCustomId(const pppoeia_bridge* bridge, unsigned intfId, unsigned short vid, unsigned short cvid,
+                 const std::string& formatStr, std::string& genId, std::vector<unsigned char>& genIdBin,
+                 idGenType useData);
+
+// Writes the macro's value, before any option, to `macroString`. False only for a macro that has no source of values at
+// all; everything else that stands in the way is logged at debug level and gives an empty value.
+bool getMacroStringValue(const pppoeia_bridge* bridge, customIdFormat macroType, std::string& macroString,
+                         unsigned intfId, idGenType useData, unsigned short vid, unsigned short cvid);
 
 // For which line, and from where, a value is wanted.
 struct macro_question {
