@@ -72,6 +72,7 @@ class BLLManager::sharedLock_t : public lock_t {
 public:
   sharedLock_t() { lock(); }
   ~sharedLock_t() override;
+  // As those of exclusiveLock_t.
   bool lock();
   void unlock();
   bool unlockToOne() { return unlockSharedToOne(); }
@@ -93,6 +94,7 @@ class BLLManager::actExclusiveLock_t : public actLock_t {
 public:
   actExclusiveLock_t() { actLock(); }
   ~actExclusiveLock_t() override;
+  // As lock() and unlock() of exclusiveLock_t.
   bool actLock();
   void actUnlock();
   bool unlockToOne() { return unlockExclusiveToOne(); }
@@ -102,6 +104,7 @@ class BLLManager::actSharedLock_t : public actLock_t {
 public:
   actSharedLock_t() { actLock(); }
   ~actSharedLock_t() override;
+  // As lock() and unlock() of exclusiveLock_t.
   bool actLock();
   void actUnlock();
   bool unlockToOne() { return unlockSharedToOne(); }
