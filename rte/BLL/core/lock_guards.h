@@ -80,6 +80,7 @@ class sharedLock_t : public lock_t {
 public:
   sharedLock_t() { lock(); }
   ~sharedLock_t() override;
+  // As those of exclusiveLock_t.
   bool lock();
   void unlock();
   bool unlockToOne() { return unlockSharedToOne(); }
@@ -101,6 +102,7 @@ class actExclusiveLock_t : public actLock_t {
 public:
   actExclusiveLock_t() { actLock(); }
   ~actExclusiveLock_t() override;
+  // As lock() and unlock() of exclusiveLock_t.
   bool actLock();
   void actUnlock();
   bool unlockToOne() { return unlockExclusiveToOne(); }
@@ -110,6 +112,7 @@ class actSharedLock_t : public actLock_t {
 public:
   actSharedLock_t() { actLock(); }
   ~actSharedLock_t() override;
+  // As lock() and unlock() of exclusiveLock_t.
   bool actLock();
   void actUnlock();
   bool unlockToOne() { return unlockSharedToOne(); }

@@ -11,7 +11,7 @@ using guard_t = boost::lock_guard<boost::mutex>;
 constexpr size_t longestLine = 999;
 constexpr size_t pieceSize = 1000;
 
-std::atomic<uint64_t> nextSerial = 1;
+std::atomic<uint64_t> nextLogSerial = 1;
 
 const char* levelWord(int level)
 {
@@ -41,7 +41,7 @@ struct Log::cache_t {
 
 constinit thread_local Log::cache_t Log::cache_{};
 
-Log::Log() : serial_(nextSerial++) {}
+Log::Log() : serial_(nextLogSerial++) {}
 
 void Log::reset(LogImpl* backEnd)
 {
