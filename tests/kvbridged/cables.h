@@ -3,8 +3,8 @@
 #ifndef TESTS_KVBRIDGED_CABLES_H
 #define TESTS_KVBRIDGED_CABLES_H
 
-#include "platform/kvbridged/agent_bridge.h"
 #include "platform/kvbridged/descriptor.h"
+#include "platform/kvbridged/modules.h"
 
 #include <functional>
 #include <memory>

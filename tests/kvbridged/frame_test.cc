@@ -1,7 +1,7 @@
 #include "platform/kvbridged/frame.h"
 
 #include "platform/kvbridged/descriptor.h"
-#include "platform/kvbridged/discovery_filter.h"
+#include "platform/kvbridged/port_socket.h"
 #include "tests/kvbridged/frames.h"
 
 #include <algorithm>
