@@ -1,6 +1,7 @@
 #include "platform/kvbridged/record.h"
 
 #include "tests/kvbridged/frames.h"
+#include "tests/support/golden_frame.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,7 +16,7 @@ constexpr uint16_t stag = 0x88a8;
 
 TEST(Record, SaysWhereTheFrameIsFromAndWhereItGoes)
 {
-  const frame_bytes frame = discovery_frame(0x09, everybody, host_address(1));
+  const frame_bytes frame = golden_frame("padi");
   const frame_bytes record = record_make(frame, stag, 513, "line1", "an_interface_nam");
   ASSERT_EQ(record.size(), header + frame.size());
   uint32_t length = 0;
@@ -33,16 +34,18 @@ TEST(Record, SaysWhereTheFrameIsFromAndWhereItGoes)
 
 TEST(Record, CarriesTheControlWordsOfBothTags)
 {
-  const auto words = [](const std::vector<uint16_t>& tags) {
-    const frame_bytes record =
-        record_make(frame_head(everybody, host_address(1), tags, discovery_ethertype), stag, 1, "", "");
-    return std::pair(word_at(record, 4), word_at(record, 6));
+  const auto words_of = [](const frame_bytes& frame) {
+    const frame_bytes record = record_make(frame, stag, 1, "", "");
+    return std::pair<unsigned, unsigned>(word_at(record, 4), word_at(record, 6));
   };
-  EXPECT_EQ(words({}), std::pair(uint16_t{0}, uint16_t{4095}));
-  EXPECT_EQ(words({stag}), std::pair(uint16_t{19}, uint16_t{4095}));
-  EXPECT_EQ(words({0x8100, 0x8100}), std::pair(uint16_t{19}, uint16_t{23}));
-  EXPECT_EQ(words({stag, stag}), std::pair(uint16_t{19}, uint16_t{4095}));
-  EXPECT_EQ(words({0x9100, 0x8100}), std::pair(uint16_t{0}, uint16_t{4095}));
+  const auto words = [&](const std::vector<uint16_t>& tags) {
+    return words_of(frame_head(everybody, host_address(1), tags, discovery_ethertype));
+  };
+  EXPECT_EQ(words_of(golden_frame("padi")), std::pair(0u, 4095u));
+  EXPECT_EQ(words_of(golden_frame("padi-tagged")), std::pair(100u, 4095u));
+  EXPECT_EQ(words_of(golden_frame("padi-double-tagged")), std::pair(0x6064u, 5u));
+  EXPECT_EQ(words({stag, stag}), std::pair(19u, 4095u));
+  EXPECT_EQ(words({0x9100, 0x8100}), std::pair(0u, 4095u));
 }
 
 TEST(Record, ThatSaysItIsLongerOrTooShortIsNone)
