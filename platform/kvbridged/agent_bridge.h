@@ -3,10 +3,8 @@
 #define PLATFORM_KVBRIDGED_AGENT_BRIDGE_H
 
 #include "platform/kvbridged/frame.h"
-#include "platform/kvbridged/loop.h"
 #include "platform/kvbridged/settings.h"
 
-#include <memory>
 #include <string>
 
 namespace kvbridged {
@@ -36,9 +34,6 @@ public:
 protected:
   const bridge_settings settings_;
 };
-
-// The bridge that the settings ask for. Throws fatal.
-std::unique_ptr<agent_bridge> bridge_make(const bridge_settings& settings, loop& events);
 
 }  // namespace kvbridged
 

@@ -1,6 +1,6 @@
 // kvbridged: the node's kernel modules kvbridge and kvmng in user space, for real traffic on a stock kernel.
 #include "platform/kvbridged/control_tree.h"
-#include "platform/kvbridged/kernel/entry.h"
+#include "platform/kvbridged/kernel_bridges.h"
 #include "platform/kvbridged/modules.h"
 #include "platform/kvbridged/private_proc.h"
 #include "platform/kvbridged/tree_place.h"

@@ -1,6 +1,8 @@
 #include "platform/kvbridged/modules.h"
 
 #include "platform/kvbridge/control.h"
+#include "platform/kvbridged/bridge.h"
+#include "platform/kvbridged/kernel_bridges.h"
 #include "platform/kvbridged/tap.h"
 
 #include <algorithm>
@@ -8,6 +10,13 @@
 #include <cstdio>
 
 namespace kvbridged {
+
+std::unique_ptr<agent_bridge> bridge_make(const bridge_settings& settings, loop& events)
+{
+  if (settings.kernel)
+    return kernel_bridge_make(settings, events);
+  return std::make_unique<bridge>(settings, events);
+}
 
 modules::modules(const std::vector<bridge_settings>& settings, loop& events, filter_owners filters,
                  std::function<void(const filter_owners&)> keep)

@@ -13,6 +13,7 @@
 
 #include "base/descriptor.h"
 #include "platform/kvbridged/agent_bridge.h"
+#include "platform/kvbridged/loop.h"
 
 #include <functional>
 #include <map>
@@ -26,6 +27,9 @@ namespace kvbridged {
 
 // For each bridge whose filter is in force, by name: the process that attached it last.
 using filter_owners = std::map<std::string, pid_t>;
+
+// The bridge that the settings ask for. Throws fatal.
+std::unique_ptr<agent_bridge> bridge_make(const bridge_settings& settings, loop& events);
 
 class modules {
 public:

@@ -10,10 +10,22 @@
 #include "platform/kvbridged/frame.h"
 
 #include <cstdint>
+#include <linux/filter.h>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kvbridged {
+
+// The kernel's part in telling frames apart: discovery frames get a socket of their own, so that other traffic, however
+// much of it, takes none of their room.
+//
+// Classic BPF. Discovery frames have EtherType 0x8863 behind at most four tags of any type, the bridge's own or not;
+// others are all the rest. Every frame passes exactly one of the two, those that end inside their tags as others.
+//
+// This is no verdict: the kernel takes the outer tag off a frame before the filter sees it, so a frame may have one tag
+// more. classify() judges the whole frame, whichever socket it came by.
+std::vector<sock_filter> discovery_filter(port_frames which, uint16_t stag_ethertype);
 
 // A raw packet socket on an interface, in promiscuous mode, blind for what leaves by it. Throws fatal.
 descriptor port_socket_open(const std::string& interface, port_frames which, uint16_t stag_ethertype);

@@ -4,7 +4,7 @@
 #define TESTS_KVBRIDGED_CABLES_H
 
 #include "base/descriptor.h"
-#include "platform/kvbridged/agent_bridge.h"
+#include "platform/kvbridged/modules.h"
 
 #include <functional>
 #include <memory>

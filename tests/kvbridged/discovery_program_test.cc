@@ -1,6 +1,6 @@
 // The member's program, run by the kernel on frames as bytes.
 #include "platform/kvbridged/kernel/bpf/maps.h"
-#include "platform/kvbridged/kernel/monotonic.h"
+#include "platform/kvbridged/kernel/found_programs.h"
 #include "tests/kvbridged/frames.h"
 
 #include <bpf/bpf.h>

@@ -1,8 +1,9 @@
 #include "platform/kvbridged/frame.h"
 
 #include "base/descriptor.h"
-#include "platform/kvbridged/discovery_filter.h"
+#include "platform/kvbridged/port_socket.h"
 #include "tests/kvbridged/frames.h"
+#include "tests/support/golden_frame.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -62,6 +63,16 @@ TEST(Classify, EveryStackOfTags)
       ASSERT_TRUE(found.kind == frame_kind::hidden || found.ethertype == at);
     }
   });
+}
+
+TEST(Classify, FramesAsTheyAreWritten)
+{
+  for (const auto& [name, ethertype] : {std::pair("padi", 12u), std::pair("padi-tagged", 16u),
+                                        std::pair("padi-double-tagged", 20u), std::pair("padi-past-end", 12u)}) {
+    const frame_class found = classify(golden_frame(name), own_stag);
+    EXPECT_EQ(found.kind, frame_kind::discovery) << name;
+    EXPECT_EQ(found.ethertype, ethertype) << name;
+  }
 }
 
 TEST(Classify, AFrameThatEndsInItsTagsIsHidden)
@@ -125,6 +136,12 @@ TEST(ErrorAnswer, GoesBackBehindTheSameTags)
     expected.resize(60, 0xff);
     EXPECT_EQ(error_answer(frame, 20, host_address(9)), expected);
   }
+}
+
+TEST(ErrorAnswer, IsAsItIsWritten)
+{
+  const mac_address agent{0x02, 0x00, 0x5e, 0x10, 0x00, 0x01};
+  EXPECT_EQ(error_answer(golden_frame("padi-too-long"), 12, agent), golden_frame("pado-error"));
 }
 
 TEST(ErrorAnswer, OnlyForAWholeRequestOfAClient)

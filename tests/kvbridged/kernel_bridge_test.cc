@@ -1,7 +1,7 @@
 // A bridge of the kernel's between hosts at the ends of real cables, with an agent that marks what it treated.
 #include "platform/kvbridge/record_header.h"
-#include "platform/kvbridged/kernel/entry.h"
 #include "platform/kvbridged/kernel/found_programs.h"
+#include "platform/kvbridged/kernel_bridges.h"
 #include "platform/kvbridged/port_socket.h"
 #include "tests/kvbridged/cables.h"
 #include "tests/kvbridged/frames.h"

@@ -3,6 +3,7 @@
 #include "base/packed.h"
 #include "platform/kvbridge/record_header.h"
 #include "tests/kvbridged/frames.h"
+#include "tests/support/golden_frame.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@ constexpr uint16_t stag = 0x88a8;
 
 TEST(Record, SaysWhereTheFrameIsFromAndWhereItGoes)
 {
-  const frame_bytes frame = discovery_frame(0x09, everybody, host_address(1));
+  const frame_bytes frame = golden_frame("padi");
   const frame_bytes record = record_make(frame, stag, 513, "line1", "an_interface_nam");
   ASSERT_EQ(record.size(), header + frame.size());
   EXPECT_EQ(host_at<uint32_t>(record, kernel_header::record_length), record.size());
@@ -30,14 +31,16 @@ TEST(Record, SaysWhereTheFrameIsFromAndWhereItGoes)
 
 TEST(Record, CarriesTheControlWordsOfBothTags)
 {
-  const auto words = [](const std::vector<uint16_t>& tags) {
-    const frame_bytes record =
-        record_make(frame_head(everybody, host_address(1), tags, discovery_ethertype), stag, 1, "", "");
+  const auto words_of = [](const frame_bytes& frame) {
+    const frame_bytes record = record_make(frame, stag, 1, "", "");
     return std::pair(word_at(record, kernel_header::vlan_word), word_at(record, kernel_header::cvlan_word));
   };
-  EXPECT_EQ(words({}), std::pair(uint16_t{0}, vid_none));
-  EXPECT_EQ(words({stag}), std::pair(uint16_t{19}, vid_none));
-  EXPECT_EQ(words({0x8100, 0x8100}), std::pair(uint16_t{19}, uint16_t{23}));
+  const auto words = [&](const std::vector<uint16_t>& tags) {
+    return words_of(frame_head(everybody, host_address(1), tags, discovery_ethertype));
+  };
+  EXPECT_EQ(words_of(golden_frame("padi")), std::pair(uint16_t{0}, vid_none));
+  EXPECT_EQ(words_of(golden_frame("padi-tagged")), std::pair(uint16_t{100}, vid_none));
+  EXPECT_EQ(words_of(golden_frame("padi-double-tagged")), std::pair(uint16_t{0x6064}, uint16_t{5}));
   EXPECT_EQ(words({stag, stag}), std::pair(uint16_t{19}, vid_none));
   EXPECT_EQ(words({0x9100, 0x8100}), std::pair(uint16_t{0}, vid_none));
 }

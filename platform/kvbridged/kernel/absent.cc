@@ -1,4 +1,4 @@
-#include "platform/kvbridged/kernel/entry.h"
+#include "platform/kvbridged/kernel_bridges.h"
 
 namespace kvbridged {
 namespace {

@@ -1,6 +1,5 @@
 #include "platform/kvbridged/kernel/found_programs.h"
 
-#include "platform/kvbridged/kernel/monotonic.h"
 #include "platform/kvbridged/kernel/tc_slot.h"
 
 #include <algorithm>

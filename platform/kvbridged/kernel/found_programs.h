@@ -6,10 +6,19 @@
 #include "platform/kvbridged/kernel/bpf/maps.h"
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 
 namespace kvbridged {
+
+// The clock that the programs in the kernel read.
+inline uint64_t monotonic_ns()
+{
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<uint64_t>(now.tv_nsec);
+}
 
 class found_programs {
 public:

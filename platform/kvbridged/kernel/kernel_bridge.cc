@@ -1,6 +1,6 @@
 #include "platform/kvbridged/kernel/kernel_bridge.h"
 
-#include "platform/kvbridged/kernel/monotonic.h"
+#include "platform/kvbridged/kernel/found_programs.h"
 #include "platform/kvbridged/record.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-#include "platform/kvbridged/kernel/entry.h"
 #include "platform/kvbridged/kernel/found_programs.h"
 #include "platform/kvbridged/kernel/kernel_bridge.h"
 #include "platform/kvbridged/kernel/tc_slot.h"
+#include "platform/kvbridged/kernel_bridges.h"
 
 #include <algorithm>
 #include <net/if.h>

@@ -1,7 +1,6 @@
 #include "platform/kvbridged/kernel/tc_programs.h"
 
 #include "platform/kvbridged/kernel/found_programs.h"
-#include "platform/kvbridged/kernel/monotonic.h"
 #include "platform/kvbridged/kernel/tc_slot.h"
 
 #include <algorithm>

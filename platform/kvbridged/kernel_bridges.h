@@ -1,8 +1,10 @@
-// What the rest of kvbridged knows of kernel bridges. Where the build has no eBPF, each says so.
-#ifndef PLATFORM_KVBRIDGED_KERNEL_ENTRY_H
-#define PLATFORM_KVBRIDGED_KERNEL_ENTRY_H
+// What the rest of kvbridged knows of kernel bridges, whose folder it need not look into. Where the build has no eBPF,
+// each says so.
+#ifndef PLATFORM_KVBRIDGED_KERNEL_BRIDGES_H
+#define PLATFORM_KVBRIDGED_KERNEL_BRIDGES_H
 
 #include "platform/kvbridged/agent_bridge.h"
+#include "platform/kvbridged/loop.h"
 
 #include <memory>
 #include <string>
