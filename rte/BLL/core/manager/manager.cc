@@ -25,7 +25,7 @@ void installFrameworkLog()
 
 }  // namespace
 
-BLLManager::BLLManager() : rpcProxy_(rpcBllmanagerStart, identity)
+BLLManager::BLLManager() : rpcProxy_(rpcBllmanagerStart, identity, RPCProxy::then_t::serve)
 {
   installFrameworkLog();
   loadBllConfig();
