@@ -1,7 +1,7 @@
 // An operator's call as it comes from the network, header and all, and its arguments alone: decoded and, where they are
 // arguments, handled by a manager. Nothing but the documented exceptions may come out.
 #include "rte/BLL/core/bll_manager.h"
-#include "rte/BLL/core/rpc/connection.h"
+#include "rte/BLL/core/rpc/server.h"
 #include "rte/BLL/core/rpc_bll_service.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // Calls and their replies as bytes: what each message is answered, and records on a connection however they come.
 #include "rte/BLL/core/rpc/access.h"
 #include "rte/BLL/core/rpc/call.h"
-#include "rte/BLL/core/rpc/connection.h"
+#include "rte/BLL/core/rpc/server.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

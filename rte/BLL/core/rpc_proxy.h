@@ -4,9 +4,9 @@
 // request at a time, and several proxies do so side by side: a request that takes long holds up no other proxy's.
 #pragma once
 
+#include "base/thread_annotations.h"
 #include <boost/thread/thread.hpp>
 #include <condition_variable>
-#include <mutex>
 #include <string>
 
 class rpcServer_t;
@@ -22,8 +22,13 @@ public:
   // Called once on the proxy's thread, with the address of a pointer to checkInterrupt().
   using startFunction_t = void* (*)(void*);
 
-  // The thread registers itself under `name`. A proxy called "BLLManager_mng" or "dhcpra_fun" serves what its start
-  // function registered until it is stopped; any other ends when its start function returns.
+  // What the thread does when its start function returns: it serves what that has registered until the proxy is
+  // stopped, or it ends.
+  enum class then_t { serve, end };
+
+  // The thread registers itself under `name`.
+  RPCProxy(startFunction_t startFunction, std::string name, then_t then);
+  // The same; a proxy called "BLLManager_mng" or "dhcpra_fun" serves, any other ends.
   RPCProxy(startFunction_t startFunction, std::string name);
   ~RPCProxy();  // stops and waits; never on the proxy's own thread
   RPCProxy(const RPCProxy&) = delete;
@@ -41,14 +46,15 @@ private:
   void threadFunction();
   void run();
   void serve(rpcServer_t& server) const;
-  void reap();
+  void reap() TSA_REQUIRES(mutex_);
 
-  std::mutex mutex_;  // guards the next two and the handle of the thread
-  bool running_ = false;
+  checked_mutex mutex_;
+  bool running_ TSA_GUARDED_BY(mutex_) = false;
   std::condition_variable ended_;
-  boost::thread thread_;
+  boost::thread thread_ TSA_GUARDED_BY(mutex_);
   void (*checkInterrupt_)() = &checkInterrupt;
   startFunction_t startFunction_;
   std::string name_;
+  then_t then_;
   int wake_ = -1;  // an event that ends the wait for input; -1 where there is none: then it ends within a second
 };

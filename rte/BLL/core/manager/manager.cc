@@ -79,7 +79,8 @@ void printDuration(const std::string& name, steadyClock_t::duration took)
 
 // ---- Made ----
 
-BLLManager::parts_t::parts_t(const BLLManager& manager) : subscribers(manager), rpcProxy(rpcBllmanagerStart, identity)
+BLLManager::parts_t::parts_t(const BLLManager& manager)
+    : subscribers(manager), rpcProxy(rpcBllmanagerStart, identity, RPCProxy::then_t::serve)
 {}
 
 BLLManager::BLLManager() : parts_(std::make_unique<parts_t>(*this))

@@ -1,9 +1,9 @@
 #include "rte/BLL/core/rpc_proxy.h"
 
-#include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/lock/supervisor.h"
 #include "rte/BLL/core/rpc/access.h"
 #include "rte/BLL/core/rpc/server.h"
+#include "rte/BLL/core/thread_registry.h"
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -18,9 +18,10 @@ namespace {
 
 constexpr auto longestWait = std::chrono::seconds(3);
 
-bool hasOwnLoop(const std::string& name)
+// The two agents that share the framework say by their names that they serve.
+RPCProxy::then_t usualFor(const std::string& name)
 {
-  return name != "BLLManager_mng" && name != "dhcpra_fun";
+  return name == "BLLManager_mng" || name == "dhcpra_fun" ? RPCProxy::then_t::serve : RPCProxy::then_t::end;
 }
 
 // A client that is gone before its reply must not end the process.
@@ -58,12 +59,12 @@ public:
   {
     static const int stopsAtExit = std::atexit([] { instance().stopAll(); });
     (void)stopsAtExit;
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     proxies_.insert(proxy);
   }
   void forget(RPCProxy* proxy)
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     proxies_.erase(proxy);
   }
   static startedProxies_t& instance()
@@ -75,13 +76,13 @@ public:
 private:
   void stopAll()
   {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     for (RPCProxy* const proxy : proxies_)
       proxy->stop(true);
   }
 
-  std::mutex mutex_;
-  std::set<RPCProxy*> proxies_;
+  checked_mutex mutex_;
+  std::set<RPCProxy*> proxies_ TSA_GUARDED_BY(mutex_);
 };
 
 }  // namespace
@@ -91,16 +92,18 @@ void checkInterrupt()
   boost::this_thread::interruption_point();
 }
 
-RPCProxy::RPCProxy(startFunction_t startFunction, std::string name)
-    : startFunction_(startFunction), name_(std::move(name)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+RPCProxy::RPCProxy(startFunction_t startFunction, std::string name, then_t then)
+    : startFunction_(startFunction), name_(std::move(name)), then_(then), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {}
+
+RPCProxy::RPCProxy(startFunction_t startFunction, std::string name) : RPCProxy(startFunction, name, usualFor(name)) {}
 
 RPCProxy::~RPCProxy()
 {
   stop(false);
   {
-    std::unique_lock guard(mutex_);
-    ended_.wait(guard, [this] { return !running_; });
+    mutex_wait_guard guard(mutex_);
+    ended_.wait(guard.waitable(), [this]() TSA_REQUIRES(mutex_) { return !running_; });
     reap();
   }
   startedProxies_t::instance().forget(this);
@@ -111,7 +114,7 @@ RPCProxy::~RPCProxy()
 bool RPCProxy::start()
 {
   startedProxies_t::instance().remember(this);
-  const std::lock_guard guard(mutex_);
+  const mutex_guard guard(mutex_);
   if (running_)
     return true;
   reap();
@@ -126,14 +129,14 @@ bool RPCProxy::start()
 
 bool RPCProxy::stop(bool wait)
 {
-  std::unique_lock guard(mutex_);
+  mutex_wait_guard guard(mutex_);
   if (running_) {
     thread_.interrupt();
     if (wake_ >= 0)
       eventfd_write(wake_, 1);
     if (!wait || thread_.get_id() == boost::this_thread::get_id())
       return true;
-    if (!ended_.wait_for(guard, longestWait, [this] { return !running_; }))
+    if (!ended_.wait_for(guard.waitable(), longestWait, [this]() TSA_REQUIRES(mutex_) { return !running_; }))
       return false;
   }
   reap();
@@ -142,7 +145,7 @@ bool RPCProxy::stop(bool wait)
 
 bool RPCProxy::isStopped()
 {
-  const std::lock_guard guard(mutex_);
+  const mutex_guard guard(mutex_);
   if (running_)
     return false;
   reap();
@@ -160,15 +163,15 @@ void RPCProxy::reap()
 void RPCProxy::threadFunction()
 {
   const atEnd_t ended([this] {
-    const std::lock_guard guard(mutex_);
+    const mutex_guard guard(mutex_);
     running_ = false;
     ended_.notify_all();
   });
   blockSigpipe();
   try {
-    BLLManager& manager = singleton<BLLManager>::instance();
-    manager.registerThread(name_);
-    const atEnd_t unregistered([&] { lockQuietly([&] { manager.unregisterThread(); }); });
+    threadRegistry_t& threads = threadRegistry_t::instance();
+    threads.registerThread(name_);
+    const atEnd_t unregistered([&] { lockQuietly([&] { threads.unregisterThread(); }); });
     run();
   } catch (const abi::__forced_unwind&) {
     throw;
@@ -183,7 +186,7 @@ void RPCProxy::threadFunction()
 
 void RPCProxy::run()
 {
-  if (hasOwnLoop(name_)) {
+  if (then_ == then_t::end) {
     startFunction_(&checkInterrupt_);
     return;
   }

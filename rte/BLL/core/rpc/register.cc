@@ -1,13 +1,13 @@
+// Registering a program: its sockets, the port mapper's entries, and who serves them.
 #include "rte/BLL/core/rpc_register.h"
 
-#include "rte/BLL/core/rpc/connection.h"
+#include "base/thread_annotations.h"
 #include "rte/BLL/core/rpc/server.h"
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc_com.h>
@@ -92,27 +92,32 @@ SVCXPRT* makeTransport(const rpcService_t& service, const protocol_t& protocol, 
   return nullptr;
 }
 
+// Those that were made for each program by the RPC library's own functions.
+struct libraryTransports_t {
+  checked_mutex mutex;  // held while a program is registered, one at a time
+  std::map<std::pair<rpcprog_t, rpcvers_t>, std::vector<SVCXPRT*>> byProgram TSA_GUARDED_BY(mutex);
+};
+
 }  // namespace
 
 void rpcProxyRegisterSvc(rpcprog_t program, rpcvers_t version, rpcDispatch_t dispatch)
 {
   static constexpr protocol_t protocols[] = {{"UDP", SOCK_DGRAM, IPPROTO_UDP}, {"TCP", SOCK_STREAM, IPPROTO_TCP}};
-  static auto& transports = *new std::map<std::pair<rpcprog_t, rpcvers_t>, std::vector<SVCXPRT*>>;
-  static std::mutex& oneAtATime = *new std::mutex;
+  static auto& transports = *new libraryTransports_t;
 
-  const std::lock_guard guard(oneAtATime);
+  const mutex_guard guard(transports.mutex);
   const rpcService_t service{program, version, dispatch};
   rpcServer_t* const server = rpcServer_t::ofThisThread();
   pmap_unset(program, version);
   if (server)
     server->remove(program, version);
-  for (SVCXPRT* const earlier : std::exchange(transports[{program, version}], {}))
+  for (SVCXPRT* const earlier : std::exchange(transports.byProgram[{program, version}], {}))
     svc_destroy(earlier);
   for (const protocol_t& protocol : protocols) {
     const int fd = loopbackSocket(service, protocol);
     if (fd >= 0 && server)
       serveOn(*server, service, protocol, fd);
     else if (SVCXPRT* const transport = fd < 0 ? nullptr : makeTransport(service, protocol, fd))
-      transports[{program, version}].push_back(transport);
+      transports.byProgram[{program, version}].push_back(transport);
   }
 }
