@@ -4,7 +4,6 @@
 #include "platform/kvbridge/control.h"
 #include "pppoeia/customid/test_data.h"
 #include "pppoeia/customid/trace.h"
-#include "pppoeia/frame/frame.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
