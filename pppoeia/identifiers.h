@@ -3,7 +3,7 @@
 #define PPPOEIA_IDENTIFIERS_H
 
 #include "platform/kvbridge/record_header.h"
-#include "pppoeia/frame/identifier.h"
+#include "pppoeia/frame/path.h"
 
 #include <cstdint>
 #include <vector>

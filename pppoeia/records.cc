@@ -5,6 +5,7 @@
 #include <cstring>
 
 std::atomic<pppoeia_state*> pppoeia_globals{nullptr};
+std::atomic<uint32_t> pppoeia_frame_adjust{0};
 
 pppoeia_bridge* bridge_find(const char* name)
 {

@@ -148,6 +148,10 @@ struct pppoeia_state {
 // Null while the agent is not initialised. Written by the management thread; the main thread reads it at exit.
 extern std::atomic<pppoeia_state*> pppoeia_globals;
 
+// Bytes in front of the frame as the management plane counts them: taken from a record's length for the size that is
+// logged, added to the MTU for the receive buffer. 0 until the first bridge is added, 106 from then on.
+extern std::atomic<uint32_t> pppoeia_frame_adjust;
+
 // Holds a bridge's mutex for a scope, and tells the worker that somebody waits for it.
 class bridge_lock {
 public:

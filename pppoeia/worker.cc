@@ -17,7 +17,7 @@
 #include "pppoeia/worker.h"
 
 #include "base/ending_signals.h"
-#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/path.h"
 #include "pppoeia/identifiers.h"
 #include "pppoeia/kernel/device_watch.h"
 #include "pppoeia/kernel/frame_buffers.h"

@@ -3,7 +3,6 @@
 #include "base/caller.h"
 #include "platform/kvbridge/control.h"
 #include "pppoeia/customid/trace.h"
-#include "pppoeia/frame/frame.h"
 #include "pppoeia/identifiers/test_data.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"

@@ -1,27 +1,50 @@
-// The debug log of one frame, in the order in which the frame path takes its steps. Callers test the level first: none
-// of this runs while debug is off.
+// The log of one frame, written from its parsed record and the reason, in the order of the frame path's steps. All but
+// one line are debug lines: callers test the level first, and none of that runs while debug is off.
 #ifndef PPPOEIA_FRAME_FRAME_LOG_H
 #define PPPOEIA_FRAME_FRAME_LOG_H
 
-#include "base/packed.h"
-#include "pppoeia/frame/discovery.h"
+#include "pppoeia/frame/edit.h"
+#include "pppoeia/frame/rules.h"
 
 #include <cstdint>
 
-struct pppoeia_bridge;
-
-// Bytes of the Ethernet frame as logged: one more than there are.
-int frame_logged_size(uint32_t record_length);
-
-// Devices, addresses, header words and size of a record.
-void frame_log_received(const pppoeia_bridge& bridge, const_bytes record, uint32_t record_length);
+// The name of a tag type, "Unknown" for others.
+extern "C" const char* pppoeia_tag_name(uint16_t type);
 
 // Hexadecimal dump of the frame, 16 bytes a line, each line behind `prefix`. The size that is
 // logged counts one byte past the record's end: it is dumped as zero.
 void pppoeia_frame_dump(const pppoeia_bridge& bridge, const_bytes record, uint32_t record_length, const char* prefix);
 
-void frame_log_vlan_tags(const pppoeia_bridge& bridge, const vlan_tags& tags);
+// One frame on its bridge. `record` is the received record with the room behind it, as it is now.
+struct frame_log {
+  const pppoeia_bridge& bridge;
+  const parsed_frame& frame;
+  const_bytes record;
 
-void frame_log_discovery(const pppoeia_bridge& bridge, const_bytes record, const discovery& pppoe);
+  // What came, and what the rules make of it. `port` is null for unknown_port.
+  void judged(const pppoeia_port* port, fate reason) const;
+
+  // A byte identifier is taken in the place of its text.
+  void bytes_used(const char* which) const;
+  void insertion_planned(const insertion& plan, bool replaces) const;
+  void inserted(const vendor_tag& tag, const char* circuit_id, const char* remote_id) const;
+  void too_large() const;
+  // What has become of a frame that was not to get a vendor tag, or for which there was no room.
+  void ended(fate what) const;
+  void forwarded() const;
+
+private:
+  void received() const;
+  void vlan() const;
+  void discovery_header() const;
+  void tags(const tag_area& area) const;
+  void role_refused(const pppoeia_port& port) const;
+  void vendor_tag_found(fate reason) const;
+  void past_end(size_t tag, size_t end) const;
+  const char* name_at(size_t offset) const { return reinterpret_cast<const char*>(record.data() + offset); }
+};
+
+// An error, whatever the level of debug lines: an answer to a client needs an address of the agent's own.
+void frame_log_no_address(const pppoeia_bridge& bridge);
 
 #endif

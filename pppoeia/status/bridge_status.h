@@ -5,8 +5,8 @@
 #ifndef PPPOEIA_STATUS_BRIDGE_STATUS_H
 #define PPPOEIA_STATUS_BRIDGE_STATUS_H
 
-#include "pppoeia/frame/frame.h"
-#include "pppoeia/frame/pppoe.h"
+#include "pppoeia/frame/parse.h"
+#include "pppoeia/frame/path.h"
 #include "pppoeia/status/drop_list.h"
 #include "pppoeia/status/line_table.h"
 #include "pppoeia/status/monitor_ring.h"

@@ -4,7 +4,7 @@
 #define PPPOEIA_STATUS_DROP_LIST_H
 
 #include "base/packed.h"
-#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/path.h"
 #include "pppoeia/status/shared.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "pppoeia/status/filter.h"
 
-#include "pppoeia/frame/pppoe.h"
+#include "pppoeia/frame/parse.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
 #include "pppoeia/status/line_table.h"
 
 #include "platform/kvbridge/record_header.h"
-#include "pppoeia/frame/tags.h"
+#include "pppoeia/frame/parse.h"
 
 #include <algorithm>
 #include <bit>

@@ -15,7 +15,7 @@
 #define PPPOEIA_STATUS_LINE_TABLE_H
 
 #include "base/packed.h"
-#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/path.h"
 #include "pppoeia/status/shared.h"
 #include "pppoeia/status/zeroed.h"
 

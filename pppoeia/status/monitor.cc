@@ -1,6 +1,6 @@
 #include "pppoeia/status/monitor.h"
 
-#include "pppoeia/frame/pppoe.h"
+#include "pppoeia/frame/parse.h"
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/json.h"
 #include "pppoeia/status/reports.h"

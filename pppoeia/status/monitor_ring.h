@@ -8,7 +8,7 @@
 #define PPPOEIA_STATUS_MONITOR_RING_H
 
 #include "base/packed.h"
-#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/path.h"
 #include "pppoeia/status/shared.h"
 
 #include <cstdint>

@@ -1,5 +1,4 @@
 // Bridge instances on a kernel in memory: creation step by step, each step's failure, deletion, the worker.
-#include "pppoeia/frame/frame.h"
 #include "pppoeia/kernel/device_watch.h"
 #include "pppoeia/kernel/local_mac.h"
 #include "pppoeia/kernel/receive_ring.h"

@@ -4,7 +4,7 @@
 
 #include "base/packed.h"
 #include "platform/kvbridge/record_header.h"
-#include "pppoeia/frame/frame.h"
+#include "pppoeia/frame/path.h"
 #include "pppoeia/records.h"
 
 #include <cstdint>

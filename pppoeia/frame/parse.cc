@@ -1,12 +1,10 @@
-#include "pppoeia/frame/discovery.h"
+#include "pppoeia/frame/parse.h"
 
 #include "platform/kvbridge/record_header.h"
 
 namespace {
 
 constexpr size_t vlan_tag_size = 4;
-
-}  // namespace
 
 vlan_tags vlan_tags_parse(const_bytes record, uint16_t stag_ethertype)
 {
@@ -39,4 +37,35 @@ discovery discovery_parse(const_bytes record, size_t ethertype)
       .session_id = be16_at(record, ethertype + pppoe::session_id),
       .payload_length = be16_at(record, ethertype + pppoe::payload_length),
   };
+}
+
+// A vendor tag that stands where the first tag would is found even behind the end of an empty payload: a port that may
+// send none must not hide it there.
+void tags_parse(parsed_frame& frame)
+{
+  const tag_area tags = frame.tags();
+  const auto note = [&](size_t tag) {
+    if (frame.vendor_tag == no_tag && tags.header_inside(tag) && tags.type(tag) == pppoe::tag_vendor)
+      frame.vendor_tag = tag;
+    frame.last_tag = tag;
+  };
+  note(tags.first);
+  for (size_t tag = tags.begin(); tag != no_tag; tag = tags.behind(tag))
+    note(tag);
+}
+
+}  // namespace
+
+parsed_frame frame_parse(const_bytes record, uint16_t stag_ethertype)
+{
+  parsed_frame frame{.record = record};
+  frame.vlan = vlan_tags_parse(record, stag_ethertype);
+  frame.ethertype = be16_at(record, frame.vlan.ethertype);
+  if (frame.ethertype != pppoe::ethertype_discovery)
+    return frame;
+  frame.pppoe = discovery_parse(record, frame.vlan.ethertype);
+  frame.fits = frame.pppoe.end() <= record.size();
+  if (frame.fits)
+    tags_parse(frame);
+  return frame;
 }

@@ -2,25 +2,22 @@
 // worker does the waiting, receiving, locking and sending.
 //
 //   record (kernel header + Ethernet frame)
-//     -> bridge on?  port known?  VLAN enabled?  discovery frame that fits?  port's role?  vendor tag allowed?
+//     -> parse      VLAN tags, PPPoE header, tags
+//     -> rules      port known?  VLAN enabled?  discovery frame that fits?  port's role?  vendor tag allowed?
 //     -> counted
-//     -> PADO, PADS: vendor tag removed or kept      PADI, PADR: vendor tag inserted or replaced, or an error answer
+//     -> edit       PADO, PADS: vendor tag removed or kept    PADI, PADR: inserted or replaced, or an error answer
 //     -> record to send back, or dropped
-#ifndef PPPOEIA_FRAME_FRAME_H
-#define PPPOEIA_FRAME_FRAME_H
+#ifndef PPPOEIA_FRAME_PATH_H
+#define PPPOEIA_FRAME_PATH_H
 
 #include "pppoeia/frame/fate.h"
-#include "pppoeia/frame/identifier.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 struct pppoeia_bridge;
-
-// Bytes in front of the frame as the management plane counts them: taken from a record's length for the size that is
-// logged, added to the MTU for the receive buffer. 0 until the first bridge is added, 106 from then on.
-extern std::atomic<uint32_t> pppoeia_frame_adjust;
+struct pppoeia_port;
 
 // One received record, edited in place. Bytes from `received` to `capacity` are zero; there are at least
 // frame_growth_max of them, and the capacity is at least frame_capacity_min.
@@ -31,6 +28,23 @@ struct frame_record {
 };
 
 inline constexpr uint32_t frame_capacity_min = 256;
+
+// Room for the longest text: the ATM default is not cut.
+inline constexpr size_t identifier_text_size = 160;
+
+// An Agent Circuit ID or Agent Remote ID on its way into a tag.
+struct identifier {
+  char text[identifier_text_size];
+  std::vector<unsigned char> bin;  // a byte identifier; empty when the text is the identifier
+};
+
+// Fills identifiers for a port and VLAN id. Comes with `id.text` and `id.bin` empty, may leave them so.
+class identifier_source {
+public:
+  virtual ~identifier_source() = default;
+  virtual void circuit_id(pppoeia_bridge& bridge, pppoeia_port& port, uint16_t vid, identifier& id) = 0;
+  virtual void remote_id(pppoeia_bridge& bridge, pppoeia_port& port, uint16_t vid, identifier& id) = 0;
+};
 
 // What the frame path needs beside the records.
 struct frame_services {
