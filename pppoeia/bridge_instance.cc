@@ -133,17 +133,13 @@ int buffer_allocate(pppoeia_bridge& bridge)
   return bridge.frame_buffer ? 0 : -ENOMEM;
 }
 
+// What the record does not bring along.
 void defaults_fill(pppoeia_bridge& bridge, uint16_t stag_ethertype)
 {
   ncfmBoardPos board{};
   bridge.stag_ethertype = stag_ethertype;
   bridge.port_count = bridge.ports;
   bridge.board_pos = ncfmGetMyBoardPos(&board) == 0 ? board.position : 0;
-  text_copy(bridge.vendor, "VELTRONA");
-  bridge.chassis_id = 99;
-  bridge.vsa_mode = 1;
-  bridge.vsa_insert_circuit_id = 1;
-  bridge.vsa_insert_remote_id = 1;
   bridge.max_pdu = static_cast<uint32_t>(bridge.mtu);
 }
 
@@ -282,7 +278,7 @@ int pppoeia_bridge_add(const char* bridge, uint32_t ports)
   pppoeia_log(log_info, "<%s> Bridge added (S-Tag EtherType=0x%04x, ports=%d, MTU=%d, buffer=%d).", record->name,
               record->stag_ethertype, static_cast<int>(record->port_count), record->mtu,
               static_cast<int>(record->buffer_size));
-  return self.refused("0", 0);
+  return self.result(0);
 }
 
 int pppoeia_bridge_del(const char* bridge)

@@ -12,9 +12,6 @@
 
 namespace {
 
-// How a Circuit ID is made. Other values make none.
-enum cid_mode : int32_t { cid_ethernet = 0, cid_atm = 1, cid_custom = 2 };
-
 constexpr size_t text_max = customIdMax;
 
 struct vlan_words {

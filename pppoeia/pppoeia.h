@@ -16,7 +16,7 @@
 #ifndef PPPOEIA_PPPOEIA_H
 #define PPPOEIA_PPPOEIA_H
 
-#include "pppoeia/api/records.h"
+#include "pppoeia/api/settings.h"
 
 #include <cstdint>
 
@@ -78,7 +78,32 @@ int pppoeia_apply_default_settings(const char* bridge);
 // only where `port_selector` is not 0. An empty path writes nothing. No lock. 0 also when the terminal fails; -ENOENT.
 int pppoeia_dump(const char* bridge, uint32_t port_selector, const char* tty);
 
-// --- Bridges: settings ---------------------------------------------------------------------------------------------
+// --- Plain settings of bridges and ports ---------------------------------------------------------------------------
+// What each is for, its size and factory value stand with its field in pppoeia/api/settings.h, and its row there says
+// whether a text that is too long is cut or refused: -ENOSPC, or -ENOMEM. A text getter writes the whole field.
+
+#define PPPOEIA_BRIDGE_NUMBER(name, field, setter, getter)                                                             \
+  int setter(const char* bridge, uint32_t value);                                                                      \
+  int getter(const char* bridge, uint32_t* value);
+#define PPPOEIA_BRIDGE_TEXT(name, field, setter, getter, longer)                                                       \
+  int setter(const char* bridge, const char* text);                                                                    \
+  int getter(const char* bridge, char* text);
+#define PPPOEIA_PORT_NUMBER(name, field, setter, getter, words)                                                        \
+  int setter(const char* bridge, uint32_t port, uint32_t value);                                                       \
+  int getter(const char* bridge, uint32_t port, uint32_t* value);
+#define PPPOEIA_PORT_TEXT(name, field, setter, getter, longer)                                                         \
+  int setter(const char* bridge, uint32_t port, const char* text);                                                     \
+  int getter(const char* bridge, uint32_t port, char* text);
+#define PPPOEIA_OWN(...)
+PPPOEIA_BRIDGE_SETTINGS(PPPOEIA_BRIDGE_NUMBER, PPPOEIA_BRIDGE_TEXT, PPPOEIA_OWN)
+PPPOEIA_PORT_SETTINGS(PPPOEIA_PORT_NUMBER, PPPOEIA_PORT_TEXT, PPPOEIA_OWN)
+#undef PPPOEIA_BRIDGE_NUMBER
+#undef PPPOEIA_BRIDGE_TEXT
+#undef PPPOEIA_PORT_NUMBER
+#undef PPPOEIA_PORT_TEXT
+#undef PPPOEIA_OWN
+
+// --- Bridges: other settings -----------------------------------------------------------------------------------------
 
 // Largest PDU in bytes (Ethernet frame with its header, as the record behind the kernel's header holds it) that a
 // tagged frame may have; at most the device's MTU. -EINVAL: greater than the MTU.
@@ -96,10 +121,6 @@ int pppoeia_bridge_vlan_set(const char* bridge, uint16_t vlan, uint32_t enable);
 int pppoeia_bridge_vlan_set_all(const char* bridge, uint32_t enable);
 int pppoeia_bridge_vlan_get(const char* bridge, uint16_t vlan, uint32_t* enable);  // 0 or 1
 
-// Vendor text that default identifiers begin with, at most 19 characters. -ENOMEM: longer.
-int pppoeia_bridge_vendor_set(const char* bridge, const char* vendor);
-int pppoeia_bridge_vendor_get(const char* bridge, char* vendor);  // 20 bytes
-
 // Sets the process's log threshold to 7 (non-zero) or -1 (0, nothing is logged). The name is not looked at.
 // Always 0. No lock.
 int pppoeia_bridge_debug_set(const char* bridge, int32_t debug);
@@ -109,34 +130,6 @@ int pppoeia_bridge_debug_get(const char* bridge, int32_t* debug);
 // What happens to a vendor tag in PADO and PADS: 1 removes it, any other value keeps it.
 int pppoeia_bridge_vsa_mode_set(const char* bridge, int32_t mode);
 int pppoeia_bridge_vsa_mode_get(const char* bridge, int32_t* mode);
-
-// Whether the Agent Circuit ID (TR-101 sub-option 1) and the Agent Remote ID (sub-option 2) are inserted. With both
-// off a tag that holds the vendor id alone is inserted.
-int pppoeia_bridge_vsa_insert_circuit_id_set(const char* bridge, uint32_t insert);
-int pppoeia_bridge_vsa_insert_circuit_id_get(const char* bridge, uint32_t* insert);
-int pppoeia_bridge_vsa_insert_remote_id_set(const char* bridge, uint32_t insert);
-int pppoeia_bridge_vsa_insert_remote_id_get(const char* bridge, uint32_t* insert);
-
-// Whether default Circuit IDs end in the customer VLAN, where a frame has one.
-int pppoeia_bridge_vsa_circuit_id_cvlan_set(const char* bridge, uint32_t cvlan);
-int pppoeia_bridge_vsa_circuit_id_cvlan_get(const char* bridge, uint32_t* cvlan);
-
-// Shelf identifier, at most 39 characters. -ENOSPC: longer.
-int pppoeia_bridge_shelf_id_set(const char* bridge, const char* shelf_id);
-int pppoeia_bridge_shelf_id_get(const char* bridge, char* shelf_id);  // 40 bytes
-
-// Chassis number, 99 at creation.
-int pppoeia_bridge_chassis_id_set(const char* bridge, uint32_t chassis_id);
-int pppoeia_bridge_chassis_id_get(const char* bridge, uint32_t* chassis_id);
-
-// Texts for identifier formats, at most 64 characters each. -ENOSPC: longer.
-int pppoeia_bridge_contact_set(const char* bridge, const char* contact);
-int pppoeia_bridge_location_set(const char* bridge, const char* location);
-int pppoeia_bridge_sysname_set(const char* bridge, const char* sysname);
-// 65 bytes each. Without a function id: for the agent's own code.
-int pppoeia_bridge_contact_get(const char* bridge, char* contact);
-int pppoeia_bridge_location_get(const char* bridge, char* location);
-int pppoeia_bridge_sysname_get(const char* bridge, char* sysname);
 
 // The bridge's nine frame counters.
 int pppoeia_bridge_stats_get(const char* bridge, pppoeia_stats* stats);
@@ -169,10 +162,8 @@ int pppoeia_port_state_get(const char* bridge, uint32_t port, uint32_t* state);
 // For every slot, present or not; the count of active ports is not kept up.
 int pppoeia_port_state_set_all(const char* bridge, uint32_t state);
 
-// 1: untrusted, a frame that carries a vendor tag is dropped. Any other value: trusted.
-int pppoeia_port_trust_set(const char* bridge, uint32_t port, uint32_t trust);
-int pppoeia_port_trust_get(const char* bridge, uint32_t port, uint32_t* trust);
-int pppoeia_port_trust_set_all(const char* bridge, uint32_t trust);  // every slot, present or not
+// For every slot, present or not.
+int pppoeia_port_trust_set_all(const char* bridge, uint32_t trust);
 
 // The line's remote identifier, at most 63 characters. -ENOSPC: longer.
 int pppoeia_port_remote_id_set(const char* bridge, uint32_t port, const char* remote_id);
@@ -199,14 +190,6 @@ int pppoeia_port_parent_get(const char* bridge, uint32_t port, uint32_t* parent)
 // Replaces the port's name (cut to 14 characters) and location.
 int pppoeia_port_name_update(const char* bridge, uint32_t port, const char* port_name,
                              const pppoeia_name_update* update);
-
-// Interface description, cut to 64 characters.
-int pppoeia_bridge_intf_descr_set(const char* bridge, uint32_t port, const char* description);
-int pppoeia_bridge_intf_descr_get(const char* bridge, uint32_t port, char* description);  // 65 bytes; no function id
-
-// Serial number of the line's CPE, cut to 12 characters.
-int pppoeia_bridge_cpe_serial_set(const char* bridge, uint32_t port, const char* serial);
-int pppoeia_bridge_cpe_serial_get(const char* bridge, uint32_t port, char* serial);  // 13 bytes; no function id
 
 // MAC address of the line's CPE, its first byte in bits 0..7, its last in bits 40..47.
 int pppoeia_bridge_cpe_mac_set(const char* bridge, uint32_t port, uint64_t mac);

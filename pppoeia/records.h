@@ -11,7 +11,7 @@
 #ifndef PPPOEIA_RECORDS_H
 #define PPPOEIA_RECORDS_H
 
-#include "pppoeia/api/records.h"
+#include "pppoeia/api/settings.h"
 
 #include <atomic>
 #include <cstddef>
@@ -31,10 +31,8 @@ struct vlan_set {
 };
 
 enum : uint32_t {
-  bridge_name_max = 10,        // characters
-  bridge_format_max = 128,     // characters of a bridge-wide format
-  port_vlan_format_max = 127,  // characters of a format of one port and VLAN
-  port_count_max = 65536,      // the frame header's port field has 16 bits
+  bridge_format_max = sizeof(bridge_settings::pppoeia_cid_format) - 1,  // characters
+  port_count_max = 65536,                                               // the frame header's port field has 16 bits
 };
 
 // A VLAN enabled by name on a bridge. Owned by the bridge's `vlans`.
@@ -42,46 +40,28 @@ struct pppoeia_vlan {
   pppoeia_vlan* next;  // higher id
   pppoeia_vlan* prev;  // lower id; null at the head
   uint16_t vlan_id;
-  char name[32];  // at most 31 characters, empty at creation
+  char name[vlan_name_max + 1];  // empty at creation
 };
 
 // Identifier settings of one port and VLAN. Owned by the port's `port_vlans`; exists only while it carries something.
-struct pppoeia_port_vlan {
+struct pppoeia_port_vlan : entry_settings {
   pppoeia_port_vlan* next;  // higher id
   pppoeia_port_vlan* prev;  // null at the head
   uint16_t vlan_id;
-  int32_t cid_mode;  // -1 until set
-  char cid_format[129];
-  char rid_format[129];
 };
 
 // One subscriber or network interface of a bridge; element n - 1 of the bridge's array is port n. A port exists
 // exactly when the first character of `dev_name` is not NUL. Guarded by the bridge's mutex.
-struct pppoeia_port {
+struct pppoeia_port : port_settings {
   uint32_t port_id;  // set at add, kept when the port is removed
-  char dev_name[17];
-  char port_name[15];
-  char intf_descr[65];
-  char cpe_serial[13];
-  uint8_t cpe_mac[6];  // transmission order
-  pppoeia_location location;
-  char type[12];
-  int32_t state;   // 0 PPPoE disabled, 1 subscriber side, 2 network side, any other: every code passes
-  uint32_t trust;  // 1 untrusted: no vendor tag may come in
-  char remote_id[64];
   vlan_set vlan_info;
   pppoeia_stats stats;
-  uint32_t vsa_circuit_id_mode;
-  int32_t vpi;
-  int32_t vci;
-  uint32_t parent_id;
-  uint32_t port_info_extra;  // port kind; 1 and 5 are exempt from the VLAN check
   pppoeia_port_vlan* port_vlans;
 };
 
 // One bridge instance. Allocated zero-filled as one block with its ports by pppoeia_bridge_add(), freed by
 // pppoeia_bridge_del(). Fields are guarded by `mutex` unless said otherwise.
-struct pppoeia_bridge {
+struct pppoeia_bridge : bridge_settings {
   pppoeia_bridge* next;  // older bridge; management thread only
   uint32_t ports;
   pthread_mutex_t mutex;
@@ -95,27 +75,14 @@ struct pppoeia_bridge {
   int32_t ctl_fd;                  // worker only while it runs
   bridge_status* status;           // what the worker tells, or null: it tells nothing; fixed until it has ended
   int32_t mtu;                     // fixed for life
-  uint32_t max_pdu;
-  unsigned char* frame_buffer;  // slots of the receive buffer (frame_buffers.h); fixed for life
-  uint16_t stag_ethertype;      // host order; fixed for life
-  uint32_t buffer_size;         // fixed for life
-  uint32_t board_pos;           // fixed for life
-  char vendor[20];
-  char shelf_id[40];
-  uint32_t chassis_id;
-  char contact[65];
-  char location[65];
-  char sysname[65];
-  uint32_t vsa_mode;
-  uint32_t vsa_insert_circuit_id;
-  uint32_t vsa_insert_remote_id;
+  unsigned char* frame_buffer;     // slots of the receive buffer (frame_buffers.h); fixed for life
+  uint16_t stag_ethertype;         // host order; fixed for life
+  uint32_t buffer_size;            // fixed for life
+  uint32_t board_pos;              // fixed for life
   vlan_set vlan_enabled;
   uint32_t port_count;
   uint32_t active_ports;
   pppoeia_stats stats;
-  uint32_t vsa_circuit_id_cvlan;
-  char pppoeia_cid_format[129];
-  char pppoeia_rid_format[129];
   pppoeia_vlan* vlans;
 
   // Of the frame being processed; worker only.
@@ -133,6 +100,18 @@ struct pppoeia_bridge {
 
   pppoeia_port port[1];  // port_count + 1 of them
 };
+
+// Whether the port is one that leads to servers by its kind.
+inline bool port_is_uplink(const port_settings& port)
+{
+  return port.port_info_extra == port_kind_uplink || port.port_info_extra == port_kind_uplink_too;
+}
+
+// Whether a port of that state may be where servers answer from.
+inline bool is_network_side(int32_t state)
+{
+  return state == port_side_network || state == port_side_any;
+}
 
 // Bytes of the record of a bridge with that many ports.
 inline size_t bridge_record_size(uint32_t ports)

@@ -5,16 +5,74 @@
 #ifndef PPPOEIA_API_ARGUMENTS_H
 #define PPPOEIA_API_ARGUMENTS_H
 
-#include "pppoeia/api/records.h"
-#include "pppoeia/api/values.h"
+#include "pppoeia/api/settings.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 #include <string_view>
+#include <type_traits>
 
 namespace api {
+
+// --- Words for the numbers that operations take and return, for people: the agent only ever sees the numbers --------
+
+struct value_name {
+  int64_t value;
+  std::string_view word;
+};
+
+// Which words go with an argument.
+enum class values : uint8_t { none, on_off, port_state, trust, vsa_mode, cid_mode, log_level, test_option, test_run };
+
+inline constexpr value_name on_off_names[] = {{0, "off"}, {1, "on"}};
+inline constexpr value_name port_state_names[] = {{port_side_none, "disabled"},
+                                                  {port_side_subscriber, "subscriber"},
+                                                  {port_side_network, "network"},
+                                                  {port_side_any, "any"}};
+inline constexpr value_name trust_names[] = {{port_trusted, "trusted"}, {port_untrusted, "untrusted"}};
+inline constexpr value_name vsa_mode_names[] = {{vendor_tag_keep, "keep"}, {vendor_tag_remove, "remove"}};
+inline constexpr value_name cid_mode_names[] = {
+    {cid_unset, "unset"}, {cid_ethernet, "ethernet"}, {cid_atm, "atm"}, {cid_custom, "custom"}};
+inline constexpr value_name log_level_names[] = {{-2, "default"}, {-1, "none"}, {0, "emergency"}, {1, "alert"},
+                                                 {2, "critical"}, {3, "error"}, {4, "warning"},   {5, "notice"},
+                                                 {6, "info"},     {7, "debug"}};
+
+// The words of a set, ascending by value. Empty for sets whose words are the argument itself (texts).
+constexpr std::span<const value_name> names_of(values set)
+{
+  switch (set) {
+  case values::on_off:
+    return on_off_names;
+  case values::port_state:
+    return port_state_names;
+  case values::trust:
+    return trust_names;
+  case values::vsa_mode:
+    return vsa_mode_names;
+  case values::cid_mode:
+    return cid_mode_names;
+  case values::log_level:
+    return log_level_names;
+  case values::none:
+  case values::test_option:
+  case values::test_run:
+    break;
+  }
+  return {};
+}
+
+// Texts that test operations take: option names of pppoeia_test_set(), options and modes of pppoeia_test_run().
+inline constexpr std::string_view test_set_options[] = {
+    "pppoeiaTestSetVlan",    "pppoeiaTestSetCvid",         "pppoeiaTestSetIntfId",
+    "pppoeiaTestSetOnu",     "pppoeiaTestSetVgem",         "pppoeiaTestSetTContType",
+    "pppoeiaTestSetClntMac", "pppoeiaTestSetCustomCidStr", "pppoeiaTestSetCustomRidStr"};
+inline constexpr std::string_view test_run_options[] = {"pppoeiaTestRunCid", "pppoeiaTestRunRid"};
+inline constexpr std::string_view test_run_modes[] = {"test", "available"};
+
+// --- Arguments -----------------------------------------------------------------------------------------------------
 
 enum class kind : uint8_t {
   name,         // bridge name
@@ -67,13 +125,26 @@ T load(const void* data)
 
 template <label Name>
 struct name {
-  static constexpr argument describe{kind::name, Name.view(), 10, values::none};
+  static constexpr argument describe{kind::name, Name.view(), bridge_name_max, values::none};
   static const char* decode(void* data) { return static_cast<const char*>(data); }
 };
 
-template <label Name, uint16_t Most, values Words = values::none>
+// Bytes of a text: a number of them, or those of a field.
+constexpr uint16_t size_of(uint16_t size)
+{
+  return size;
+}
+template <typename Record, size_t Size>
+constexpr uint16_t size_of(char (Record::*)[Size])
+{
+  return Size;
+}
+
+// `Most` characters, or what the field `Most` holds.
+template <label Name, auto Most, values Words = values::none>
 struct text {
-  static constexpr argument describe{kind::text, Name.view(), Most, Words};
+  static constexpr uint16_t most = std::is_member_pointer_v<decltype(Most)> ? size_of(Most) - 1 : size_of(Most);
+  static constexpr argument describe{kind::text, Name.view(), most, Words};
   static const char* decode(void* data) { return static_cast<const char*>(data); }
 };
 
@@ -129,9 +200,10 @@ struct unused {
   static const void* decode(void* data) { return data; }
 };
 
-template <label Name, uint16_t Size>
+// `Size` bytes, or those of the field `Size`.
+template <label Name, auto Size>
 struct out_text {
-  static constexpr argument describe{kind::out_text, Name.view(), Size, values::none};
+  static constexpr argument describe{kind::out_text, Name.view(), size_of(Size), values::none};
   static char* decode(void* data) { return static_cast<char*>(data); }
 };
 

@@ -10,6 +10,8 @@
 //     });
 //   }
 //
+// Of a plain setting it is one call of text_set(), number_set() and their like, which are below.
+//
 // A step that fails with a trace of its own returns an outcome that is traced already; the others' results are traced
 // here once, as "name()=result".
 #ifndef PPPOEIA_API_OPERATION_H
@@ -17,6 +19,7 @@
 
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
+#include "pppoeia/text.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -70,6 +73,8 @@ public:
     pppoeia_log(log_debug, "%s()=%d", name_, rc);
     return rc;
   }
+  // Success, traced with a text.
+  int done(const char* text) const { return refused(text, 0); }
   int no_entry() const { return refused("-ENOENT", -ENOENT); }
   int no_space() const { return refused("-ENOSPC", -ENOSPC); }
   int no_memory() const { return refused("-ENOMEM", -ENOMEM); }
@@ -79,6 +84,8 @@ public:
     pppoeia_log(log_debug, "%s(%d)=-ENODEV", name_, static_cast<int>(id));
     return -ENODEV;
   }
+  // A VLAN that has no record. The trace names a missing port 0.
+  int no_vlan() const { return no_port(0); }
   int refused(const char* word, int rc) const
   {
     pppoeia_log(log_debug, "%s()=%s", name_, word);
@@ -97,13 +104,20 @@ public:
   template <typename Body>
   int on_port(const char* bridge, uint32_t id, Body body) const
   {
+    return with_port(bridge, id, [&](pppoeia_bridge& record, pppoeia_port& port) {
+      return locked(record, [&](pppoeia_bridge& owner) { return body(owner, port); });
+    });
+  }
+
+  // Runs `body(bridge, port)`, which returns the result, without the lock and without a trace of that.
+  template <typename Body>
+  int with_port(const char* bridge, uint32_t id, Body body) const
+  {
     pppoeia_bridge* record = bridge_find(bridge);
     if (!record)
       return no_entry();
     pppoeia_port* port = port_find(*record, id);
-    if (!port)
-      return no_port(id);
-    return locked(*record, [&](pppoeia_bridge& owner) { return body(owner, *port); });
+    return port ? body(*record, *port) : no_port(id);
   }
 
 private:
@@ -126,5 +140,102 @@ private:
 
   const char* name_;
 };
+
+// --- Operations that set or tell one field -------------------------------------------------------------------------
+
+// A text into a field, or the refusal. Its length is tested under the lock: it comes after the look-up either way.
+template <typename Record, size_t Size>
+outcome text_store(const operation& self, Record& record, char (Record::*field)[Size], const char* text,
+                   too_long longer)
+{
+  if (longer != too_long::cut && text_longer_than(text, Size - 1))
+    return {longer == too_long::no_space ? self.no_space() : self.no_memory(), true};
+  text_copy(record.*field, text);
+  return {0};
+}
+
+template <size_t Size>
+using bridge_text = char (bridge_settings::*)[Size];
+template <size_t Size>
+using port_text = char (port_settings::*)[Size];
+
+template <size_t Size>
+int text_set(const operation& self, const char* bridge, bridge_text<Size> field, const char* text, too_long longer)
+{
+  self.entry(bridge, text);
+  return self.on_bridge(bridge, [&](bridge_settings& record) { return text_store(self, record, field, text, longer); });
+}
+
+template <size_t Size>
+int text_get(const operation& self, const char* bridge, bridge_text<Size> field, char* text)
+{
+  self.entry(bridge);
+  return self.on_bridge(bridge, [&](bridge_settings& record) {
+    text_give(text, record.*field);
+    return outcome{0};
+  });
+}
+
+template <typename Number>
+int number_set(const operation& self, const char* bridge, Number bridge_settings::*field, Number value)
+{
+  self.entry(bridge, value);
+  return self.on_bridge(bridge, [&](bridge_settings& record) {
+    record.*field = value;
+    return outcome{0};
+  });
+}
+
+template <typename Field, typename Number>
+int number_get(const operation& self, const char* bridge, Field bridge_settings::*field, Number* value)
+{
+  self.entry(bridge);
+  return self.on_bridge(bridge, [&](bridge_settings& record) {
+    *value = static_cast<Number>(record.*field);
+    return outcome{0};
+  });
+}
+
+template <size_t Size>
+int text_set(const operation& self, const char* bridge, uint32_t port, port_text<Size> field, const char* text,
+             too_long longer)
+{
+  self.entry(bridge, port, text);
+  return self.on_port(bridge, port, [&](pppoeia_bridge&, port_settings& record) {
+    return text_store(self, record, field, text, longer);
+  });
+}
+
+template <size_t Size>
+int text_get(const operation& self, const char* bridge, uint32_t port, port_text<Size> field, char* text)
+{
+  self.entry(bridge, port);
+  return self.on_port(bridge, port, [&](pppoeia_bridge&, port_settings& record) {
+    text_give(text, record.*field);
+    return outcome{0};
+  });
+}
+
+template <typename Number>
+int number_set(const operation& self, const char* bridge, uint32_t port, Number port_settings::*field, Number value,
+               const char* words)
+{
+  self.entry(bridge, port, value);
+  return self.on_port(bridge, port, [&](pppoeia_bridge& owner, port_settings& record) {
+    record.*field = value;
+    pppoeia_log(log_debug, "<%s> Port %d %s %d.", owner.name, static_cast<int>(port), words, static_cast<int>(value));
+    return outcome{0};
+  });
+}
+
+template <typename Field, typename Number>
+int number_get(const operation& self, const char* bridge, uint32_t port, Field port_settings::*field, Number* value)
+{
+  self.entry(bridge, port);
+  return self.on_port(bridge, port, [&](pppoeia_bridge&, port_settings& record) {
+    *value = static_cast<Number>(record.*field);
+    return outcome{0};
+  });
+}
 
 #endif

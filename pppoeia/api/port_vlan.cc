@@ -6,6 +6,8 @@
 #include "pppoeia/list.h"
 #include "pppoeia/text.h"
 
+#include <new>
+
 namespace {
 
 // How many bytes of the caller's VLAN id word are written.
@@ -103,4 +105,33 @@ int clear_port_vlan_all(const char* bridge)
     if (const uint32_t id = record->port[slot].port_id; id != 0)
       rc = clear_port_vlan(bridge, id);
   return self.result(rc);
+}
+
+int br_port_vlan_add(const char* bridge, uint32_t port, uint16_t vlan)
+{
+  const operation self{__func__};
+  return self.with_port(bridge, port, [&](pppoeia_bridge&, pppoeia_port& record) {
+    if (list_find(record.port_vlans, vlan))
+      return 0;
+    auto* entry = new (std::nothrow) pppoeia_port_vlan{};
+    if (!entry)
+      return self.no_memory();
+    entry->vlan_id = vlan;
+    if (!list_link(record.port_vlans, entry)) {
+      delete entry;
+      return self.refused("pppoeia_link_vlan_to_port error", -EIO);
+    }
+    return 0;
+  });
+}
+
+int br_port_vlan_del(const char* bridge, uint32_t port, uint16_t vlan)
+{
+  return operation{__func__}.with_port(bridge, port, [&](pppoeia_bridge&, pppoeia_port& record) {
+    if (pppoeia_port_vlan* entry = list_find(record.port_vlans, vlan)) {
+      list_unlink(record.port_vlans, entry);
+      delete entry;
+    }
+    return 0;
+  });
 }

@@ -124,6 +124,19 @@ int format_def_set(const operation& self, const char* bridge, uint32_t port, uin
   });
 }
 
+// Runs `body(entry)` with the port's entry for the VLAN found; -ENOENT without one.
+template <typename Body>
+int with_entry(const operation& self, const char* bridge, uint32_t id, uint16_t vlan, Body body)
+{
+  return self.with_port(bridge, id, [&](pppoeia_bridge&, pppoeia_port& port) {
+    pppoeia_port_vlan* entry = port_vlan_find(port, vlan);
+    if (!entry)
+      return -ENOENT;
+    body(*entry);
+    return 0;
+  });
+}
+
 }  // namespace
 
 int pppoeia_circuit_id_mode_port_vlan_set(const char* bridge, uint32_t port, uint16_t vlan, uint32_t mode)
@@ -198,4 +211,22 @@ int pppoeia_remote_id_format_port_vlan_get(const char* bridge, uint32_t port, ui
   return self.on_port(bridge, port, [&](pppoeia_bridge&, pppoeia_port&) {
     return outcome{br_remote_id_format_port_vlan_get(bridge, port, vlan, format)};
   });
+}
+
+int br_circuit_id_mode_port_vlan_get(const char* bridge, uint32_t port, uint16_t vlan, uint32_t* mode)
+{
+  return with_entry(operation{__func__}, bridge, port, vlan,
+                    [&](pppoeia_port_vlan& entry) { *mode = static_cast<uint32_t>(entry.cid_mode); });
+}
+
+int br_circuit_id_format_port_vlan_get(const char* bridge, uint32_t port, uint16_t vlan, char* format)
+{
+  return with_entry(operation{__func__}, bridge, port, vlan,
+                    [&](pppoeia_port_vlan& entry) { text_give(format, entry.cid_format); });
+}
+
+int br_remote_id_format_port_vlan_get(const char* bridge, uint32_t port, uint16_t vlan, char* format)
+{
+  return with_entry(operation{__func__}, bridge, port, vlan,
+                    [&](pppoeia_port_vlan& entry) { text_give(format, entry.rid_format); });
 }

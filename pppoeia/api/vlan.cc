@@ -1,4 +1,4 @@
-// Named VLANs of a bridge.
+// VLANs of a bridge: those that have names, and the set of those that are enabled, with each port's flags of them.
 #include "pppoeia/pppoeia.h"
 
 #include "pppoeia/api/operation.h"
@@ -50,11 +50,11 @@ int pppoeia_vlan_name_set(const char* bridge, uint16_t vlan, const char* name)
   const operation self{__func__};
   self.entry(bridge, vlan, name);
   return self.on_bridge(bridge, [&](pppoeia_bridge& record) {
-    if (text_longer_than(name, sizeof pppoeia_vlan::name - 1))
+    if (text_longer_than(name, vlan_name_max))
       return outcome{self.no_space(), true};
     pppoeia_vlan* found = vlan_find(record, vlan);
     if (!found)
-      return outcome{self.no_port(0), true};  // a missing VLAN is reported as a missing port 0
+      return outcome{self.no_vlan(), true};
     text_copy(found->name, name);
     pppoeia_log(log_debug, "<%s> VLAN %d name set to '%s'.", record.name, vlan, found->name);
     return outcome{0};
@@ -67,6 +67,83 @@ int clear_vlan(const char* bridge)
   self.entry(bridge);
   return self.on_bridge(bridge, [](pppoeia_bridge& record) {
     list_free(record.vlans);
+    return outcome{0};
+  });
+}
+
+// --- The set of enabled VLANs --------------------------------------------------------------------------------------
+
+namespace {
+
+// Enabling reaches every port slot, present or not; disabling leaves the ports' flags as they are.
+void vlan_enable(pppoeia_bridge& bridge, uint32_t vlan, bool enable)
+{
+  if (!enable) {
+    bridge.vlan_enabled.clear(vlan);
+    return;
+  }
+  bridge.vlan_enabled.set(vlan);
+  for (uint32_t slot = 0; slot < bridge.ports; ++slot)
+    bridge.port[slot].vlan_info.set(vlan);
+}
+
+}  // namespace
+
+int pppoeia_bridge_vlan_set(const char* bridge, uint16_t vlan, uint32_t enable)
+{
+  const operation self{__func__};
+  self.entry(bridge, vlan, enable);
+  return self.on_bridge(bridge, [&](pppoeia_bridge& record) {
+    vlan_enable(record, vlan, enable != 0);
+    return outcome{0};
+  });
+}
+
+int pppoeia_bridge_vlan_set_all(const char* bridge, uint32_t enable)
+{
+  constexpr uint32_t vlans = 512;  // the ids above stay as they are
+  const operation self{__func__};
+  self.entry(bridge, enable);
+  return self.on_bridge(bridge, [&](pppoeia_bridge& record) {
+    for (uint32_t vlan = 0; vlan < vlans; ++vlan)
+      vlan_enable(record, vlan, enable != 0);
+    return outcome{0};
+  });
+}
+
+int pppoeia_bridge_vlan_get(const char* bridge, uint16_t vlan, uint32_t* enable)
+{
+  const operation self{__func__};
+  self.entry(bridge, vlan);
+  return self.on_bridge(bridge, [&](pppoeia_bridge& record) {
+    *enable = record.vlan_enabled.test(vlan);
+    return outcome{0};
+  });
+}
+
+int pppoeia_port_vlan_info_set(const char* bridge, uint32_t port, uint16_t vlan, int32_t flag)
+{
+  const operation self{__func__};
+  self.entry(bridge, port, vlan, flag);
+  return self.on_port(bridge, port, [&](pppoeia_bridge& owner, pppoeia_port& record) {
+    if (!owner.vlan_enabled.test(vlan))
+      return outcome{self.refused("-EPERM", -EPERM), true};
+    if (flag)
+      record.vlan_info.set(vlan);
+    else
+      record.vlan_info.clear(vlan);
+    return outcome{0};
+  });
+}
+
+int pppoeia_port_vlan_info_get(const char* bridge, uint32_t port, uint16_t vlan, int32_t* flag)
+{
+  const operation self{__func__};
+  self.entry(bridge, port, vlan);
+  return self.on_port(bridge, port, [&](pppoeia_bridge& owner, pppoeia_port& record) {
+    if (!owner.vlan_enabled.test(vlan))
+      return outcome{-EPERM};
+    *flag = record.vlan_info.test(vlan);
     return outcome{0};
   });
 }

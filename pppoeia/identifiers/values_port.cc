@@ -39,7 +39,8 @@ const pppoeia_port* parent_of(const macro_question& q, const pppoeia_port& port,
 
 // A text of the port, or where it is empty of its parent; one generation.
 template <size_t Size>
-void inherited(const macro_question& q, char (pppoeia_port::*field)[Size], const inheritance& words, std::string& value)
+void inherited(const macro_question& q, char (port_settings::*field)[Size], const inheritance& words,
+               std::string& value)
 {
   const pppoeia_port* port = port_of(q);
   if (port && !(port->*field)[0])
@@ -48,7 +49,7 @@ void inherited(const macro_question& q, char (pppoeia_port::*field)[Size], const
     macro_values::put_text(value, port->*field);
 }
 
-void pvc_number(const macro_question& q, int32_t pppoeia_port::*number, std::string& value)
+void pvc_number(const macro_question& q, int32_t port_settings::*number, std::string& value)
 {
   const pppoeia_port* port = macro_values::slot_of(q, q.port_id);
   if (!port)

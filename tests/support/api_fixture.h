@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class api_fixture {
@@ -24,6 +25,7 @@ public:
 // One call through the dispatcher, its buffers laid out as the server does.
 struct api_call {
   explicit api_call(uint16_t function_id) : id(function_id) {}
+  explicit api_call(std::string_view operation) : id(static_cast<uint16_t>(api::operation_id(operation))) {}
 
   api_call& bytes(std::string raw);
   api_call& text(const std::string& value) { return bytes(value + '\0'); }

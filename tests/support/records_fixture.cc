@@ -39,11 +39,6 @@ test_bridge::test_bridge(uint32_t ports, const char* name)
   record_->buffer_size = 1606;
   record_->frame_buffer = frame_buffers_new(record_->buffer_size);
   record_->board_pos = 3;
-  text_copy(record_->vendor, "VELTRONA");
-  record_->chassis_id = 99;
-  record_->vsa_mode = 1;
-  record_->vsa_insert_circuit_id = 1;
-  record_->vsa_insert_remote_id = 1;
   record_->vlan_enabled.set(0);
   for (uint32_t slot = 0; slot < ports; ++slot)
     std::memset(&record_->port[slot].vlan_info, 0xff, sizeof(vlan_set));
