@@ -106,7 +106,7 @@ bool vendor_tag_insert(mutable_bytes record, const parsed_frame& frame, const ve
 
 // Down onto the tag moves what follows it, to the record's end, if the tag behind it ends within the PPPoE end.
 // Otherwise nothing moves, and the record's new length cuts the end off.
-bool vendor_tag_remove(mutable_bytes record, const parsed_frame& frame)
+bool vendor_tag_take_out(mutable_bytes record, const parsed_frame& frame)
 {
   const tag_area tags = frame.tags();
   const size_t tag = frame.vendor_tag;

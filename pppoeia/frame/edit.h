@@ -45,7 +45,7 @@ insertion insertion_plan(const parsed_frame& frame, size_t size, bool replaces);
 // them. False, and nothing is changed, when the payload would become negative or exceed 16 bits, or the record would
 // end before its first tag.
 bool vendor_tag_insert(mutable_bytes record, const parsed_frame& frame, const vendor_tag& tag, const insertion& plan);
-bool vendor_tag_remove(mutable_bytes record, const parsed_frame& frame);
+bool vendor_tag_take_out(mutable_bytes record, const parsed_frame& frame);
 
 // The agent's own answer to a client whose frame would not fit any more with the tag in it. Turns a PADI into a PADO, a
 // PADR into a PADS, from `own_mac` back to the client, with nothing but a Generic-Error tag in it; the rest of the

@@ -119,7 +119,7 @@ fate frame_edit(const accepted_frame& at, const verdict& says, uint32_t& place)
 {
   if (says.action == frame_action::tag_insert)
     return tag_insert(at, says.reason, place);
-  if (says.action == frame_action::tag_remove && !vendor_tag_remove(at.record, at.frame))
+  if (says.action == frame_action::tag_remove && !vendor_tag_take_out(at.record, at.frame))
     return fate::removal_misfit;
   return says.reason;
 }
