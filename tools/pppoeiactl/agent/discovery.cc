@@ -108,6 +108,14 @@ std::vector<uint16_t> vlans_of(const context& context, const std::string& bridge
   return enabled;
 }
 
+pppoeia_port_vlan_entry told_entry(const agent_client::answer& answer)
+{
+  pppoeia_port_vlan_entry entry{};
+  const agent_client::buffer& bytes = answer.buffers.back();
+  std::memcpy(&entry, bytes.data(), std::min(bytes.size(), sizeof entry));
+  return entry;
+}
+
 std::vector<pppoeia_port_vlan_entry> port_vlans_of(const context& context, const std::string& bridge, uint32_t port)
 {
   std::vector<pppoeia_port_vlan_entry> entries;
@@ -115,8 +123,7 @@ std::vector<pppoeia_port_vlan_entry> port_vlans_of(const context& context, const
   const api::operation* operation = &row("pppoeia_port_vlan_get_first");
   agent_client::answer answer = context.ask(*operation, {bridge, id});
   while (answer.result == 0) {
-    pppoeia_port_vlan_entry entry{};
-    std::memcpy(&entry, answer.buffers.back().data(), std::min(answer.buffers.back().size(), sizeof entry));
+    const pppoeia_port_vlan_entry entry = told_entry(answer);
     entries.push_back(entry);
     operation = &row("pppoeia_port_vlan_get_next");
     answer = context.ask(*operation, {bridge, id, std::to_string(entry.vlan_id & 0xffffu)});

@@ -18,6 +18,9 @@ std::vector<uint32_t> ports_of(const context& context, const std::string& bridge
 // VLANs enabled on the bridge, ascending.
 std::vector<uint16_t> vlans_of(const context& context, const std::string& bridge);
 
+// The entry that an operation told with its last argument.
+pppoeia_port_vlan_entry told_entry(const agent_client::answer& answer);
+
 // The port's VLAN entries, ascending by VLAN.
 std::vector<pppoeia_port_vlan_entry> port_vlans_of(const context& context, const std::string& bridge, uint32_t port);
 

@@ -134,9 +134,7 @@ private:
 
   uint16_t entry_take(const question& one)
   {
-    pppoeia_port_vlan_entry entry{};
-    const agent_client::buffer& bytes = one.told.buffers.back();
-    std::memcpy(&entry, bytes.data(), std::min(bytes.size(), sizeof entry));
+    const pppoeia_port_vlan_entry entry = told_entry(one.told);
     const auto text = [](const char(&field)[129]) { return std::string(field, strnlen(field, sizeof field)); };
     const auto vlan = static_cast<uint16_t>(entry.vlan_id);  // of the first entry, only these bits are written
     bridge_.ports[static_cast<uint32_t>(std::stoul(one.inputs[1]))].vlans[vlan] = {

@@ -139,11 +139,10 @@ words format_trial::expand(const words& parts)
 std::vector<words> format_trial::expand_on(const std::vector<uint32_t>& ports, const words& parts)
 {
   constexpr char separator = 1;
-  constexpr const char* no_vlan = "4095";
   if (ports.empty())
     return {};
-  set(vlan, no_vlan);
-  set(cvid, no_vlan);
+  set(vlan, std::to_string(no_vlan));
+  set(cvid, std::to_string(no_vlan));
   set(format, parts_join(parts, separator));
   std::vector<agent_client::question> questions;
   std::list<report_terminal> reports;
@@ -164,7 +163,7 @@ std::vector<words> format_trial::expand_on(const std::vector<uint32_t>& ports, c
   auto report = reports.begin();
   for (size_t i = 0; i < ports.size(); ++i, ++report)
     if (!values_part(expanded_text(report->take()), separator, parts.size(), expanded[i])) {
-      line_set(ports[i], 4095, 4095);
+      line_set(ports[i], no_vlan, no_vlan);
       expanded[i] = expand(parts);
       set(format, parts_join(parts, separator));
     }

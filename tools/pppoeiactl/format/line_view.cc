@@ -3,6 +3,7 @@
 #include "tools/pppoeiactl/agent/context.h"
 
 #include "pppoeia/customid/customid.h"
+#include "tools/pppoeiactl/agent/discovery.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -40,9 +41,7 @@ std::optional<pppoeia_port_vlan_entry> entry_of(const context& context, const st
     return std::nullopt;
   if (answer.result != 0)
     context.refuse(operation, inputs, answer.result);
-  pppoeia_port_vlan_entry entry{};
-  std::memcpy(&entry, answer.buffers.back().data(), std::min(answer.buffers.back().size(), sizeof entry));
-  return entry;
+  return told_entry(answer);
 }
 
 }  // namespace

@@ -10,9 +10,6 @@
 #include <map>
 #include <optional>
 
-// Stands for no particular VLAN, and for no customer VLAN.
-inline constexpr uint16_t no_vlan = 4095;
-
 // Of a mode or a format.
 enum class origin { port_vlan, port, bridge, nowhere };
 const char* origin_text(origin from);

@@ -206,7 +206,6 @@ uint32_t port_word_parse(const std::string& text)
 
 uint16_t vlan_word_parse(const std::string& text, const char* what)
 {
-  constexpr uint16_t no_vlan = 4095;
   return static_cast<uint16_t>(text == "none" ? no_vlan : number_word_parse(text, UINT16_MAX, what));
 }
 

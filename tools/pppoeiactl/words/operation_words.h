@@ -57,6 +57,9 @@ std::vector<std::pair<const api::operation*, words>> format_set_calls(const give
 // A decimal number in a command of this program's own, 0 to `most`; throws for any other text. `what` names it.
 uint64_t number_word_parse(const std::string& text, uint64_t most, const char* what);
 
+// Stands for no particular VLAN, and for no customer VLAN.
+inline constexpr uint16_t no_vlan = 4095;
+
 // A port's id, a VLAN's; "none" is no particular VLAN.
 uint32_t port_word_parse(const std::string& text);
 uint16_t vlan_word_parse(const std::string& text, const char* what = "vlan");
