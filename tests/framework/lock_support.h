@@ -1,5 +1,6 @@
 // What the tests of the framework lock share: deadlines, threads that act on command, looking at rows.
-#pragma once
+#ifndef TESTS_FRAMEWORK_LOCK_SUPPORT_H
+#define TESTS_FRAMEWORK_LOCK_SUPPORT_H
 
 #include "rte/BLL/core/recursive_shared_mutex.h"
 #include <boost/thread/thread.hpp>
@@ -107,3 +108,5 @@ inline outcome_t takeShared(recursiveSharedMutex_t& lock, const boost::system_ti
 }
 
 }  // namespace lock_test
+
+#endif

@@ -2,7 +2,8 @@
 // A message broker of the test's own: Debian's rabbitmq-server with its node name, home, data and ports in a new
 // temporary directory and on loopback only. Where none is installed, installed() says so. Started processes die with
 // the test.
-#pragma once
+#ifndef TESTS_FRAMEWORK_RABBIT_MQ_BROKER_H
+#define TESTS_FRAMEWORK_RABBIT_MQ_BROKER_H
 
 #include <amqp.h>
 #include <amqp_tcp_socket.h>
@@ -140,3 +141,5 @@ private:
   pid_t names_ = -1;
   pid_t broker_ = -1;
 };
+
+#endif

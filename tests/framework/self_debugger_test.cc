@@ -2,7 +2,7 @@
 // here; they do so under the sanitizers as well, because crash reports replace the sanitizer's own signal handlers.
 #include "rte/BLL/core/self_debugger.h"
 
-#include "rte/BLL/core/debugger/report_sink.h"
+#include "rte/BLL/core/debugger/reporter.h"
 #include "tests/support/files.h"
 #include <array>
 #include <atomic>

@@ -1,6 +1,6 @@
 // A fault in a bridge's worker, with the framework's crash reports installed, leaves a report.
 #include "pppoeia/pppoeia.h"
-#include "rte/BLL/core/debugger/report_sink.h"
+#include "rte/BLL/core/debugger/reporter.h"
 #include "rte/BLL/core/self_debugger.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/files.h"

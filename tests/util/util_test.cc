@@ -2,8 +2,7 @@
 #include "rte/BLL/util/kv_util.h"
 #include "rte/BLL/util/measure_time.h"
 #include "rte/BLL/util/port_mask_util.h"
-#include "rte/BLL/util/range_integer_number.h"
-#include "rte/BLL/util/range_interface_number.h"
+#include "rte/BLL/util/range_number.h"
 
 #include <gtest/gtest.h>
 

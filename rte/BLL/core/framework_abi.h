@@ -4,10 +4,13 @@
 // "undefined symbol: bll_framework_abi_2". Build the plug-in anew then.
 //
 // The number goes up with every change to a class, virtual or inline function or nested type of an installed header.
-#pragma once
+#ifndef RTE_BLL_CORE_FRAMEWORK_ABI_H
+#define RTE_BLL_CORE_FRAMEWORK_ABI_H
 
 extern "C" const char bll_framework_abi_2;
 
 namespace {
 [[gnu::used]] const char* const builtAgainstFramework = &bll_framework_abi_2;
 }
+
+#endif

@@ -1,5 +1,6 @@
 // Messages between the processors of a node: named queues, whoever keeps them.
-#pragma once
+#ifndef RTE_BLL_CORE_INTER_SOC_MQ_H
+#define RTE_BLL_CORE_INTER_SOC_MQ_H
 
 #include <string>
 
@@ -16,3 +17,5 @@ public:
   // breaks while it is being taken, but none gets lost.
   virtual bool consume(const std::string& queue, std::string& message, int timeout_ms) = 0;
 };
+
+#endif

@@ -1,5 +1,6 @@
 // How long a take of the framework lock may wait: a duration in microseconds that operators change at run time.
-#pragma once
+#ifndef RTE_BLL_CORE_LOCK_PERIOD_H
+#define RTE_BLL_CORE_LOCK_PERIOD_H
 
 #include <atomic>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -60,3 +61,5 @@ private:
   static duration fromTicks(int64_t ticks);
   std::atomic<int64_t> ticks_;
 };
+
+#endif

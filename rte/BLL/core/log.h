@@ -14,8 +14,10 @@
 // critical, warning and notice pass, debug is dropped, before anything is formatted.
 //
 // Until a back-end is installed nothing is stored, formatted or written.
-#pragma once
+#ifndef RTE_BLL_CORE_LOG_H
+#define RTE_BLL_CORE_LOG_H
 
+#include "base/thread_annotations.h"
 #include "rte/BLL/core/log_impl.h"
 #include <atomic>
 #include <boost/thread/mutex.hpp>
@@ -63,18 +65,21 @@ private:
   struct cache_t;
 
   bool passes();
-  LogImpl::logData_t& ownData();
-  void appendLine(LogImpl::logData_t& data, std::string_view line);
-  void appendTail(LogImpl::logData_t& data, std::string_view tail);
-  void handOver(LogImpl::logData_t& data);
+  LogImpl::logData_t& ownData() TSA_REQUIRES(mutex_);
+  void appendLine(LogImpl::logData_t& data, std::string_view line) TSA_REQUIRES(mutex_);
+  void appendTail(LogImpl::logData_t& data, std::string_view tail) TSA_REQUIRES(mutex_);
+  void handOver(LogImpl::logData_t& data) TSA_REQUIRES(mutex_);
 
   static thread_local cache_t cache_;
 
   const uint64_t serial_;  // tells this logger's entries in a thread's cache from those of another at the same address
-  boost::mutex mutex_;     // the log lock: guards all below and the back-end's calls
+  checked<boost::mutex> mutex_;                      // the log lock; held for the back-end's calls too
   std::atomic<LogImpl*> backEnd_ = nullptr;          // written under the lock, read anywhere
   std::atomic<int32_t> threshold_ = LogImpl::debug;  // written under the lock, read anywhere
-  bool overridden_ = false;
-  int32_t overrideLevel_ = 0;
-  std::map<boost::thread::id, LogImpl::logData_t> threads_;  // never shrinks: a thread may come back to its line
+  bool overridden_ TSA_GUARDED_BY(mutex_) = false;
+  int32_t overrideLevel_ TSA_GUARDED_BY(mutex_) = 0;
+  // Never shrinks: a thread may come back to its line.
+  std::map<boost::thread::id, LogImpl::logData_t> threads_ TSA_GUARDED_BY(mutex_);
 };
+
+#endif

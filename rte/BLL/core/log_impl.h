@@ -1,5 +1,6 @@
 // What stands behind the framework log: takes complete lines and puts them where they are kept.
-#pragma once
+#ifndef RTE_BLL_CORE_LOG_IMPL_H
+#define RTE_BLL_CORE_LOG_IMPL_H
 
 #include <cstdint>
 #include <string>
@@ -27,3 +28,5 @@ public:
   // it must not log through the framework log. There is no result; a line that cannot be kept is lost.
   virtual void writeMessageToLog(const logData_t& data) = 0;
 };
+
+#endif

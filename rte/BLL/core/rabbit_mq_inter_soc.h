@@ -7,8 +7,10 @@
 // itself and as much again for its turn behind other threads. Then the connection is given up, and until the back-off
 // interval has passed, calls fail at once. The interval doubles with each failure, from half a second to half a minute.
 // What the broker refuses in an orderly way (a reserved queue name, say) fails that call alone.
-#pragma once
+#ifndef RTE_BLL_CORE_RABBIT_MQ_INTER_SOC_H
+#define RTE_BLL_CORE_RABBIT_MQ_INTER_SOC_H
 
+#include "base/thread_annotations.h"
 #include "rte/BLL/core/inter_soc_mq.h"
 #include <boost/thread/mutex.hpp>
 #include <chrono>
@@ -50,11 +52,13 @@ public:
 private:
   // Two, so that a slow consumer delays no publisher.
   struct side_t {
-    boost::timed_mutex mutex;                        // held while the connection works, never while a consumer waits
-    std::unique_ptr<RabbitMqConnection> connection;  // null while off
+    checked<boost::timed_mutex> mutex;  // held while the connection works, never while a consumer waits
+    std::unique_ptr<RabbitMqConnection> connection TSA_GUARDED_BY(mutex) TSA_PT_GUARDED_BY(mutex);  // null while off
   };
   bool tryConsume(const std::string& queue, std::string& message, bool& again);
 
   side_t publisher_;
   side_t consumer_;
 };
+
+#endif

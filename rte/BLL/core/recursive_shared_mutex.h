@@ -16,7 +16,8 @@
 // holds nor the kernel thread id.
 //
 // Plug-ins take the lock through the scope classes of lock_guards.h, not through this interface.
-#pragma once
+#ifndef RTE_BLL_CORE_RECURSIVE_SHARED_MUTEX_H
+#define RTE_BLL_CORE_RECURSIVE_SHARED_MUTEX_H
 
 #include "rte/BLL/core/lock_period.h"
 #include <boost/thread/thread.hpp>
@@ -92,3 +93,5 @@ private:
   class threadRows_t;
   std::shared_ptr<impl_t> impl_;  // also known, weakly, to each thread with a row, for the end of that thread
 };
+
+#endif

@@ -7,7 +7,8 @@
 //
 // Strings of more than 64 KiB, each or over TCP together, or arguments that are none, are answered GARBAGE_ARGS; a
 // message whose handling has thrown SYSTEM_ERR; any other procedure PROC_UNAVAIL (RFC 5531).
-#pragma once
+#ifndef RTE_BLL_CORE_RPC_BLL_SERVICE_H
+#define RTE_BLL_CORE_RPC_BLL_SERVICE_H
 
 #include <rpc/rpc.h>
 
@@ -34,3 +35,5 @@ enum_t* rpc_send_message_to_bll_1_svc(char* message, char* value, char* terminal
 
 // The dispatch routine of the program.
 void bllRpcDispatch(svc_req* request, SVCXPRT* transport);
+
+#endif

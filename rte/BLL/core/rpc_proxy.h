@@ -2,7 +2,8 @@
 //
 // Services are registered by the start function, which runs on the proxy's thread. Each proxy serves its own ones, one
 // request at a time, and several proxies do so side by side: a request that takes long holds up no other proxy's.
-#pragma once
+#ifndef RTE_BLL_CORE_RPC_PROXY_H
+#define RTE_BLL_CORE_RPC_PROXY_H
 
 #include "base/thread_annotations.h"
 #include <boost/thread/thread.hpp>
@@ -58,3 +59,5 @@ private:
   then_t then_;
   int wake_ = -1;  // an event that ends the wait for input; -1 where there is none: then it ends within a second
 };
+
+#endif

@@ -1,5 +1,6 @@
 // Registering an ONC RPC service on the loopback interface, over UDP and TCP.
-#pragma once
+#ifndef RTE_BLL_CORE_RPC_REGISTER_H
+#define RTE_BLL_CORE_RPC_REGISTER_H
 
 #include <rpc/rpc.h>
 
@@ -14,3 +15,5 @@ using rpcDispatch_t = void (*)(svc_req*, SVCXPRT*);
 // Elsewhere the program becomes one of the RPC library's own table: whoever runs a loop over that serves it, and has to
 // find out for itself who calls.
 void rpcProxyRegisterSvc(rpcprog_t program, rpcvers_t version, rpcDispatch_t dispatch);
+
+#endif

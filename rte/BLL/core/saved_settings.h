@@ -3,7 +3,8 @@
 // The manager hands every entity an empty handle, so an entity that keeps settings asks here, in its
 // applyConfiguration(). bllhost names the file in the environment variable BLL_SAVED of its own process: that of
 // --load, or of --save once there is one. Another host may do the same.
-#pragma once
+#ifndef RTE_BLL_CORE_SAVED_SETTINGS_H
+#define RTE_BLL_CORE_SAVED_SETTINGS_H
 
 #include "rte/BLL/core/storage_mng.h"
 #include <cstdlib>
@@ -16,3 +17,5 @@ inline boost::shared_ptr<Storage::Setting> savedSetting(Storage::StorageMng& sto
   const char* const file = std::getenv("BLL_SAVED");
   return file && store.load(file) ? store.getRoot(entity) : boost::shared_ptr<Storage::Setting>();
 }
+
+#endif

@@ -9,14 +9,17 @@
 // Reached as singleton<SelfDebugger>::instance(). Any thread may call; nothing but std::bad_alloc is thrown, and no
 // call takes longer than two seconds. Where attaching is not allowed (a container may forbid it), stacks are answered
 // with failure, and the report of a crash says so.
-#pragma once
+#ifndef RTE_BLL_CORE_SELF_DEBUGGER_H
+#define RTE_BLL_CORE_SELF_DEBUGGER_H
 
+#include "base/thread_annotations.h"
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <sys/types.h>
+
+struct reporterProcess_t;
 
 class SelfDebugger {
 public:
@@ -47,13 +50,17 @@ public:
   std::string backtraceOf(int32_t kernelThreadId);
 
 private:
-  bool startReporter(std::chrono::steady_clock::time_point deadline);
-  bool sendRequest(int32_t kernelThreadId);
-  void dropReporter();
+  // From now on a fatal signal is told to the reporter before the process dies by it. To be called once.
+  static void catchCrashes(const reporterProcess_t& reporter);
+  bool startReporter(std::chrono::steady_clock::time_point deadline) TSA_REQUIRES(mutex_);
+  bool sendRequest(int32_t kernelThreadId) TSA_REQUIRES(mutex_);
+  void dropReporter() TSA_REQUIRES(mutex_);
 
   std::atomic<bool> manualReports_ = false;
-  std::mutex mutex_;   // guards what follows, and is held while the reporter works
-  pid_t owner_ = 0;    // process that the reporter was forked for
-  int requests_ = -1;  // socket to the reporter
-  pid_t reporter_ = 0;
+  checked_mutex mutex_;                       // held while the reporter works
+  pid_t owner_ TSA_GUARDED_BY(mutex_) = 0;    // process that the reporter was forked for
+  int requests_ TSA_GUARDED_BY(mutex_) = -1;  // socket to the reporter
+  pid_t reporter_ TSA_GUARDED_BY(mutex_) = 0;
 };
+
+#endif

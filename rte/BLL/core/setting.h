@@ -5,7 +5,8 @@
 //
 // Nothing here throws but for want of memory: every misuse prints one line on standard output and answers empty. A
 // handle does not own its element; it is good as long as its store lives and loads nothing else. One thread at a time.
-#pragma once
+#ifndef RTE_BLL_CORE_SETTING_H
+#define RTE_BLL_CORE_SETTING_H
 
 #include <boost/shared_ptr.hpp>
 #include <string>
@@ -39,3 +40,5 @@ private:
 };
 
 }  // namespace Storage
+
+#endif

@@ -1,5 +1,6 @@
 // One object of a class for the whole process, built on first use, once, whichever thread comes first.
-#pragma once
+#ifndef RTE_BLL_CORE_SINGLETON_H
+#define RTE_BLL_CORE_SINGLETON_H
 
 // The object is never destroyed: threads and static objects of plug-in libraries may use it until the process is gone.
 // Libraries loaded at run time share the host's object, because the host exports its symbols.
@@ -15,3 +16,5 @@ public:
     return *object;
   }
 };
+
+#endif

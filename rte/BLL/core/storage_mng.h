@@ -3,7 +3,8 @@
 // The elements directly under the document's root element are called roots here; a fresh document's root element is
 // "Configuration". One thread at a time uses a store and its settings; stores of different threads do not meet. Nothing
 // throws but for want of memory: every failure prints one line on standard output and answers empty or false.
-#pragma once
+#ifndef RTE_BLL_CORE_STORAGE_MNG_H
+#define RTE_BLL_CORE_STORAGE_MNG_H
 
 #include "rte/BLL/core/setting.h"
 #include <boost/shared_ptr.hpp>
@@ -42,3 +43,5 @@ private:
 };
 
 }  // namespace Storage
+
+#endif

@@ -1,5 +1,6 @@
 // The back-end of the framework log that writes to syslog(3), by way of base/system_log.h.
-#pragma once
+#ifndef RTE_BLL_CORE_SYS_LOG_H
+#define RTE_BLL_CORE_SYS_LOG_H
 
 #include "rte/BLL/core/log_impl.h"
 
@@ -10,3 +11,5 @@ public:
   // notice and debug, and LOG_CRIT for any other. An empty line is not written.
   void writeMessageToLog(const logData_t& data) override;
 };
+
+#endif

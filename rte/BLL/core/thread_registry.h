@@ -1,5 +1,6 @@
 // The table of the process's named threads: lock reports and the message "threads" show its names.
-#pragma once
+#ifndef RTE_BLL_CORE_THREAD_REGISTRY_H
+#define RTE_BLL_CORE_THREAD_REGISTRY_H
 
 #include "base/thread_annotations.h"
 #include <boost/thread/thread.hpp>
@@ -58,3 +59,5 @@ std::string pthreadHandleText(uint64_t handle);
 // The columns "thread::id | pid_t | pthread_t | name": the header line, and one row.
 void writeThreadHeader(std::ostream& out);
 void writeThreadRow(std::ostream& out, const threadsInfo_t& thread);
+
+#endif

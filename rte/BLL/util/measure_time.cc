@@ -1,10 +1,10 @@
 #include "rte/BLL/util/measure_time.h"
 
+#include "base/thread_annotations.h"
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <map>
-#include <mutex>
 
 namespace {
 
@@ -16,32 +16,42 @@ struct measured_t {
 
 std::atomic<bool> measuring{false};
 
-// What was measured, by name. Never destroyed: a scope may end while the process does.
-struct book_t {
-  std::mutex mutex;
-  std::map<std::string, measured_t> rows;  // guarded by mutex
+// What was measured, by name.
+class book_t {
+public:
+  void add(const char* name, uint64_t us)
+  {
+    const mutex_guard guard(mutex_);
+    measured_t& row = rows_[name];
+    ++row.count;
+    row.total_us += us;
+    row.longest_us = std::max(row.longest_us, us);
+  }
+  void show(std::ostream& out) const
+  {
+    const mutex_guard guard(mutex_);
+    for (const auto& [name, row] : rows_)
+      out << name << ": " << row.count << " times, " << row.total_us << " us in all, " << row.total_us / row.count
+          << " us mean, " << row.longest_us << " us longest\n";
+    if (rows_.empty())
+      out << "Nothing measured.\n";
+  }
+  void reset()
+  {
+    const mutex_guard guard(mutex_);
+    rows_.clear();
+  }
+
+private:
+  mutable checked_mutex mutex_;
+  std::map<std::string, measured_t> rows_ TSA_GUARDED_BY(mutex_);
 };
 
+// Never destroyed: a scope may end while the process does.
 book_t& book()
 {
   static auto& instance = *new book_t;
   return instance;
-}
-
-void show(std::ostream& out)
-{
-  const std::lock_guard lock(book().mutex);
-  for (const auto& [name, row] : book().rows)
-    out << name << ": " << row.count << " times, " << row.total_us << " us in all, " << row.total_us / row.count
-        << " us mean, " << row.longest_us << " us longest\n";
-  if (book().rows.empty())
-    out << "Nothing measured.\n";
-}
-
-void reset()
-{
-  const std::lock_guard lock(book().mutex);
-  book().rows.clear();
 }
 
 }  // namespace
@@ -57,12 +67,7 @@ measureTime_t::~measureTime_t()
   if (!name_)
     return;
   const auto took = std::chrono::steady_clock::now() - begin_;
-  const auto us = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(took).count());
-  const std::lock_guard lock(book().mutex);
-  measured_t& row = book().rows[name_];
-  ++row.count;
-  row.total_us += us;
-  row.longest_us = std::max(row.longest_us, us);
+  book().add(name_, static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(took).count()));
 }
 
 void measureTimeExtMsg(const std::string& msg, const std::string& value, std::ostream& out)
@@ -73,9 +78,9 @@ void measureTimeExtMsg(const std::string& msg, const std::string& value, std::os
     measuring = value == "on";
     out << "Measuring is " << value << ".\n";
   } else if (value == "show") {
-    show(out);
+    book().show(out);
   } else if (value == "reset") {
-    reset();
+    book().reset();
     out << "Measurements forgotten.\n";
   } else {
     out << "measureTime takes on, off, show or reset.\n";

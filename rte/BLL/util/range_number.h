@@ -4,6 +4,7 @@
 #define RTE_BLL_UTIL_RANGE_NUMBER_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +37,46 @@ public:
 
 private:
   std::vector<range_t> ranges_;
+};
+
+// Sets of 32-bit port or VLAN numbers within bounds that are fixed when the set is made.
+class CRangeIntegerNumber {
+public:
+  CRangeIntegerNumber(uint32_t least, uint32_t most) : least_(least), most_(most) {}
+
+  // As CRangeNumber::parse(), within the bounds.
+  bool parse(std::string_view text) { return numbers_.parse(text, least_, most_); }
+  bool contains(uint32_t number) const { return numbers_.contains(number); }
+  const CRangeNumber& numbers() const { return numbers_; }
+  std::string toString() const { return numbers_.toString(); }
+
+  // All numbers, ascending; false, and `out` as it was, when there are more than `at_most`.
+  bool expand(std::vector<uint32_t>& out, size_t at_most) const;
+
+private:
+  uint32_t least_;
+  uint32_t most_;
+  CRangeNumber numbers_;
+};
+
+// Sets of interfaces named by slot and port: "2/1-2/8,3/4". A range stays within one slot; "2/1-8" is the same.
+class CRangeInterfaceNumber {
+public:
+  // Replaces the set. False, and the set as it was, for anything that is no such list, for a range over two slots or
+  // backwards, and for numbers above the largest.
+  bool parse(std::string_view text);
+
+  bool contains(uint32_t slot, uint32_t port) const;
+  bool empty() const { return slots_.empty(); }
+  // Ports of each slot, ascending.
+  const std::map<uint32_t, CRangeNumber>& slots() const { return slots_; }
+  std::string toString() const;
+
+  static constexpr uint32_t slotMax = 255;
+  static constexpr uint32_t portMax = 65535;
+
+private:
+  std::map<uint32_t, CRangeNumber> slots_;
 };
 
 #endif

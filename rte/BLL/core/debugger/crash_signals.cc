@@ -1,7 +1,6 @@
 // The handler runs in a process that has gone wrong, perhaps with its heap or a lock broken: it only sends a packet,
 // waits for the answer and lets the signal take its course.
-#include "rte/BLL/core/debugger/crash_signals.h"
-
+#include "rte/BLL/core/debugger/reporter.h"
 #include "rte/BLL/core/self_debugger.h"
 #include <atomic>
 #include <cerrno>
@@ -121,7 +120,7 @@ private:
 
 }  // namespace
 
-void crashSignalsInstall(const reporterProcess_t& reporter)
+void SelfDebugger::catchCrashes(const reporterProcess_t& reporter)
 {
   crashReporter = reporter;
   reportedProcess = getpid();

@@ -1,7 +1,6 @@
 #include "rte/BLL/core/self_debugger.h"
 
-#include "rte/BLL/core/debugger/crash_signals.h"
-#include "rte/BLL/core/debugger/reporter_process.h"
+#include "rte/BLL/core/debugger/reporter.h"
 #include "rte/BLL/core/log/log_line.h"
 #include <sys/socket.h>
 #include <thread>
@@ -14,16 +13,16 @@ reportDeadline_t deadlineFromNow()
   return std::chrono::steady_clock::now() + longestRequest;
 }
 
-// Not owned if the deadline has come. Two who ask at once are rare enough to look again every few milliseconds;
+// False if the deadline has come. Two who ask at once are rare enough to look again every few milliseconds;
 // ThreadSanitizer does not know the wait of std::timed_mutex.
-std::unique_lock<std::mutex> lockBy(std::mutex& mutex, reportDeadline_t deadline)
+bool lockBy(checked_mutex& mutex, reportDeadline_t deadline) TSA_TRY_ACQUIRE(true, mutex)
 {
-  std::unique_lock guard(mutex, std::try_to_lock);
-  while (!guard.owns_lock() && std::chrono::steady_clock::now() < deadline) {
+  while (!mutex.try_lock()) {
+    if (std::chrono::steady_clock::now() >= deadline)
+      return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    (void)guard.try_lock();
   }
-  return guard;
+  return true;
 }
 
 }  // namespace
@@ -35,26 +34,30 @@ SelfDebugger::~SelfDebugger()
 
 bool SelfDebugger::installCrashReports()
 {
-  static std::mutex installing;  // signals belong to the process, not to an object
-  static bool installed = false;
+  static struct {
+    checked_mutex mutex;
+    bool done TSA_GUARDED_BY(mutex) = false;
+  } installed;  // signals belong to the process, not to an object
   const auto deadline = deadlineFromNow();
-  const std::unique_lock guard = lockBy(installing, deadline);
-  if (!guard.owns_lock())
+  if (!lockBy(installed.mutex, deadline))
     return false;
+  const mutex_guard guard(installed.mutex, std::adopt_lock);
   prepareThread();
-  if (installed)
+  if (installed.done)
     return true;
   const reporterProcess_t reporter = forkReporter(deadline);
   if (reporter.pid != 0)
-    crashSignalsInstall(reporter);
-  return installed = reporter.pid != 0;
+    catchCrashes(reporter);
+  return installed.done = reporter.pid != 0;
 }
 
 bool SelfDebugger::enableManualReports()
 {
   const auto deadline = deadlineFromNow();
-  const std::unique_lock guard = lockBy(mutex_, deadline);
-  if (!guard.owns_lock() || !startReporter(deadline))
+  if (!lockBy(mutex_, deadline))
+    return false;
+  const mutex_guard guard(mutex_, std::adopt_lock);
+  if (!startReporter(deadline))
     return false;
   manualReports_ = true;
   return true;
@@ -80,8 +83,10 @@ std::string SelfDebugger::backtraceOf(int32_t kernelThreadId)
   const auto deadline = deadlineFromNow();
   std::string text;
   text.reserve(longestAnswer + 1);  // now: the thread may be held still with the heap's lock in its hands
-  const std::unique_lock guard = lockBy(mutex_, deadline);
-  if (!guard.owns_lock() || !startReporter(deadline))
+  if (!lockBy(mutex_, deadline))
+    return {};
+  const mutex_guard guard(mutex_, std::adopt_lock);
+  if (!startReporter(deadline))
     return {};
   // The one at hand may have been killed, or have ended itself; a new one gets one chance.
   if (!sendRequest(kernelThreadId) && !(startReporter(deadline) && sendRequest(kernelThreadId)))

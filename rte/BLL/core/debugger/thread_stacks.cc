@@ -1,6 +1,5 @@
 #include "rte/BLL/core/debugger/thread_stacks.h"
 
-#include "rte/BLL/core/debugger/held_thread.h"
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -9,6 +8,9 @@
 #include <elfutils/libdwfl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <thread>
 
 namespace {
 
@@ -91,6 +93,57 @@ std::vector<frame_t>::const_iterator belowSignal(const std::vector<frame_t>& fra
   const auto trampoline =
       std::find_if(frames.begin() + 1, frames.end(), [](const frame_t& f) { return f.interrupted; });
   return trampoline == frames.end() || trampoline + 1 == frames.end() ? frames.begin() : trampoline + 1;
+}
+
+// A thread of another process, held still while its stack is read. Seizes the thread (ptrace(2)) and lets it go at the
+// end. No SIGSTOP is sent: should the tracer die in between, the thread simply goes on, where a SIGSTOP on its way
+// would stop the whole process. Like any stop it ends a few system calls with EINTR that the kernel does not restart
+// (epoll_wait(2), see signal(7)).
+class heldThread_t {
+public:
+  heldThread_t(pid_t thread, std::chrono::milliseconds longest);
+  ~heldThread_t();
+  heldThread_t(const heldThread_t&) = delete;
+  heldThread_t& operator=(const heldThread_t&) = delete;
+
+  bool isHeld() const { return state_ == state_t::held; }
+  // It was asked to stop and did not in time, deep in a driver perhaps. It will stop as soon as it comes back, and
+  // nobody but the end of this process can take that back.
+  bool isPending() const { return state_ == state_t::pending; }
+
+private:
+  enum class state_t { notOurs, pending, held };
+  state_t state_ = state_t::notOurs;
+  pid_t thread_;
+  int signal_ = 0;  // it was just about to get; delivered when it goes on
+};
+
+heldThread_t::heldThread_t(pid_t thread, std::chrono::milliseconds longest) : thread_(thread)
+{
+  if (ptrace(PTRACE_SEIZE, thread, nullptr, nullptr) != 0)
+    return;
+  state_ = state_t::pending;
+  ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr);
+  const auto deadline = std::chrono::steady_clock::now() + longest;
+  for (;;) {
+    int status = 0;
+    const pid_t stopped = waitpid(thread, &status, __WALL | WNOHANG);
+    if (stopped != 0) {
+      state_ = stopped == thread && WIFSTOPPED(status) ? state_t::held : state_t::notOurs;
+      const bool byRequest = (status >> 16) == PTRACE_EVENT_STOP;
+      signal_ = isHeld() && !byRequest ? WSTOPSIG(status) : 0;
+      return;
+    }
+    if (std::chrono::steady_clock::now() >= deadline)
+      return;
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+}
+
+heldThread_t::~heldThread_t()
+{
+  if (isHeld())
+    ptrace(PTRACE_DETACH, thread_, nullptr, static_cast<long>(signal_));
 }
 
 }  // namespace

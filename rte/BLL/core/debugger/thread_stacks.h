@@ -1,5 +1,6 @@
-// The stacks of another process's threads, as text. Not installed.
-#pragma once
+// The stacks of another process's threads, as text.
+#ifndef RTE_BLL_CORE_DEBUGGER_THREAD_STACKS_H
+#define RTE_BLL_CORE_DEBUGGER_THREAD_STACKS_H
 
 #include <chrono>
 #include <cstdint>
@@ -42,3 +43,5 @@ private:
 std::vector<int32_t> threadsOf(pid_t process);
 // As the kernel keeps it (15 characters); empty if the thread is gone.
 std::string threadName(pid_t process, int32_t kernelThreadId);
+
+#endif

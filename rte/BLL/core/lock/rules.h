@@ -13,7 +13,8 @@
 // The conditions of the rules are sums over the table: does another thread hold it exclusive, shared, who waits. The
 // table has a row for every thread of the process that ever asked, so the sums are kept beside it and no take or
 // release walks the table.
-#pragma once
+#ifndef RTE_BLL_CORE_LOCK_RULES_H
+#define RTE_BLL_CORE_LOCK_RULES_H
 
 #include "rte/BLL/core/recursive_shared_mutex.h"
 #include <cstdint>
@@ -149,3 +150,5 @@ private:
   uint64_t lastTurn_ = 0;
   stateMap_t states_;
 };
+
+#endif

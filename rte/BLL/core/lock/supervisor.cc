@@ -2,6 +2,7 @@
 // that provokes races, the check that code holds what it needs.
 #include "rte/BLL/core/lock/supervisor.h"
 
+#include "base/thread_annotations.h"
 #include "rte/BLL/core/lock/rules.h"
 #include "rte/BLL/core/lock_guards.h"
 #include "rte/BLL/core/log/log_line.h"
@@ -13,6 +14,7 @@
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <thread>
@@ -46,8 +48,6 @@ int64_t steadySeconds()
   return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-constexpr int64_t firstInterval_s = 45;
-
 std::vector<row_t> holders(const stateMap_t& states)
 {
   std::vector<row_t> found;
@@ -62,6 +62,48 @@ bool sameHolder(const row_t& a, const row_t& b)
          a.second.exclusiveCount == b.second.exclusiveCount && a.second.waiting == b.second.waiting &&
          a.second.kernelThreadId == b.second.kernelThreadId;
 }
+
+// Same requester, owner and kind, and the same rows that hold. Who else waits, and since when, does not matter.
+bool sameLockError(const lockError_t& a, const lockError_t& b)
+{
+  if (a.requester != b.requester || a.owner != b.owner || a.exclusiveRequested != b.exclusiveRequested ||
+      a.exclusiveHeld != b.exclusiveHeld)
+    return false;
+  const auto ofA = holders(a.states);
+  const auto ofB = holders(b.states);
+  return std::equal(ofA.begin(), ofA.end(), ofB.begin(), ofB.end(), sameHolder);
+}
+
+// How often the failures of one lock are reported in full: the same failure is told again only after a while, and each
+// time after twice as long; a different one at once.
+class lockBackoff_t {
+public:
+  enum class verdict_t { report, stillActive };
+
+  // Decides on `error` at `now` (seconds of any steady clock), and with `report` remembers it as the last one reported.
+  // Any thread; of two that fail alike at the same time one is told to report.
+  verdict_t judge(const lockError_t& error, int64_t now)
+  {
+    const mutex_guard guard(mutex_);
+    if (!last_ || !sameLockError(*last_, error)) {
+      interval_s_ = firstInterval_s;
+    } else {
+      if (now - lastReported_ < interval_s_)
+        return verdict_t::stillActive;
+      interval_s_ *= 2;
+    }
+    last_.emplace(error);
+    lastReported_ = now;
+    return verdict_t::report;
+  }
+
+private:
+  static constexpr int64_t firstInterval_s = 45;
+  checked_mutex mutex_;
+  std::optional<lockError_t> last_ TSA_GUARDED_BY(mutex_);
+  int64_t lastReported_ TSA_GUARDED_BY(mutex_) = 0;
+  int64_t interval_s_ TSA_GUARDED_BY(mutex_) = 0;
+};
 
 // Which threads' stacks are in the log already, and since when (steady seconds), by kernel thread id.
 class dumpedThreads_t {
@@ -142,31 +184,6 @@ lockSeam_t& lockSeam()
 {
   static constinit lockSeam_t seam = {writeToFrameworkLog, backtraceReportsEnabled, dumpBacktrace, steadySeconds};
   return seam;
-}
-
-bool sameLockError(const lockError_t& a, const lockError_t& b)
-{
-  if (a.requester != b.requester || a.owner != b.owner || a.exclusiveRequested != b.exclusiveRequested ||
-      a.exclusiveHeld != b.exclusiveHeld)
-    return false;
-  const auto ofA = holders(a.states);
-  const auto ofB = holders(b.states);
-  return std::equal(ofA.begin(), ofA.end(), ofB.begin(), ofB.end(), sameHolder);
-}
-
-lockBackoff_t::verdict_t lockBackoff_t::judge(const lockError_t& error, int64_t now)
-{
-  const mutex_guard guard(mutex_);
-  if (!last_ || !sameLockError(*last_, error)) {
-    interval_s_ = firstInterval_s;
-  } else {
-    if (now - lastReported_ < interval_s_)
-      return verdict_t::stillActive;
-    interval_s_ *= 2;
-  }
-  last_.emplace(error);
-  lastReported_ = now;
-  return verdict_t::report;
 }
 
 constinit std::atomic<bool> frameworkLocks_t::lockDebug{false};

@@ -1,12 +1,14 @@
 #include "rte/BLL/core/log.h"
 
+#include "base/system_log.h"
+#include "rte/BLL/core/sys_log.h"
 #include <algorithm>
-#include <boost/thread/lock_guard.hpp>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
 
-using guard_t = boost::lock_guard<boost::mutex>;
+using logGuard_t = checked_guard<checked<boost::mutex>>;
 
 constexpr size_t longestLine = 999;
 constexpr size_t pieceSize = 1000;
@@ -29,6 +31,33 @@ const char* levelWord(int level)
   }
 }
 
+int priorityOf(int32_t level)
+{
+  switch (level) {
+  case LogImpl::warning:
+    return LOG_WARNING;
+  case LogImpl::notice:
+    return LOG_NOTICE;
+  case LogImpl::debug:
+    return LOG_DEBUG;
+  default:
+    return LOG_CRIT;
+  }
+}
+
+// syslog daemons show a control character as an escape, so tabs are written out.
+std::string withoutTabs(const std::string& text)
+{
+  std::string result;
+  result.reserve(text.size());
+  for (const char character : text)
+    if (character == '\t')
+      result.append(4, ' ');
+    else
+      result.push_back(character);
+  return result;
+}
+
 }  // namespace
 
 // What a thread remembers of its entry, so that a message that is dropped takes no lock and searches nothing. Entries
@@ -45,7 +74,7 @@ Log::Log() : serial_(nextLogSerial++) {}
 
 void Log::reset(LogImpl* backEnd)
 {
-  const guard_t guard(mutex_);
+  const logGuard_t guard(mutex_);
   backEnd_ = backEnd;
 }
 
@@ -53,7 +82,7 @@ void Log::setLogLevel(LogImpl::logLevel_t level)
 {
   if (!backEnd_)
     return;
-  const guard_t guard(mutex_);
+  const logGuard_t guard(mutex_);
   threshold_ = level;
 }
 
@@ -61,7 +90,7 @@ void Log::setMsgLevel(LogImpl::logLevel_t level)
 {
   if (!backEnd_)
     return;
-  const guard_t guard(mutex_);
+  const logGuard_t guard(mutex_);
   LogImpl::logData_t& data = ownData();
   data.msgLevel = overridden_ ? overrideLevel_ : static_cast<int32_t>(level);
   cache_.msgLevel = data.msgLevel;
@@ -71,7 +100,7 @@ void Log::setDebugLevel(std::ostringstream* out, LogImpl::logLevel_t level, bool
 {
   if (!backEnd_)
     return;
-  const guard_t guard(mutex_);
+  const logGuard_t guard(mutex_);
   overridden_ = enabled;
   if (enabled)
     overrideLevel_ = level;
@@ -106,7 +135,7 @@ void Log::writeImpl(std::string_view text)
 {
   if (!passes())
     return;
-  const guard_t guard(mutex_);
+  const logGuard_t guard(mutex_);
   LogImpl::logData_t& data = ownData();
   if (data.msgLevel >= threshold_ || !backEnd_)
     return;
@@ -171,4 +200,14 @@ void Log::handOver(LogImpl::logData_t& data)
   backEnd_.load()->writeMessageToLog(data);
   data.buffer.clear();
   ThreadStamp(data);
+}
+
+void SysLog::writeMessageToLog(const logData_t& data)
+{
+  if (data.buffer.empty())
+    return;
+  if (data.buffer.find('\t') == std::string::npos)
+    system_log(priorityOf(data.msgLevel), data.buffer.c_str());
+  else
+    system_log(priorityOf(data.msgLevel), withoutTabs(data.buffer).c_str());
 }

@@ -1,9 +1,10 @@
-// One socket to a broker and the AMQP 0-9-1 frames on it. Not installed.
+// One socket to a broker and the AMQP 0-9-1 frames on it.
 //
 // librabbitmq codes and decodes the frames, but its own calls are not used where they may wait: they send without a
 // time limit and read on as long as anything arrives. So this class looks whether there is room before it lets the
 // library send a small frame, and feeds the library what it reads itself.
-#pragma once
+#ifndef RTE_BLL_CORE_MQ_AMQP_LINK_H
+#define RTE_BLL_CORE_MQ_AMQP_LINK_H
 
 #include <amqp.h>
 #include <array>
@@ -54,3 +55,5 @@ private:
   size_t inputBegin_ = 0;
   size_t inputEnd_ = 0;
 };
+
+#endif

@@ -1,5 +1,6 @@
-// A connection to an AMQP 0-9-1 broker, with its one channel, and when to try again after it broke. Not installed.
-#pragma once
+// A connection to an AMQP 0-9-1 broker, with its one channel, and when to try again after it broke.
+#ifndef RTE_BLL_CORE_MQ_RABBIT_MQ_CONNECTION_H
+#define RTE_BLL_CORE_MQ_RABBIT_MQ_CONNECTION_H
 
 #include "rte/BLL/core/mq/amqp_link.h"
 #include "rte/BLL/core/rabbit_mq_inter_soc.h"
@@ -60,3 +61,5 @@ private:
   std::chrono::milliseconds backOff_{0};  // 0 while the last call went well
   AmqpLink::deadline_t nextAttempt_{};
 };
+
+#endif

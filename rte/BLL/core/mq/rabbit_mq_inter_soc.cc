@@ -3,8 +3,6 @@
 #include "rte/BLL/core/mq/rabbit_mq_connection.h"
 #include <algorithm>
 #include <arpa/inet.h>
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/lock_types.hpp>
 #include <cxxabi.h>
 #include <thread>
 
@@ -17,8 +15,15 @@ using std::chrono::milliseconds;
 constexpr milliseconds firstPause(5);
 constexpr milliseconds longestPause(80);
 
-using turn_t = boost::unique_lock<boost::timed_mutex>;
+using sideMutex_t = checked<boost::timed_mutex>;
+using sideGuard_t = checked_guard<sideMutex_t>;
 const boost::chrono::milliseconds longestTurn(RabbitMqInterSoc::longestStep.count());
+
+// Each waits for its turn behind other threads, but not for ever.
+bool takeTurn(sideMutex_t& mutex) TSA_TRY_ACQUIRE(true, mutex)
+{
+  return mutex.try_lock_for(longestTurn);
+}
 
 bool isShortText(const std::string& text)
 {
@@ -59,10 +64,10 @@ bool RabbitMqInterSoc::enable(const rabbitMqSettings_t& settings)
     auto publishing = std::make_unique<RabbitMqConnection>(settings);
     auto consuming = std::make_unique<RabbitMqConnection>(settings);
     {
-      const boost::lock_guard<boost::timed_mutex> guard(publisher_.mutex);
+      const sideGuard_t guard(publisher_.mutex);
       publisher_.connection.swap(publishing);
     }
-    const boost::lock_guard<boost::timed_mutex> guard(consumer_.mutex);
+    const sideGuard_t guard(consumer_.mutex);
     consumer_.connection.swap(consuming);
     return true;
   });
@@ -72,7 +77,7 @@ void RabbitMqInterSoc::disable()
 {
   withoutThrowing([&] {
     for (side_t* const side : {&publisher_, &consumer_}) {
-      const boost::lock_guard<boost::timed_mutex> guard(side->mutex);
+      const sideGuard_t guard(side->mutex);
       side->connection.reset();
     }
     return true;
@@ -84,8 +89,10 @@ bool RabbitMqInterSoc::publish(const std::string& queue, const std::string& mess
   if (!isShortText(queue) || message.size() > largestMessage)
     return false;
   return withoutThrowing([&] {
-    const turn_t turn(publisher_.mutex, longestTurn);
-    return turn.owns_lock() && publisher_.connection && publisher_.connection->publish(queue, message);
+    if (!takeTurn(publisher_.mutex))
+      return false;
+    const sideGuard_t turn(publisher_.mutex, std::adopt_lock);
+    return publisher_.connection && publisher_.connection->publish(queue, message);
   });
 }
 
@@ -93,9 +100,11 @@ bool RabbitMqInterSoc::publish(const std::string& queue, const std::string& mess
 bool RabbitMqInterSoc::tryConsume(const std::string& queue, std::string& message, bool& again)
 {
   using got_t = RabbitMqConnection::got_t;
-  const turn_t turn(consumer_.mutex, longestTurn);
-  const got_t got =
-      turn.owns_lock() && consumer_.connection ? consumer_.connection->get(queue, message) : got_t::failure;
+  again = false;
+  if (!takeTurn(consumer_.mutex))
+    return false;
+  const sideGuard_t turn(consumer_.mutex, std::adopt_lock);
+  const got_t got = consumer_.connection ? consumer_.connection->get(queue, message) : got_t::failure;
   again = got == got_t::nothing;
   return got == got_t::message;
 }

@@ -1,5 +1,6 @@
-// Who may call the programs that the proxies serve. Not installed.
-#pragma once
+// Who may call the programs that the proxies serve.
+#ifndef RTE_BLL_CORE_RPC_ACCESS_H
+#define RTE_BLL_CORE_RPC_ACCESS_H
 
 #include "rte/BLL/core/rpc/call.h"
 #include <chrono>
@@ -25,3 +26,5 @@ private:
   std::chrono::steady_clock::time_point quietUntil_{};
   unsigned unsaid_ = 0;
 };
+
+#endif

@@ -1,10 +1,11 @@
-// One ONC RPC call (RFC 5531), from the bytes of its message to those of its reply. Not installed.
+// One ONC RPC call (RFC 5531), from the bytes of its message to those of its reply.
 //
 // The RPC library's transports stand in tables of the whole process that two threads cannot serve from, and they decode
 // a datagram beyond its end, into what an earlier one has left in the buffer. So the proxies receive by themselves. A
 // program does not notice: for the time of the call its dispatch routine has a transport on which svc_getargs(),
 // svc_freeargs(), svc_sendreply() and svcerr_...() work as on the library's own.
-#pragma once
+#ifndef RTE_BLL_CORE_RPC_CALL_H
+#define RTE_BLL_CORE_RPC_CALL_H
 
 #include "base/caller.h"
 #include "rte/BLL/core/rpc_register.h"
@@ -37,3 +38,5 @@ using rpcAdmit_t = std::function<std::optional<caller>(const rpcPeer_t&, const s
 // What the dispatch routine throws leaves here.
 std::string rpcAnswer(const rpcService_t& service, std::span<char> message, const rpcPeer_t& peer,
                       const rpcAdmit_t& admit, size_t largestReply);
+
+#endif

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr auto longestWait = std::chrono::seconds(3);
+constexpr auto longestStop = std::chrono::seconds(3);
 
 // The two agents that share the framework say by their names that they serve.
 RPCProxy::then_t usualFor(const std::string& name)
@@ -136,7 +136,7 @@ bool RPCProxy::stop(bool wait)
       eventfd_write(wake_, 1);
     if (!wait || thread_.get_id() == boost::this_thread::get_id())
       return true;
-    if (!ended_.wait_for(guard.waitable(), longestWait, [this]() TSA_REQUIRES(mutex_) { return !running_; }))
+    if (!ended_.wait_for(guard.waitable(), longestStop, [this]() TSA_REQUIRES(mutex_) { return !running_; }))
       return false;
   }
   reap();

@@ -1,5 +1,6 @@
 // What one proxy's thread serves: the sockets of its programs and the connections to them.
-#pragma once
+#ifndef RTE_BLL_CORE_RPC_SERVER_H
+#define RTE_BLL_CORE_RPC_SERVER_H
 
 #include "rte/BLL/core/rpc/call.h"
 #include <cstdint>
@@ -94,3 +95,5 @@ private:
   size_t libraryTransportsBefore_;
   std::unique_lock<std::mutex> library_;  // held while this server serves the library's transports
 };
+
+#endif

@@ -1,6 +1,6 @@
-// The files of the settings store: what they may be, how long they may get, and how one replaces another. Not
-// installed.
-#pragma once
+// The files of the settings store: what they may be, how long they may get, and how one replaces another.
+#ifndef RTE_BLL_CORE_SETTINGS_SETTINGS_FILE_H
+#define RTE_BLL_CORE_SETTINGS_SETTINGS_FILE_H
 
 #include "base/descriptor.h"
 
@@ -35,3 +35,5 @@ private:
 bool writeFile(const std::string& path, std::string_view content);
 
 }  // namespace Storage
+
+#endif

@@ -1,5 +1,6 @@
-// The process that inspects this one. Not installed.
-#pragma once
+// The process that inspects this one, and where it puts what it finds.
+#ifndef RTE_BLL_CORE_DEBUGGER_REPORTER_H
+#define RTE_BLL_CORE_DEBUGGER_REPORTER_H
 
 #include <chrono>
 #include <cstddef>
@@ -37,3 +38,13 @@ void letTrace(pid_t reporter);
 
 // The next packet as text, without the zero at its end; false if none came by the deadline or the reporter is gone.
 bool receiveAnswer(int socket, reportDeadline_t deadline, std::string& text);
+
+// Where the lines of a crash report go. Takes one line, without a newline, about the process `about`. Called in the
+// reporter process only, by its one thread.
+using reportSink_t = void (*)(pid_t about, const std::string& line);
+
+// The real one, to syslog at LOG_CRIT and to standard error, where one that does not read is not waited for, unless a
+// test has put its own in its place before the reporter is forked.
+reportSink_t& reportSink();
+
+#endif

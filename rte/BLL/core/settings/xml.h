@@ -1,16 +1,22 @@
-// What the settings store needs beside libxml2's own calls. Not installed.
+// What the settings store needs beside libxml2's own calls.
 //
 // Values are any bytes, but an XML document holds only well-formed UTF-8 without most control characters, not even as
 // character references. Each byte that does not fit stands in the document as one private character, U+EF00 plus the
 // byte; so do the bytes of a real character of that range, so that every value comes back as it was set. A document
 // from elsewhere reads the same unless it uses these 157 private characters.
-#pragma once
+#ifndef RTE_BLL_CORE_SETTINGS_XML_H
+#define RTE_BLL_CORE_SETTINGS_XML_H
 
 #include <libxml/tree.h>
 #include <string>
 #include <string_view>
 
 namespace Storage {
+
+// Reads a settings file. The document is the caller's to free; null if there is no such file or it is unfit to be one.
+// Then the reasons, ten at most, are on the standard error stream with their line numbers. Any thread; the process's
+// use of libxml2 has begun.
+xmlDoc* parseFile(const std::string& file);
 
 inline const xmlChar* toXml(const std::string& text)
 {
@@ -37,3 +43,5 @@ xmlNode* firstElement(xmlNode* node, const std::string& name);
 xmlNode* appendElement(xmlNode* parent, const std::string& name);
 
 }  // namespace Storage
+
+#endif

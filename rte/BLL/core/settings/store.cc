@@ -1,27 +1,37 @@
-#include "rte/BLL/core/storage_mng.h"
-
+#include "base/thread_annotations.h"
 #include "rte/BLL/core/settings/settings_file.h"
-#include "rte/BLL/core/settings/xml_parse.h"
-#include "rte/BLL/core/settings/xml_text.h"
+#include "rte/BLL/core/settings/xml.h"
+#include "rte/BLL/core/storage_mng.h"
 #include <boost/make_shared.hpp>
 #include <iostream>
 #include <libxml/parser.h>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 namespace Storage {
 
 namespace {
 
+boost::shared_ptr<Setting> handleOn(xmlNode* node)
+{
+  return node ? boost::make_shared<Setting>(node) : boost::shared_ptr<Setting>();
+}
+
+bool isNull(const xmlNode* node, const char* operation)
+{
+  if (!node)
+    std::cout << "Setting::" << operation << "(): node = 0\n" << std::flush;
+  return !node;
+}
+
 // libxml2's clean-up frees what all its users in the process share, and forgets, unfreed, what it keeps for each
 // thread. So it is done only while no other store lives, and only if a single thread has used stores since the last
 // one.
 struct parserUse_t {
-  std::mutex lock;
-  int liveStores = 0;
-  std::thread::id user;
-  bool severalUsers = false;
+  checked_mutex lock;
+  int liveStores TSA_GUARDED_BY(lock) = 0;
+  std::thread::id user TSA_GUARDED_BY(lock);
+  bool severalUsers TSA_GUARDED_BY(lock) = false;
 };
 
 parserUse_t& parserUse()
@@ -30,16 +40,16 @@ parserUse_t& parserUse()
   return use;
 }
 
-// Call with the lock held, from whoever goes on to use libxml2.
-void noteUser(parserUse_t& use)
+// Called by whoever goes on to use libxml2.
+void noteUser(parserUse_t& use) TSA_REQUIRES(use.lock)
 {
   const std::thread::id self = std::this_thread::get_id();
   use.severalUsers = use.severalUsers || (use.user != std::thread::id() && use.user != self);
   use.user = self;
 }
 
-// Call with the lock held; `others` counts the stores that still need the parser.
-void cleanUpParser(parserUse_t& use, int others)
+// `others` counts the stores that still need the parser.
+void cleanUpParser(parserUse_t& use, int others) TSA_REQUIRES(use.lock)
 {
   noteUser(use);
   if (others > 0 || use.severalUsers)
@@ -67,10 +77,59 @@ int writeDocument(const std::string& file, xmlDoc* document)
 
 }  // namespace
 
+std::string Setting::getValue(const std::string& name) const
+{
+  if (isNull(node_, "getValue"))
+    return {};
+  const xmlAttr* attribute = node_->properties;
+  while (attribute && !xmlStrEqual(attribute->name, toXml(name)))
+    attribute = attribute->next;
+  if (!attribute)
+    return {};
+  std::string text;
+  if (attributeText(*attribute, text))
+    return fromXmlText(text);
+  std::cout << "Setting::getValue(): value of " << name << " is too long\n" << std::flush;
+  return {};
+}
+
+void Setting::setValue(const std::string& name, const std::string& value)
+{
+  if (isNull(node_, "setValue"))
+    return;
+  const std::string text = toXmlText(value);
+  if (!isAttributeName(name) || !xmlNewProp(node_, toXml(name), toXml(text)))
+    std::cout << "Setting::setValue(): error during adding " << name << " to the node!\n" << std::flush;
+}
+
+boost::shared_ptr<Setting> Setting::getSubSetting(const std::string& name) const
+{
+  if (isNull(node_, "getSubSetting"))
+    return {};
+  return handleOn(firstElement(node_->children, name));
+}
+
+boost::shared_ptr<Setting> Setting::getNext() const
+{
+  if (isNull(node_, "getNext"))
+    return {};
+  return handleOn(xmlNextElementSibling(node_));
+}
+
+boost::shared_ptr<Setting> Setting::addSubSetting(const std::string& name)
+{
+  if (isNull(node_, "addSubSetting"))
+    return {};
+  xmlNode* const child = appendElement(node_, name);
+  if (!child)
+    std::cout << "Setting::addSubSetting(): error during adding " << name << " to the node as child!\n" << std::flush;
+  return handleOn(child);
+}
+
 StorageMng::StorageMng()
 {
   parserUse_t& use = parserUse();
-  const std::lock_guard guard(use.lock);
+  const mutex_guard guard(use.lock);
   noteUser(use);
   LIBXML_TEST_VERSION
   ++use.liveStores;
@@ -82,7 +141,7 @@ StorageMng::StorageMng()
 StorageMng::~StorageMng()
 {
   parserUse_t& use = parserUse();
-  const std::lock_guard guard(use.lock);
+  const mutex_guard guard(use.lock);
   freeDocument();
   cleanUpParser(use, --use.liveStores);
 }
@@ -92,7 +151,7 @@ bool StorageMng::load(const std::string& file)
   freeDocument();
   {
     parserUse_t& use = parserUse();
-    const std::lock_guard guard(use.lock);
+    const mutex_guard guard(use.lock);
     cleanUpParser(use, use.liveStores - 1);
     noteUser(use);
     xmlInitParser();
@@ -117,8 +176,9 @@ bool StorageMng::save(const std::string& file) const
     return false;
   }
   {
-    const std::lock_guard guard(parserUse().lock);
-    noteUser(parserUse());
+    parserUse_t& use = parserUse();
+    const mutex_guard guard(use.lock);
+    noteUser(use);
   }
   const int size = writeDocument(file, document_);
   if (size < 0) {
