@@ -6,6 +6,7 @@
 #ifndef BASE_PACKED_H
 #define BASE_PACKED_H
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -21,6 +22,18 @@ inline uint16_t be16_at(const_bytes from, size_t offset)
   if (offset + 2 <= from.size())
     return static_cast<uint16_t>(from[offset] << 8 | from[offset + 1]);
   return offset < from.size() ? static_cast<uint16_t>(from[offset] << 8) : uint16_t{0};
+}
+
+// Six bytes, such as a hardware address: the first in bits 40 to 47.
+inline uint64_t be48_at(const_bytes from, size_t offset)
+{
+  if (offset + sizeof(uint64_t) <= from.size()) {
+    uint64_t word = 0;
+    std::memcpy(&word, from.data() + offset, sizeof word);
+    return (std::endian::native == std::endian::little ? __builtin_bswap64(word) : word) >> 16;
+  }
+  return static_cast<uint64_t>(be16_at(from, offset)) << 32 | static_cast<uint64_t>(be16_at(from, offset + 2)) << 16 |
+         be16_at(from, offset + 4);
 }
 
 inline void be16_put(mutable_bytes to, size_t offset, uint16_t value)

@@ -10,7 +10,6 @@
 #include "platform/kvbridge/control.h"
 #include "platform/ncfm/ncfm.h"
 #include "pppoeia/api/operation.h"
-#include "pppoeia/kernel/bridge_control.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/kernel/kernel.h"
 #include "pppoeia/kernel/pseudo_device.h"

@@ -38,9 +38,8 @@ int pppoeia_init(void)
     pppoeia_log(log_warning, "Already initialized.");
 
   errno = 0;
-  if (const int fd = kernel->open_control(kvmng_path); fd >= 0) {
-    check_version(fd, "kvmng", kvmng_version_get, kvmng_version_expected);
-    kernel->close(fd);
+  if (const kernel_descriptor file(kernel->open_control(kvmng_path)); file) {
+    check_version(file.get(), "kvmng", kvmng_version_get, kvmng_version_expected);
   } else {
     const int reason = errno;
     pppoeia_log(log_critical, "Unable to contact kernel module 'kvmng'.");
@@ -48,12 +47,12 @@ int pppoeia_init(void)
       return reason;
   }
 
-  const int fd = kernel->open_control(kvbridge_path);
-  if (fd < 0) {
+  const kernel_descriptor file(kernel->open_control(kvbridge_path));
+  if (!file) {
     pppoeia_log(log_critical, "Unable to contact kernel module 'kvbridge'.");
-    return fd;
+    return -1;
   }
-  check_version(fd, "kvbridge", kvbridge_version_get, kvbridge_version_expected);
+  check_version(file.get(), "kvbridge", kvbridge_version_get, kvbridge_version_expected);
 
   pppoeia_state* former = pppoeia_globals.load();
   pppoeia_state* state = new (std::nothrow) pppoeia_state{};
@@ -62,7 +61,6 @@ int pppoeia_init(void)
   pppoeia_globals = state;
   if (!state)
     pppoeia_log(log_critical, "Cannot allocate memory.");
-  kernel->close(fd);
   return state ? 0 : -ENOMEM;
 }
 

@@ -23,7 +23,6 @@
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/kernel/kernel.h"
 #include "pppoeia/kernel/local_mac.h"
-#include "pppoeia/kernel/refusal_log.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 #include "pppoeia/status/bridge_status.h"
@@ -181,16 +180,32 @@ void step_back(pppoeia_bridge& bridge)
     sched_yield();
 }
 
+// The worker's hold of its bridge's mutex. Unlike bridge_lock it is not counted among those who wait: the worker steps
+// back for them.
+class worker_lock {
+public:
+  explicit worker_lock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+  ~worker_lock() { pthread_mutex_unlock(&mutex_); }
+  worker_lock(const worker_lock&) = delete;
+  worker_lock& operator=(const worker_lock&) = delete;
+
+private:
+  pthread_mutex_t& mutex_;
+};
+
 // One batch of at most `most` records: the number of records in it.
 unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, frame_services& services,
                      device_watch& device, uint64_t at_ns)
 {
-  pthread_mutex_lock(&bridge.mutex);
-  const int count = records.receive(most);
-  const int error = errno;
-  if (count > 0)
-    records.serve(static_cast<unsigned>(count), services, at_ns);
-  pthread_mutex_unlock(&bridge.mutex);
+  int count = 0;
+  int error = 0;
+  {
+    const worker_lock held(bridge.mutex);
+    count = records.receive(most);
+    error = errno;
+    if (count > 0)
+      records.serve(static_cast<unsigned>(count), services, at_ns);
+  }
   if (count <= 0) {
     device.failed(count < 0 ? error : 0);
     return 0;

@@ -12,7 +12,7 @@ inline constexpr char kvmng_path[] = "/proc/net/mng/config";
 inline constexpr char kvbridge_path[] = "/proc/net/kvbridge/config";
 
 // The control file of one bridge.
-inline std::string kvbridge_bridge_path(std::string_view bridge)
+[[gnu::cold]] inline std::string kvbridge_bridge_path(std::string_view bridge)
 {
   return "/proc/net/kvbridge/" + std::string(bridge) + "/bridge";
 }
@@ -49,7 +49,7 @@ inline constexpr char pppoe_filter[] = "pppoe";
 inline constexpr size_t device_name_size = 16;
 
 // What the pseudo device of a bridge is called: "<bridge>_pppoe", cut to 15 characters.
-inline std::string pseudo_device_name(std::string_view bridge)
+[[gnu::cold]] inline std::string pseudo_device_name(std::string_view bridge)
 {
   constexpr size_t most = device_name_size - 1;
   std::string name(bridge.substr(0, most));

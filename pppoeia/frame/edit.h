@@ -51,7 +51,7 @@ bool vendor_tag_take_out(mutable_bytes record, const parsed_frame& frame);
 // PADR into a PADS, from `own_mac` back to the client, with nothing but a Generic-Error tag in it; the rest of the
 // received record becomes 0xff. Record length and session id stay. It comes from `device`, and goes to no device by
 // name: the kernel bridge sends it where the client is.
-void error_answer_write(mutable_bytes record, const parsed_frame& request, std::string_view device,
-                        const unsigned char own_mac[6]);
+[[gnu::cold]] void error_answer_write(mutable_bytes record, const parsed_frame& request, std::string_view device,
+                                      const unsigned char own_mac[6]);
 
 #endif

@@ -44,14 +44,16 @@ discovery discovery_parse(const_bytes record, size_t ethertype)
 void tags_parse(parsed_frame& frame)
 {
   const tag_area tags = frame.tags();
-  const auto note = [&](size_t tag) {
-    if (frame.vendor_tag == no_tag && tags.header_inside(tag) && tags.type(tag) == pppoe::tag_vendor)
+  frame.last_tag = tags.first;
+  if (!tags.header_inside(tags.first))
+    return;
+  if (tags.type(tags.first) == pppoe::tag_vendor)
+    frame.vendor_tag = tags.first;
+  for (size_t tag = tags.begin(); tag != no_tag; tag = tags.behind(tag)) {
+    if (frame.vendor_tag == no_tag && tags.type(tag) == pppoe::tag_vendor)
       frame.vendor_tag = tag;
     frame.last_tag = tag;
-  };
-  note(tags.first);
-  for (size_t tag = tags.begin(); tag != no_tag; tag = tags.behind(tag))
-    note(tag);
+  }
 }
 
 }  // namespace

@@ -19,11 +19,8 @@ void frame_keep(pppoeia_bridge& bridge, const_bytes record)
 {
   const uint32_t words = static_cast<uint32_t>(be16_at(record, kernel_header::vlan_word)) << 16 |
                          be16_at(record, kernel_header::cvlan_word);
-  uint64_t mac = 0;
-  for (size_t i = 0; i < 6; ++i)
-    mac = mac << 8 | record[kernel_header::size + 6 + i];
   bridge.frame_vlan_words.store(words, std::memory_order_relaxed);
-  bridge.frame_client_mac = mac;
+  bridge.frame_client_mac = be48_at(record, kernel_header::size + 6);
 }
 
 bool record_well_formed(const pppoeia_bridge& bridge, const frame_record& record)

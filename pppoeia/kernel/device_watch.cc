@@ -1,12 +1,13 @@
 #include "pppoeia/kernel/device_watch.h"
 
 #include "platform/kvbridge/control.h"
-#include "pppoeia/kernel/bridge_control.h"
 #include "pppoeia/kernel/kernel.h"
+#include "pppoeia/kernel/pseudo_device.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -14,11 +15,11 @@ namespace {
 // Has the device made, unless it is there, and brings it up. Says nothing: it is tried many times.
 bool device_make(int sock, char* device)
 {
-  const int mng = kernel->open_control(kvmng_path);
-  if (mng < 0)
+  kernel_descriptor mng(kernel->open_control(kvmng_path));
+  if (!mng)
     return false;
-  const bool made = kernel->control(mng, kvmng_device_create, device) == 0 || errno == EEXIST;
-  kernel->close(mng);
+  const bool made = kernel->control(mng.get(), kvmng_device_create, device) == 0 || errno == EEXIST;
+  mng.reset();
   short flags = 0;
   return made && kernel->link_flags_get(sock, device, &flags) >= 0 &&
          kernel->link_flags_set(sock, device, static_cast<short>(flags | link_flag_up)) >= 0;
@@ -61,13 +62,9 @@ void device_watch::waited()
     return;
   if (!lost_)
     lose();
-  const int control_file = bridge_control_open(bridge_.name);
-  if (control_file < 0)
-    return;
-  if (restore(control_file))
-    kernel->close(std::exchange(bridge_.ctl_fd, control_file));
-  else
-    kernel->close(control_file);
+  kernel_descriptor control_file(bridge_control_open(bridge_.name));
+  if (control_file && restore(control_file.get()))
+    kernel->close(std::exchange(bridge_.ctl_fd, control_file.release()));
 }
 
 bool device_watch::restore(int control_file)
@@ -94,4 +91,22 @@ void device_watch::compare(int control_file) const
   if (mtu != bridge_.mtu || info.stag_ethertype != bridge_.stag_ethertype)
     pppoeia_log(log_warning, "<%s> MTU or S-Tag EtherType have changed: delete the bridge and add it again.",
                 bridge_.name);
+}
+
+void refusal_log::refused(const send_refusals& refusals)
+{
+  if (count_ == 0) {
+    told_at_ = clock::now();
+    pppoeia_log(log_warning, "<%s> Pseudo device '%s' refuses records: %s (%u bytes).", bridge_.name, bridge_.dev_name,
+                std::strerror(refusals.error), refusals.length);
+  }
+  count_ += refusals.count;
+}
+
+void refusal_log::taken()
+{
+  if (clock::now() - told_at_ < quiet_)
+    return;
+  pppoeia_log(log_warning, "<%s> Pseudo device '%s' takes records again, %llu were refused.", bridge_.name,
+              bridge_.dev_name, static_cast<unsigned long long>(std::exchange(count_, 0)));
 }

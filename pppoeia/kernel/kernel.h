@@ -7,6 +7,8 @@
 #ifndef PPPOEIA_KERNEL_KERNEL_H
 #define PPPOEIA_KERNEL_KERNEL_H
 
+#include "base/descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -78,9 +80,15 @@ struct kernel_ops {
 extern const kernel_ops* kernel;
 extern const kernel_ops kernel_linux;
 
+// A descriptor that was had from these functions, and goes back to them.
+struct kernel_close {
+  void operator()(int fd) const { kernel->close(fd); }
+};
+using kernel_descriptor = owned_descriptor<kernel_close>;
+
 inline constexpr unsigned kernel_batch_max = 32;
 
-// An error in the kernel's own words, errno names and device flags, so that logic needs no system header.
+// A device flag, so that logic needs no system header.
 inline constexpr short link_flag_up = 0x1;
 
 #endif

@@ -8,13 +8,9 @@
 
 int pppoeia_get_local_mac(unsigned char mac[6])
 {
-  const int fd = kernel->datagram_socket();
-  if (fd < 0 || kernel->link_mac(fd, "mng0", mac) < 0) {
-    pppoeia_log(log_error, "pppoeia_get_local_mac: error: %s\n", std::strerror(errno));
-    if (fd >= 0)
-      kernel->close(fd);
-    return -1;
-  }
-  kernel->close(fd);
-  return 0;
+  const kernel_descriptor socket(kernel->datagram_socket());
+  if (socket && kernel->link_mac(socket.get(), "mng0", mac) >= 0)
+    return 0;
+  pppoeia_log(log_error, "pppoeia_get_local_mac: error: %s\n", std::strerror(errno));
+  return -1;
 }

@@ -3,8 +3,10 @@
 #include "platform/kvbridge/control.h"
 #include "pppoeia/kernel/kernel.h"
 #include "pppoeia/log.h"
+#include "pppoeia/text.h"
 
 #include <cerrno>
+#include <cstring>
 
 namespace {
 
@@ -31,31 +33,29 @@ int flags_set_up(const char* bridge, const char* device, int sock)
 
 int bring_up(const char* bridge, const char* device)
 {
-  const int sock = kernel->datagram_socket();
-  if (sock < 0) {
+  const kernel_descriptor sock(kernel->datagram_socket());
+  if (!sock) {
     pppoeia_log(log_critical, "<%s> Unable to create socket.", bridge);
-    return sock;
+    return -1;
   }
-  const int rc = flags_set_up(bridge, device, sock);
+  const int rc = flags_set_up(bridge, device, sock.get());
   if (rc < 0)
     pppoeia_pseudo_dev_del(bridge, device);
-  kernel->close(sock);
   return rc;
 }
 
 int create(const char* bridge, const char* device)
 {
-  const int mng = kernel->open_control(kvmng_path);
-  if (mng < 0) {
+  const kernel_descriptor mng(kernel->open_control(kvmng_path));
+  if (!mng) {
     pppoeia_log(log_critical, "<%s> Unable to open '%s'.", bridge, kvmng_path);
-    return mng;
+    return -1;
   }
-  int rc = kernel->control(mng, kvmng_device_create, request_name(device));
+  int rc = kernel->control(mng.get(), kvmng_device_create, request_name(device));
   if (rc == 0 || (rc < 0 && errno == EEXIST))
     rc = bring_up(bridge, device);
   else
     pppoeia_log(log_critical, "<%s> Unable to create pseudo device '%s'.", bridge, device);
-  kernel->close(mng);
   return rc;
 }
 
@@ -72,12 +72,26 @@ int pppoeia_pseudo_dev_add(const char* bridge, const char* device)
 
 void pppoeia_pseudo_dev_del(const char* bridge, const char* device)
 {
-  const int mng = kernel->open_control(kvmng_path);
-  if (mng < 0) {
+  const kernel_descriptor mng(kernel->open_control(kvmng_path));
+  if (!mng) {
     pppoeia_log(log_critical, "<%s> Unable to open '%s'.", bridge, kvmng_path);
     return;
   }
-  const int rc = kernel->control(mng, kvmng_device_delete, request_name(device));
+  const int rc = kernel->control(mng.get(), kvmng_device_delete, request_name(device));
   pppoeia_log(log_debug, "<%s> Pseudo device '%s' %sdeleted.", bridge, device, rc != 0 ? "not " : "");
-  kernel->close(mng);
+}
+
+int bridge_control_open(const char* bridge)
+{
+  if (std::strchr(bridge, '/'))
+    return -1;
+  return kernel->open_control(kvbridge_bridge_path(bridge).c_str());
+}
+
+int bridge_filter_attach(int control_file, const char* device)
+{
+  kvbridge_filter request{};
+  text_copy(request.filter, pppoe_filter);
+  text_copy(request.device, device);
+  return kernel->control(control_file, kvbridge_filter_attach, &request);
 }

@@ -4,6 +4,7 @@
 #include "pppoeia/status/options.h"
 
 #include <algorithm>
+#include <array>
 #include <mutex>
 #include <new>
 
@@ -31,10 +32,14 @@ bridge_status::bridge_status(const char* name, uint32_t ports, line_limits limit
 
 namespace {
 
-size_t code_index(uint8_t code)
-{
-  return static_cast<size_t>(std::ranges::find(discovery_codes, code) - std::begin(discovery_codes));
-}
+// Of every code in discovery_codes, for each frame.
+constexpr auto code_indices = [] {
+  std::array<uint8_t, 256> indices{};
+  indices.fill(code_count - 1);
+  for (size_t i = 0; i < std::size(discovery_codes); ++i)
+    indices[discovery_codes[i]] = static_cast<uint8_t>(i);
+  return indices;
+}();
 
 const_bytes frame_of(const frame_record& record)
 {
@@ -50,12 +55,12 @@ void bridge_status::frame_done(const frame_record& record, const frame_result& r
   port_figures& figures = figures_[of_port ? result.port : 0];
   figures.fates[static_cast<size_t>(result.what)].add();
   if (counts_by_code(result.what))
-    figures.codes[code_index(result.code)].add();
+    figures.codes[code_indices[result.code]].add();
   lines.learn(record, result, now_ns);
   if (class_of(result.what) != fate_class::dropped)
     return;
   const const_bytes frame = frame_of(record);
-  const uint64_t client = source_mac(frame);
+  const uint64_t client = be48_at(frame, 6);
   figures.last_drop.set(static_cast<uint64_t>(result.what) << 48 | client);
   drops.add(frame, client, result, now_ns);
 }

@@ -1,11 +1,5 @@
 #include "pppoeia/status/drop_list.h"
 
-uint64_t source_mac(const_bytes frame)
-{
-  return static_cast<uint64_t>(be16_at(frame, 6)) << 32 | static_cast<uint64_t>(be16_at(frame, 8)) << 16 |
-         be16_at(frame, 10);
-}
-
 void drop_list::add(const_bytes frame, uint64_t client, const frame_result& result, uint64_t now_ns)
 {
   const uint64_t number = count_.own();

@@ -50,7 +50,4 @@ private:
   shared<uint64_t> count_;
 };
 
-// The source MAC of a frame as a number; what a short frame lacks reads as zero.
-uint64_t source_mac(const_bytes frame);
-
 #endif

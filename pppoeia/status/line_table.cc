@@ -7,30 +7,31 @@
 #include <bit>
 #include <utility>
 
-struct line_table::entry {
+// A client's request writes the first lines of the cache, a server's answer the later ones.
+struct alignas(64) line_table::entry {
   revision changes;
   shared<uint32_t> used;
   shared<uint32_t> port;
+  shared<uint32_t> retries;
+  shared<uint32_t> drops;
   shared<uint16_t> vid;
+  shared<uint16_t> session_id;
+  shared<uint16_t> error;
   shared<line_state> state;
   shared<bool> ended_by_client;
   shared<fate> last_drop;
-  shared<uint16_t> session_id;
-  shared<uint16_t> error;
-  shared<uint32_t> retries;
-  shared<uint32_t> drops;
   shared<uint64_t> client;
-  shared<uint64_t> server;
+  shared<uint64_t> seen_ns;
   shared<uint64_t> first_padi_ns;
+  uint64_t host_uniq;  // worker only: what tells this client's Host-Uniq tag from others
+  shared_bytes<63> service_name;
+  shared_bytes<135> vendor_tag;
+  shared<uint64_t> server;
   shared<uint64_t> pads_ns;
   shared<uint64_t> padt_ns;
-  shared<uint64_t> seen_ns;
   shared<uint64_t> setup_ns;
-  uint64_t host_uniq;  // worker only: what tells this client's Host-Uniq tag from others
   shared_bytes<63> ac_name;
-  shared_bytes<63> service_name;
-  shared_bytes<63> error_text;
-  shared_bytes<135> vendor_tag;
+  shared_bytes<63> error_text;  // while there is an error
 };
 
 // What a frame says.
@@ -60,21 +61,11 @@ uint64_t key_of(uint64_t client, uint16_t vid)
   return client << 16 | 0x8000u | vid;
 }
 
-uint64_t mac_at(const_bytes record, size_t offset)
-{
-  return static_cast<uint64_t>(be16_at(record, offset)) << 32 |
-         static_cast<uint64_t>(be16_at(record, offset + 2)) << 16 | be16_at(record, offset + 4);
-}
-
 // Enough to tell a client's own tags apart: beginning, end and length. Not 0.
 uint64_t trace_of(const_bytes value)
 {
-  uint64_t begin = 0, end = 0;
-  const size_t part = std::min(value.size(), sizeof begin);
-  if (part > 0) {
-    std::memcpy(&begin, value.data(), part);
-    std::memcpy(&end, value.data() + value.size() - part, part);
-  }
+  const uint64_t begin = front_word(value);
+  const uint64_t end = front_word(value.last(std::min(value.size(), sizeof begin)));
   return (begin ^ std::rotl(end, 17) ^ value.size() << 48) | 1u << 31;
 }
 
@@ -147,11 +138,13 @@ line_table::slot_number line_table::of_client(uint32_t port, uint16_t vid, uint6
 line_table::slot_number line_table::victim(uint32_t port) const
 {
   const slot_number first = (port - 1) * per_port_ + 1;
-  slot_number least = first;
-  for (slot_number slot = first + 1; slot < first + per_port_; ++slot)
-    if (worth_[slot] < worth_[least])
-      least = slot;
-  return least;
+  const uint32_t* const worth = &worth_[first];
+  uint32_t least = 0;
+  uint32_t least_worth = worth[0];
+  for (uint32_t place = 1; place < per_port_ && least_worth != 0; ++place)
+    if (worth[place] < least_worth)
+      least_worth = worth[least = place];
+  return first + least;
 }
 
 // Seconds (of 2^30 ns) in the lower bits: 34 years.
@@ -167,13 +160,11 @@ void line_table::worth_set(slot_number slot, uint64_t now_ns)
 }
 
 // A client that repeats its PADI within the second is counted; what it says was read a moment ago.
-bool line_table::is_repeated(const_bytes sent, const frame_result& result, uint64_t now_ns)
+bool line_table::is_repeated(slot_number slot, const frame_result& result, uint64_t now_ns)
 {
-  if (result.code != pppoe::padi || result.what != fate::tag_inserted)
-    return false;
-  const slot_number slot = of_client(result.port, result.vid, mac_at(sent, kernel_header::size + 6));
-  if (slot == 0 || entries_[slot].state.own() != line_state::discovering ||
-      worth_[slot] != worth_of(line_state::discovering, now_ns))
+  if (slot == 0 || result.code != pppoe::padi || result.what != fate::tag_inserted ||
+      worth_[slot] != worth_of(line_state::discovering, now_ns) ||
+      entries_[slot].state.own() != line_state::discovering)
     return false;
   entry& line = entries_[slot];
   line.seen_ns.set(now_ns);
@@ -261,7 +252,6 @@ line_table::slot_number line_table::make(uint32_t port, uint16_t vid, uint64_t c
   line.host_uniq = 0;
   line.ac_name.set({});
   line.service_name.set({});
-  line.error_text.set({});
   line.vendor_tag.set({});
   line.changes.end();
   return slot;
@@ -318,11 +308,9 @@ void line_table::client_asks(entry& line, const heard& frame)
     line.server.set(frame.to);
 }
 
-// Of a request, whatever became of it. One that was answered with an error has its sender for destination now.
-void line_table::from_client(const heard& frame)
+// Of a request, whatever became of it. `slot` is where its client has a line, or 0.
+void line_table::from_client(slot_number slot, uint64_t client, const heard& frame)
 {
-  const uint64_t client = frame.what == fate::error_answered ? frame.to : frame.from;
-  slot_number slot = of_client(frame.port, frame.vid, client);
   if (slot == 0)
     slot = make(frame.port, frame.vid, client);
   if (slot == 0)
@@ -417,7 +405,12 @@ void line_table::learn(const frame_record& record, const frame_result& result, u
   if (!asks(result.code) && (!server_code || dropped))
     return;
   const const_bytes sent{record.data, dropped ? record.received : std::min(result.length, record.capacity)};
-  if (is_repeated(sent, result, now_ns))
+  const uint64_t to = be48_at(sent, kernel_header::size);
+  const uint64_t from = be48_at(sent, kernel_header::size + 6);
+  // A request that was answered with an error has its sender for destination now.
+  const uint64_t client = result.what == fate::error_answered ? to : from;
+  const slot_number slot = asks(result.code) ? of_client(result.port, result.vid, client) : 0;
+  if (is_repeated(slot, result, now_ns))
     return;
   const size_t ethertype = result.ethertype;
   heard frame{.now_ns = now_ns,
@@ -425,13 +418,13 @@ void line_table::learn(const frame_record& record, const frame_result& result, u
               .vid = result.vid,
               .code = result.code,
               .what = result.what,
-              .to = mac_at(sent, kernel_header::size),
-              .from = mac_at(sent, kernel_header::size + 6),
+              .to = to,
+              .from = from,
               .session_id = be16_at(sent, ethertype + pppoe::session_id)};
   const size_t first = ethertype + pppoe::tags;
   tags_note(frame, {sent, first, first + be16_at(sent, ethertype + pppoe::payload_length)}, result.vendor_tag);
   if (asks(frame.code))
-    return from_client(frame);
+    return from_client(slot, client, frame);
   if (frame.code == pppoe::padt)
     client_ends(frame);
   if (!result.of_subscriber)
@@ -460,7 +453,7 @@ bool line_table::read(size_t slot, line_view& line) const
             from.drops.get(),
             from.last_drop.get(),
             from.error.get(),
-            from.error_text.get(),
+            from.error.get() != 0 ? from.error_text.get() : std::string(),
             from.ac_name.get(),
             from.service_name.get(),
             from.vendor_tag.get()};

@@ -88,13 +88,13 @@ private:
   slot_number waiting(const heard& frame);
   slot_number victim(uint32_t port) const;
   static uint32_t worth_of(line_state state, uint64_t now_ns);
-  bool is_repeated(const_bytes sent, const frame_result& result, uint64_t now_ns);
+  bool is_repeated(slot_number slot, const frame_result& result, uint64_t now_ns);
   void worth_set(slot_number slot, uint64_t now_ns);
   bool take_from_node();
   void unlink(slot_number slot);
   void count_change(line_state state, int by);
   void state_set(entry& line, line_state state);
-  void from_client(const heard& frame);
+  void from_client(slot_number slot, uint64_t client, const heard& frame);
   void client_ends(const heard& frame);
   void from_server(const heard& frame);
   void client_asks(entry& line, const heard& frame);

@@ -14,10 +14,7 @@ uint64_t client_of(const watched_frame& frame)
 {
   const const_bytes bytes_before{reinterpret_cast<const unsigned char*>(frame.before.data()), frame.before.size()};
   const bool from_server = frame.code == pppoe::pado || frame.code == pppoe::pads;
-  if (!from_server)
-    return source_mac(bytes_before);
-  return static_cast<uint64_t>(be16_at(bytes_before, 0)) << 32 | static_cast<uint64_t>(be16_at(bytes_before, 2)) << 16 |
-         be16_at(bytes_before, 4);
+  return be48_at(bytes_before, from_server ? 0 : 6);
 }
 
 std::string_view class_name(fate_class of)

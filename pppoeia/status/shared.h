@@ -38,6 +38,22 @@ private:
   std::atomic<uint64_t> count_;
 };
 
+// The first eight bytes as they would stand in memory; what is not there is zero. Called for every frame: loads of
+// fixed sizes that overlap are quicker than a copy of as many bytes as there are.
+inline uint64_t front_word(const_bytes from)
+{
+  static_assert(std::endian::native == std::endian::little);
+  const size_t size = from.size();
+  if (size >= 8)
+    return host_at<uint64_t>(from, 0);
+  if (size >= 4)
+    return host_at<uint32_t>(from, 0) | static_cast<uint64_t>(host_at<uint32_t>(from, size - 4)) << 8 * (size - 4);
+  if (size == 0)
+    return 0;
+  return from[0] | static_cast<uint64_t>(from[size / 2]) << 8 * (size / 2) |
+         static_cast<uint64_t>(from[size - 1]) << 8 * (size - 1);
+}
+
 // At most `Most` bytes (below 256). Longer ones are cut.
 template <size_t Most>
 class shared_bytes {
@@ -46,12 +62,11 @@ class shared_bytes {
 public:
   void set(const_bytes value)
   {
-    const size_t length = std::min(value.size(), Most);
-    const size_t first = std::min<size_t>(length, sizeof(uint64_t) - 1);
-    word_set(0, word_of(value.data(), first) << 8 | length);
+    const const_bytes kept = value.first(std::min(value.size(), Most));
+    word_set(0, front_word(kept) << 8 | kept.size());
     size_t word = 1;
-    for (size_t done = first; done < length; done += sizeof(uint64_t))
-      word_set(word++, word_of(value.data() + done, std::min(length - done, sizeof(uint64_t))));
+    for (size_t done = sizeof(uint64_t) - 1; done < kept.size(); done += sizeof(uint64_t))
+      word_set(word++, front_word(kept.subspan(done)));
   }
   std::string get() const
   {
@@ -66,15 +81,6 @@ private:
   static_assert(std::endian::native == std::endian::little, "the length stands in the first byte");
   static constexpr size_t count = (1 + Most + 7) / 8;
 
-  static uint64_t word_of(const unsigned char* from, size_t size)
-  {
-    uint64_t word = 0;
-    if (size == sizeof word)
-      std::memcpy(&word, from, sizeof word);
-    else if (size > 0)
-      std::memcpy(&word, from, size);
-    return word;
-  }
   // What stands there already is mostly the same.
   void word_set(size_t word, uint64_t value)
   {

@@ -12,19 +12,25 @@ template <typename T>
 class zeroed {
 public:
   // Throws std::bad_alloc.
-  explicit zeroed(size_t count) : items_(static_cast<T*>(std::calloc(count, sizeof(T))))
+  explicit zeroed(size_t count) : block_(std::calloc(count + spare, sizeof(T)))
   {
-    if (!items_)
+    size_t size = (count + spare) * sizeof(T);
+    void* begin = block_.get();
+    if (!begin)
       throw std::bad_alloc();
+    items_ = static_cast<T*>(std::align(alignof(T), count * sizeof(T), begin, size));
   }
-  T& operator[](size_t i) { return items_.get()[i]; }
-  const T& operator[](size_t i) const { return items_.get()[i]; }
+  T& operator[](size_t i) { return items_[i]; }
+  const T& operator[](size_t i) const { return items_[i]; }
 
 private:
+  // One more, where the allocator does not align by itself.
+  static constexpr size_t spare = alignof(T) > alignof(std::max_align_t) ? 1 : 0;
   struct release {
-    void operator()(T* items) const { std::free(static_cast<void*>(items)); }
+    void operator()(void* block) const { std::free(block); }
   };
-  std::unique_ptr<T, release> items_;
+  std::unique_ptr<void, release> block_;
+  T* items_;
 };
 
 #endif

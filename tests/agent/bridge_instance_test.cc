@@ -2,7 +2,6 @@
 #include "pppoeia/kernel/device_watch.h"
 #include "pppoeia/kernel/local_mac.h"
 #include "pppoeia/kernel/receive_ring.h"
-#include "pppoeia/kernel/refusal_log.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
