@@ -189,6 +189,39 @@ std::optional<buffer> encode_number(const api::argument& argument, std::string_v
   return bytes_of(static_cast<uint32_t>(*number));
 }
 
+// Stands for every positive result.
+constexpr int32_t inapplicable = 1;
+
+struct refusal {
+  std::string_view operation;  // empty: any
+  int32_t result;
+  std::string_view means;  // empty: what the system says of the number
+};
+
+// The first row that fits holds.
+constexpr refusal refusals[] = {
+    {"pppoeia_init", inapplicable, ""},
+    {"pppoeia_fini", -ENOENT, "agent not initialised"},
+    {"pppoeia_bridge_add", inapplicable, ""},
+    {"pppoeia_bridge_add", -ENODEV, "bridge already exists"},
+    {"pppoeia_bridge_vendor_set", -ENOMEM, "text too long"},
+    {"pppoeia_port_add", -ENOSPC, "port id out of range"},
+    {"pppoeia_vlan_name_set", -ENODEV, "no such VLAN"},
+    {"pppoeia_test_dump", inapplicable, "no such bridge"},
+    {"pppoeia_test_set", inapplicable, "no such bridge"},
+    {"pppoeia_test_debug", inapplicable, "no such bridge"},
+    {"pppoeia_test_run", inapplicable, "no such bridge"},
+    {"", inapplicable, "not applicable to this bridge or port"},
+    {"", -EPERM, "not possible"},
+    {"", -ENOENT, "no such bridge or entry"},
+    {"", -ENXIO, "agent not initialised"},
+    {"", -ENOMEM, "no memory"},
+    {"", -ENODEV, "no such port"},
+    {"", -EINVAL, "invalid value"},
+    {"", -EMFILE, "no such kernel bridge"},
+    {"", -ENOSPC, "text too long"},
+};
+
 }  // namespace
 
 std::optional<int64_t> number_parse(const api::argument& argument, std::string_view text)
@@ -272,33 +305,10 @@ std::string number_word(const api::argument& argument, int64_t number)
 
 std::string error_text(std::string_view operation, int32_t result)
 {
-  if (result > 0 && operation.starts_with("pppoeia_test_"))
-    return "no such bridge";
-  if (result > 0)
-    return operation == "pppoeia_init" || operation == "pppoeia_bridge_add" ? std::strerror(result)
-                                                                            : "not applicable to this bridge or port";
-  if (operation == "pppoeia_bridge_add" && result == -ENODEV)
-    return "bridge already exists";
-  switch (-result) {
-  case EPERM:
-    return "not possible";
-  case ENOENT:
-    return operation == "pppoeia_fini" ? "agent not initialised" : "no such bridge or entry";
-  case ENXIO:
-    return "agent not initialised";
-  case ENOMEM:
-    return operation == "pppoeia_bridge_vendor_set" ? "text too long" : "no memory";
-  case ENODEV:
-    return operation == "pppoeia_vlan_name_set" ? "no such VLAN" : "no such port";
-  case EINVAL:
-    return "invalid value";
-  case EMFILE:
-    return "no such kernel bridge";
-  case ENOSPC:
-    return operation == "pppoeia_port_add" ? "port id out of range" : "text too long";
-  default:
-    return std::strerror(-result);
-  }
+  for (const refusal& row : refusals)
+    if ((row.operation.empty() || row.operation == operation) && row.result == std::min(result, inapplicable))
+      return row.means.empty() ? std::strerror(result) : std::string(row.means);
+  return std::strerror(-result);
 }
 
 }  // namespace agent_client

@@ -1,60 +1,56 @@
 #include "tools/pppoeiactl/config/settings.h"
 
-#include <limits>
+#include <algorithm>
 
 namespace config {
 namespace {
 
-constexpr setting node_rows[] = {
-    {"debug-state", "off", change::by_setter, "pppoeia_debug_admin_state_set", "pppoeia_debug_admin_state_get", ""},
-    {"log-level", "info", change::by_setter, "pppoeia_log_level_set", "pppoeia_log_level_get", ""},
+// By what the settings are told whose getters have no function id.
+struct expansion {
+  std::string_view setter;
+  std::string_view macro;
 };
 
-// The largest PDU of a new bridge is what its device allows, which no operation tells.
-constexpr setting bridge_rows[] = {
-    {"slots", "", change::by_birth, "pppoeia_bridge_add", "", ""},
-    {"max-pdu", "", change::by_setter, "pppoeia_bridge_max_pdu_set", "pppoeia_bridge_max_pdu_get", ""},
-    {"state", "on", change::by_setter, "pppoeia_bridge_state_set", "pppoeia_bridge_state_get", ""},
-    {"vendor", "VELTRONA", change::by_setter, "pppoeia_bridge_vendor_set", "pppoeia_bridge_vendor_get", ""},
-    {"shelf-id", "", change::by_setter, "pppoeia_bridge_shelf_id_set", "pppoeia_bridge_shelf_id_get", ""},
-    {"chassis-id", "99", change::by_setter, "pppoeia_bridge_chassis_id_set", "pppoeia_bridge_chassis_id_get", ""},
-    {"sysname", "", change::by_setter, "pppoeia_bridge_sysname_set", "", "$SYSNAME", 64},
-    {"location", "", change::by_setter, "pppoeia_bridge_location_set", "", "$LOCATION", 64},
-    {"contact", "", change::by_setter, "pppoeia_bridge_contact_set", "", "$CONTACT", 64},
-    {"vsa-mode", "remove", change::by_setter, "pppoeia_bridge_vsa_mode_set", "pppoeia_bridge_vsa_mode_get", ""},
-    {"insert-circuit-id", "on", change::by_setter, "pppoeia_bridge_vsa_insert_circuit_id_set",
-     "pppoeia_bridge_vsa_insert_circuit_id_get", ""},
-    {"insert-remote-id", "on", change::by_setter, "pppoeia_bridge_vsa_insert_remote_id_set",
-     "pppoeia_bridge_vsa_insert_remote_id_get", ""},
-    {"circuit-id-cvlan", "off", change::by_setter, "pppoeia_bridge_vsa_circuit_id_cvlan_set",
-     "pppoeia_bridge_vsa_circuit_id_cvlan_get", ""},
-    {"circuit-id-format", "", change::by_setter, "pppoeia_circuit_id_format_set", "pppoeia_circuit_id_format_get", ""},
-    {"remote-id-format", "", change::by_setter, "pppoeia_remote_id_format_set", "pppoeia_remote_id_format_get", ""},
+constexpr expansion expansions[] = {
+    {"pppoeia_bridge_sysname_set", "$SYSNAME"},       {"pppoeia_bridge_location_set", "$LOCATION"},
+    {"pppoeia_bridge_contact_set", "$CONTACT"},       {"pppoeia_bridge_intf_descr_set", "$INTF_DSCR"},
+    {"pppoeia_bridge_cpe_serial_set", "$CPE_SERIAL"}, {"pppoeia_bridge_cpe_mac_set", "$CPE_MAC"},
 };
 
-// Of the location, each type of port shows what it uses.
-constexpr setting port_rows[] = {
-    {"device", "", change::by_birth, "pppoeia_port_add", "", ""},
-    {"name", "", change::by_name, "pppoeia_port_name_update", "", "$INTF", 14},
-    {"type", "", change::by_birth, "pppoeia_port_add", "", "$INTF_TYPE", 10},
-    {"kind", "0", change::by_birth, "pppoeia_port_add", "", ""},
-    {"panel-kind", "0", change::by_name, "pppoeia_port_name_update", "", ""},
-    {"panel", "", change::by_name, "pppoeia_port_name_update", "", "$PANEL", 8},
-    {"onu", "0", change::by_name, "pppoeia_port_name_update", "", "$ONU", 10},
-    {"gem", "0", change::by_name, "pppoeia_port_name_update", "", "$VGEM", 10},
-    {"pvc", "0", change::by_name, "pppoeia_port_name_update", "", "$PVC_INTF", 10},
-    {"reserved", "0", change::by_name, "pppoeia_port_name_update", "", ""},
-    {"parent", "0", change::by_setter, "pppoeia_port_parent_set", "pppoeia_port_parent_get", ""},
-    {"trust", "trusted", change::by_setter, "pppoeia_port_trust_set", "pppoeia_port_trust_get", ""},
-    {"state", "disabled", change::by_setter, "pppoeia_port_state_set", "pppoeia_port_state_get", ""},
-    {"remote-id", "", change::by_setter, "pppoeia_port_remote_id_set", "pppoeia_port_remote_id_get", ""},
-    {"circuit-id-mode", "ethernet", change::by_setter, "pppoeia_port_vsa_circuit_id_mode_set",
-     "pppoeia_port_vsa_circuit_id_mode_get", ""},
-    {"pvc", "4294967295 4294967295", change::by_setter, "pppoeia_port_pvc_set", "pppoeia_port_pvc_get", ""},
-    {"description", "", change::by_setter, "pppoeia_bridge_intf_descr_set", "", "$INTF_DSCR", 64},
-    {"cpe-serial", "", change::by_setter, "pppoeia_bridge_cpe_serial_set", "", "$CPE_SERIAL", 12},
-    {"cpe-mac", "00:00:00:00:00:00", change::by_setter, "pppoeia_bridge_cpe_mac_set", "", "$CPE_MAC", 17},
-};
+std::string initial_text(const api::argument&, const char* text)
+{
+  return text;
+}
+
+std::string initial_text(const api::argument& argument, int64_t number)
+{
+  return agent_client::number_word(argument, number);
+}
+
+// A row of the agent's table.
+template <typename Factory>
+setting of_agent(std::string name, const Factory& factory, std::string_view setter, std::string_view getter)
+{
+  constexpr size_t mac_characters = 17;
+  std::ranges::replace(name, '_', '-');
+  const api::argument& value = api::find_operation(setter)->arguments().back();
+  setting row{name, initial_text(value, factory), change::by_setter, setter};
+  if (api::find_operation(getter))
+    row.getter = getter;
+  else if (const auto* told = std::ranges::find(expansions, setter, &expansion::setter); told != std::end(expansions)) {
+    row.macro = told->macro;
+    row.most = value.what == api::kind::mac ? mac_characters : value.size;
+  }
+  return row;
+}
+
+#define OF_BRIDGE(name, field, setter, getter, ...) of_agent(#name, bridge_factory.field, #setter, #getter),
+#define OF_PORT(name, field, setter, getter, ...) of_agent(#name, port_factory.field, #setter, #getter),
+#define OF_OWN(name, factory, setter, getter) of_agent(#name, factory, #setter, #getter),
+
+using node_table = std::array<setting, node_values>;
+using bridge_table = std::array<setting, bridge_values>;
+using port_table = std::array<setting, port_values>;
 
 bool is_number(api::kind what)
 {
@@ -94,17 +90,35 @@ void append(std::string& values, const std::string& text)
 
 std::span<const setting, node_values> node_settings()
 {
-  return node_rows;
+  static const node_table rows{PPPOEIA_PROCESS_SETTINGS(OF_OWN)};
+  return rows;
 }
 
+// The largest PDU of a new bridge is what its device allows, which no operation tells.
 std::span<const setting, bridge_values> bridge_settings()
 {
-  return bridge_rows;
+  static const bridge_table rows{setting{"slots", "", change::by_birth, "pppoeia_bridge_add"},
+                                 PPPOEIA_BRIDGE_SETTINGS(OF_BRIDGE, OF_BRIDGE, OF_OWN)};
+  return rows;
 }
 
+// Of the location, each type of port shows what it uses.
 std::span<const setting, port_values> port_settings()
 {
-  return port_rows;
+  constexpr std::string_view add = "pppoeia_port_add";
+  constexpr std::string_view rename = "pppoeia_port_name_update";
+  static const port_table rows{setting{"device", "", change::by_birth, add},
+                               setting{"name", "", change::by_name, rename, "", "$INTF", 14},
+                               setting{"type", "", change::by_birth, add, "", "$INTF_TYPE", 10},
+                               setting{"kind", "0", change::by_birth, add},
+                               setting{"panel-kind", "0", change::by_name, rename},
+                               setting{"panel", "", change::by_name, rename, "", "$PANEL", 8},
+                               setting{"onu", "0", change::by_name, rename, "", "$ONU", 10},
+                               setting{"gem", "0", change::by_name, rename, "", "$VGEM", 10},
+                               setting{"pvc", "0", change::by_name, rename, "", "$PVC_INTF", 10},
+                               setting{"reserved", "0", change::by_name, rename},
+                               PPPOEIA_PORT_SETTINGS(OF_PORT, OF_PORT, OF_OWN)};
+  return rows;
 }
 
 std::string canonical(const api::operation& setter, size_t skip, std::span<const std::string> words)

@@ -1,4 +1,5 @@
 // Everything that can be set on the agent, a row each: how it is written, how it is read, what it is on a new object.
+// All but what is given with a new object comes from the rows of the agent's own table (pppoeia/api/settings.h).
 // Reading a file, reading the agent, comparing and writing all go by these rows.
 //
 // A value stands as a person writes it: a number by its word where it has one, a text by its bytes, two numbers (of a
@@ -6,6 +7,7 @@
 #ifndef TOOLS_PPPOEIACTL_CONFIG_SETTINGS_H
 #define TOOLS_PPPOEIACTL_CONFIG_SETTINGS_H
 
+#include "pppoeia/api/settings.h"
 #include "tools/pppoeiactl/agent/context.h"
 
 #include <optional>
@@ -25,34 +27,24 @@ enum class change : uint8_t {
 };
 
 struct setting {
-  std::string_view key;      // in records of "port add", and for people
-  std::string_view initial;  // on a new object
+  std::string key;      // in records of "port add", and for people
+  std::string initial;  // on a new object
   change how = change::by_setter;
-  std::string_view setter;  // operations; the values are its arguments behind those that name the object
-  std::string_view getter;  // empty: no operation tells
-  std::string_view macro;   // whose expansion on the port is the value, where no operation tells
-  size_t most = 0;          // characters of that
+  std::string_view setter{};  // operations; the values are its arguments behind those that name the object
+  std::string_view getter{};  // empty: no operation tells
+  std::string_view macro{};   // whose expansion on the port is the value, where no operation tells
+  size_t most = 0;            // characters of that
 };
 
-enum node_value : size_t { node_debug_state, node_log_level, node_values };
+// The agent's settings, in its table's order, behind what is given with a new object.
+#define CONFIG_NODE(name, ...) node_##name,
+#define CONFIG_BRIDGE(name, ...) bridge_##name,
+#define CONFIG_PORT(name, ...) port_##name,
+enum node_value : size_t { PPPOEIA_PROCESS_SETTINGS(CONFIG_NODE) node_values };
 
 enum bridge_value : size_t {
   bridge_slots,
-  bridge_max_pdu,
-  bridge_state,
-  bridge_vendor,
-  bridge_shelf_id,
-  bridge_chassis_id,
-  bridge_sysname,
-  bridge_location,
-  bridge_contact,
-  bridge_vsa_mode,
-  bridge_insert_circuit_id,
-  bridge_insert_remote_id,
-  bridge_circuit_id_cvlan,
-  bridge_circuit_id_format,
-  bridge_remote_id_format,
-  bridge_values
+  PPPOEIA_BRIDGE_SETTINGS(CONFIG_BRIDGE, CONFIG_BRIDGE, CONFIG_BRIDGE) bridge_values
 };
 
 // In the order in which a port gets them: what a frame's fate depends on first.
@@ -67,17 +59,11 @@ enum port_value : size_t {
   port_gem,
   port_pvc_intf,
   port_reserved,
-  port_parent,
-  port_trust,
-  port_state,
-  port_remote_id,
-  port_circuit_id_mode,
-  port_pvc,
-  port_description,
-  port_cpe_serial,
-  port_cpe_mac,
-  port_values
+  PPPOEIA_PORT_SETTINGS(CONFIG_PORT, CONFIG_PORT, CONFIG_PORT) port_values
 };
+#undef CONFIG_NODE
+#undef CONFIG_BRIDGE
+#undef CONFIG_PORT
 
 std::span<const setting, node_values> node_settings();
 std::span<const setting, bridge_values> bridge_settings();

@@ -2,44 +2,54 @@
 
 #include "tools/pppoeiactl/agent/discovery.h"
 #include "tools/pppoeiactl/agent/report.h"
+#include "tools/pppoeiactl/config/settings.h"
 #include "tools/pppoeiactl/words/operation_words.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
 
-constexpr std::string_view bridge_getters[] = {
-    "pppoeia_bridge_state_get",
-    "pppoeia_bridge_max_pdu_get",
-    "pppoeia_bridge_vendor_get",
-    "pppoeia_bridge_shelf_id_get",
-    "pppoeia_bridge_chassis_id_get",
-    "pppoeia_bridge_vsa_mode_get",
-    "pppoeia_bridge_vsa_insert_circuit_id_get",
-    "pppoeia_bridge_vsa_insert_remote_id_get",
-    "pppoeia_bridge_vsa_circuit_id_cvlan_get",
-    "pppoeia_circuit_id_format_get",
-    "pppoeia_remote_id_format_get",
-    "pppoeia_bridge_stats_get",
-};
+using names = std::vector<std::string_view>;
 
-constexpr std::string_view port_getters[] = {
-    "pppoeia_port_state_get",      "pppoeia_port_trust_get",
-    "pppoeia_port_remote_id_get",  "pppoeia_port_vsa_circuit_id_mode_get",
-    "pppoeia_port_parent_get",     "pppoeia_port_pvc_get",
-    "pppoeia_port_circuit_id_get", "pppoeia_port_stats_get",
-};
-
-constexpr std::string_view node_getters[] = {"pppoeia_log_level_get", "pppoeia_debug_admin_state_get"};
-
-constexpr bool all_known(std::span<const std::string_view> names)
+// The getters of a table of settings in its order, behind those that people look for first.
+template <typename Rows>
+names with_settings(names first, const Rows& rows)
 {
-  for (const std::string_view name : names)
-    if (api::operation_id(name) == api::operations.size())
-      return false;
-  return true;
+  for (const config::setting& row : rows)
+    if (!row.getter.empty() && std::ranges::find(first, row.getter) == first.end())
+      first.push_back(row.getter);
+  return first;
 }
-static_assert(all_known(node_getters) && all_known(bridge_getters) && all_known(port_getters));
+
+const names& bridge_getters()
+{
+  static const names getters = [] {
+    names list = with_settings({"pppoeia_bridge_state_get"}, config::bridge_settings());
+    list.push_back("pppoeia_bridge_stats_get");
+    return list;
+  }();
+  return getters;
+}
+
+const names& port_getters()
+{
+  static const names getters = [] {
+    names list = with_settings({"pppoeia_port_state_get", "pppoeia_port_trust_get", "pppoeia_port_remote_id_get",
+                                "pppoeia_port_vsa_circuit_id_mode_get"},
+                               config::port_settings());
+    list.push_back("pppoeia_port_circuit_id_get");
+    list.push_back("pppoeia_port_stats_get");
+    return list;
+  }();
+  return getters;
+}
+
+const names& node_getters()
+{
+  static const names getters = with_settings({"pppoeia_log_level_get"}, config::node_settings());
+  return getters;
+}
 
 using json_list = nlohmann::ordered_json;
 
@@ -68,7 +78,7 @@ void print_all(const context& context, const char* name, const std::vector<repor
   }
 }
 
-void gather(const context& context, report& into, std::span<const std::string_view> getters, const words& inputs)
+void gather(const context& context, report& into, const names& getters, const words& inputs)
 {
   for (const std::string_view name : getters) {
     const api::operation& operation = *api::find_operation(name);
@@ -88,7 +98,7 @@ report show_bridge(const context& context, const std::string& bridge)
 {
   report gathered;
   gathered.add_text("bridge", bridge);
-  gather(context, gathered, bridge_getters, {bridge});
+  gather(context, gathered, bridge_getters(), {bridge});
   return gathered;
 }
 
@@ -96,14 +106,14 @@ report show_port(const context& context, const std::string& bridge, uint32_t por
 {
   report gathered;
   gathered.add_number("port", port);
-  gather(context, gathered, port_getters, {bridge, std::to_string(port)});
+  gather(context, gathered, port_getters(), {bridge, std::to_string(port)});
   return gathered;
 }
 
 report show_node(const context& context)
 {
   report gathered;
-  for (const std::string_view name : node_getters) {
+  for (const std::string_view name : node_getters()) {
     const api::operation& operation = *api::find_operation(name);
     gathered.add(operation, context.demand(operation, {}));
   }
