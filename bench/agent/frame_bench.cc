@@ -1,6 +1,6 @@
 // The frame path alone: one PADI through the record function, with and without a format.
 #include "bench/support/allocations.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/text.h"
 #include "tests/support/records_fixture.h"

@@ -2,7 +2,7 @@
 // bench's own that reads or is stopped. Needs root: it has a /dev/log of its own. Each figure is the median of rounds
 // that take turns, each in a process of its own. Usage: agent_log_bench [ROUNDS]
 #include "base/system_log.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/log.h"
 #include "tests/support/records_fixture.h"

@@ -1,9 +1,8 @@
 // What it costs to tell what became of a frame, beside the frame path itself, and to read all of it: a card of 16
 // bridges of 64 ports, each with traffic of every code and two reasons to drop.
 #include "bench/support/allocations.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/status/bridge_status.h"
-#include "pppoeia/status/metrics.h"
 #include "pppoeia/status/reports.h"
 #include "tests/support/records_fixture.h"
 

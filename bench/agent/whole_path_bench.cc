@@ -9,12 +9,12 @@
 #include "bench/agent/tap_load.h"
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
-#include "pppoeia/api/dispatcher.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/agent/worker.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/kernel/kernel.h"
+#include "pppoeia/operations/dispatcher.h"
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/text.h"
-#include "pppoeia/worker.h"
 #include "tests/support/records_fixture.h"
 
 #include <algorithm>

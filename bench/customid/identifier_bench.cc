@@ -2,7 +2,7 @@
 // heap allocations a call. Debug logging is off, as on a node in service.
 #include "bench/support/allocations.h"
 #include "platform/kvbridge/record_header.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/records.h"
 #include "pppoeia/text.h"

@@ -4,7 +4,7 @@
 // Usage: round_trip_bench [--seconds N]     N for each measurement, default 1
 #include "platform/ippc/client.h"
 #include "platform/ippc/server.h"
-#include "pppoeia/api/dispatcher.h"
+#include "pppoeia/operations/dispatcher.h"
 #include "pppoeia/pppoeia.h"
 #include "tests/support/api_fixture.h"
 #include "tests/support/syslog_capture.h"

@@ -2,7 +2,7 @@
 // of bridge and port, then the record. Beside the sanitizers it is checked that what goes back has the length that its
 // header says, that bridge and port count alike, and that no vendor tag of the client's passes for the line's.
 #include "fuzz/frames/spoofing.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/list.h"
 #include "pppoeia/log.h"
 #include "pppoeia/text.h"

@@ -3,9 +3,9 @@
 //
 // Usage: hostile_calls [SEED [SECONDS]]; by default seed 1 for 3 seconds.
 #include "platform/ippc/dispatch.h"
-#include "pppoeia/api/dispatcher.h"
 #include "pppoeia/api/table.h"
 #include "pppoeia/log.h"
+#include "pppoeia/operations/dispatcher.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/fake_kernel.h"

@@ -1,7 +1,7 @@
 #include "platform/ncfm/ncfm.h"
 #include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/identifiers/test_data.h"
-#include "pppoeia/kernel/local_mac.h"
+#include "pppoeia/kernel/devices.h"
 #include "rte/BLL/util/kv_util.h"
 
 namespace {

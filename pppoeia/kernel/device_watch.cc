@@ -1,8 +1,8 @@
 #include "pppoeia/kernel/device_watch.h"
 
 #include "platform/kvbridge/control.h"
+#include "pppoeia/kernel/devices.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/pseudo_device.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 

@@ -11,7 +11,6 @@
 #include "pppoeia/status/line_table.h"
 #include "pppoeia/status/monitor_ring.h"
 #include "pppoeia/status/shared.h"
-#include "pppoeia/status/zeroed.h"
 
 #include <cstdint>
 #include <memory>

@@ -17,7 +17,6 @@
 #include "base/packed.h"
 #include "pppoeia/frame/path.h"
 #include "pppoeia/status/shared.h"
-#include "pppoeia/status/zeroed.h"
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "pppoeia/status/metrics.h"
+#include "pppoeia/status/reports.h"
 
 #include "pppoeia/status/bridge_status.h"
 

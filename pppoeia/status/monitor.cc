@@ -1,4 +1,3 @@
-#include "pppoeia/status/monitor.h"
 
 #include "pppoeia/frame/parse.h"
 #include "pppoeia/status/bridge_status.h"

@@ -5,8 +5,6 @@
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/drop_alarm.h"
 #include "pppoeia/status/http_server.h"
-#include "pppoeia/status/metrics.h"
-#include "pppoeia/status/monitor.h"
 #include "pppoeia/status/options.h"
 #include "pppoeia/status/reports.h"
 

@@ -1,6 +1,6 @@
 // Bridge instances on a kernel in memory: creation step by step, each step's failure, deletion, the worker.
 #include "pppoeia/kernel/device_watch.h"
-#include "pppoeia/kernel/local_mac.h"
+#include "pppoeia/kernel/devices.h"
 #include "pppoeia/kernel/receive_ring.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"

@@ -1,6 +1,6 @@
 // What no request reaches, and so no model tries: operations without a function id, and null for a result's place.
-#include "pppoeia/api/lookup.h"
 #include "pppoeia/log.h"
+#include "pppoeia/operations/lookup.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/api_fixture.h"

@@ -1,5 +1,5 @@
 // The process's signals, in a child.
-#include "pppoeia/process.h"
+#include "pppoeia/agent/process.h"
 
 #include <csignal>
 #include <gtest/gtest.h>

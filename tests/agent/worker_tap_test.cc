@@ -1,10 +1,10 @@
 // The worker on a real TAP device, with a mapped receive ring and without: records of all sizes through the kernel,
 // more of them than there is room for, and a device that goes away and comes back.
 #include "platform/kvbridged/tap.h"
+#include "pppoeia/agent/worker.h"
 #include "pppoeia/kernel/kernel.h"
 #include "pppoeia/log.h"
 #include "pppoeia/text.h"
-#include "pppoeia/worker.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/records_fixture.h"
 #include "tests/support/syslog_capture.h"

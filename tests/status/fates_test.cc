@@ -2,8 +2,6 @@
 // stands in the list.
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/status/bridge_status.h"
-#include "pppoeia/status/metrics.h"
-#include "pppoeia/status/monitor.h"
 #include "pppoeia/status/reports.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/records_fixture.h"

@@ -1,5 +1,5 @@
 // What the line table learns from frames as the frame path leaves them, and what it does not.
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/status/reports.h"
 #include "tests/support/records_fixture.h"

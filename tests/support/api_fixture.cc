@@ -1,8 +1,8 @@
 #include "tests/support/api_fixture.h"
 
 #include "platform/ippc/dispatch.h"
-#include "pppoeia/api/dispatcher.h"
 #include "pppoeia/log.h"
+#include "pppoeia/operations/dispatcher.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
 #include "tests/support/syslog_capture.h"

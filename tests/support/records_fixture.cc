@@ -1,6 +1,6 @@
 #include "tests/support/records_fixture.h"
 
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/list.h"
 #include "pppoeia/text.h"

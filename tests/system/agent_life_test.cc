@@ -1,6 +1,6 @@
 // The agent's process on kvbridged: with traffic, and when something it depends on stands still. Others are served,
 // SIGTERM ends it in time, and nothing is left behind.
-#include "pppoeia/process.h"
+#include "pppoeia/agent/process.h"
 #include "tests/kvbridged/cables.h"
 #include "tests/kvbridged/frames.h"
 #include "tests/system/node_test.h"

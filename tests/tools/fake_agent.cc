@@ -2,7 +2,7 @@
 // Usage: fake_agent SOCKET. Kernel bridges br0 to br15, access, gate and hidden exist. Ends when its standard input
 // does.
 #include "platform/ippc/server.h"
-#include "pppoeia/api/dispatcher.h"
+#include "pppoeia/operations/dispatcher.h"
 #include "tests/support/fake_kernel.h"
 
 #include <csignal>

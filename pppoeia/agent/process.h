@@ -1,6 +1,6 @@
 // The process: its run flag and the way it waits for the end.
-#ifndef PPPOEIA_PROCESS_H
-#define PPPOEIA_PROCESS_H
+#ifndef PPPOEIA_AGENT_PROCESS_H
+#define PPPOEIA_AGENT_PROCESS_H
 
 // How a process ends whose orderly end was held up.
 inline constexpr int exit_cut_short = 3;

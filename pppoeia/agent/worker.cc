@@ -14,15 +14,15 @@
 //
 // What became of a frame is told (status/bridge_status.h) while its bytes are still at hand: after a send the processor
 // would have to fetch them again.
-#include "pppoeia/worker.h"
+#include "pppoeia/agent/worker.h"
 
 #include "base/ending_signals.h"
 #include "pppoeia/frame/path.h"
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/kernel/device_watch.h"
+#include "pppoeia/kernel/devices.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/local_mac.h"
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"
 #include "pppoeia/status/bridge_status.h"

@@ -1,8 +1,8 @@
 // Look-ups of one value by names and ids, for operations and identifier builders. None takes a lock: callers hold the
 // bridge's. -ENOENT and -ENODEV as everywhere, traced under the look-up's own name; outputs are written on success
 // only.
-#ifndef PPPOEIA_API_LOOKUP_H
-#define PPPOEIA_API_LOOKUP_H
+#ifndef PPPOEIA_OPERATIONS_LOOKUP_H
+#define PPPOEIA_OPERATIONS_LOOKUP_H
 
 #include <cstdint>
 

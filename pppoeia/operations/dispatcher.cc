@@ -1,4 +1,4 @@
-#include "pppoeia/api/dispatcher.h"
+#include "pppoeia/operations/dispatcher.h"
 
 #include "pppoeia/api/table.h"
 #include "pppoeia/pppoeia.h"

@@ -1,7 +1,7 @@
 // Ports: their life, their settings that do more than be kept, their counters.
-#include "pppoeia/api/lookup.h"
-#include "pppoeia/api/operation.h"
 #include "pppoeia/list.h"
+#include "pppoeia/operations/lookup.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/pppoeia.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // the process. What a bridge's or a port's setting does beyond keeping a value is in bridge.cc and port.cc.
 #include "pppoeia/api/settings.h"
 
-#include "pppoeia/api/operation.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/pppoeia.h"
 
 #include <atomic>

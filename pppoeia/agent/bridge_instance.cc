@@ -9,15 +9,15 @@
 
 #include "platform/kvbridge/control.h"
 #include "platform/ncfm/ncfm.h"
-#include "pppoeia/api/operation.h"
+#include "pppoeia/agent/worker.h"
+#include "pppoeia/kernel/devices.h"
 #include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/kernel/kernel.h"
-#include "pppoeia/kernel/pseudo_device.h"
 #include "pppoeia/list.h"
 #include "pppoeia/log.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/status/bridge_status.h"
 #include "pppoeia/text.h"
-#include "pppoeia/worker.h"
 
 #include <cstdlib>
 #include <new>

@@ -1,4 +1,4 @@
-#include "pppoeia/process.h"
+#include "pppoeia/agent/process.h"
 
 #include "base/ending_signals.h"
 #include "pppoeia/log.h"

@@ -1,12 +1,9 @@
-#include "pppoeia/identifiers.h"
+#include "pppoeia/identifiers/identifiers.h"
 
-#include "pppoeia/api/operation.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/log.h"
-#include "pppoeia/pppoeia.h"
 #include "pppoeia/text.h"
-#include "pppoeia/text_builder.h"
 
 #include <string>
 
@@ -134,27 +131,6 @@ void custom_circuit_id(char* out, const pppoeia_bridge& bridge, const pppoeia_po
   custom_text(custom_cid, out, bridge, port, vid, cvid, bin, useData);
 }
 
-using builder = void (*)(char*, pppoeia_bridge*, pppoeia_port*, uint16_t, std::vector<unsigned char>&, int);
-
-// Builds an identifier for a management query and writes its text.
-int query(const operation& self, const char* bridge, uint32_t port, uint16_t vid, idGenType useData, builder build,
-          char* out)
-{
-  self.entry(bridge, port);
-  pppoeia_bridge* record = bridge_find(bridge);
-  if (!record)
-    return self.no_entry();
-  pppoeia_port* line = port_find(*record, port);
-  if (!line)
-    return self.no_port(port);
-  const no_frame_scope no_frame;
-  char text[identifier_text_size] = "";
-  std::vector<unsigned char> bin;
-  build(text, record, line, vid, bin, useData);
-  std::memcpy(out, text, std::strlen(text) + 1);
-  return self.result(0);
-}
-
 }  // namespace
 
 void pppoeia_build_circuit_id(char* out, pppoeia_bridge* bridge, pppoeia_port* port, uint16_t vid,
@@ -199,19 +175,4 @@ void builder_identifiers::circuit_id(pppoeia_bridge& bridge, pppoeia_port& port,
 void builder_identifiers::remote_id(pppoeia_bridge& bridge, pppoeia_port& port, uint16_t vid, identifier& id)
 {
   pppoeia_build_remote_id(id.text, &bridge, &port, vid, id.bin, idGenLive);
-}
-
-int pppoeia_port_circuit_id_get(const char* bridge, uint32_t port, char* circuit_id)
-{
-  return query(operation{__func__}, bridge, port, vid_none, idGenLive, pppoeia_build_circuit_id, circuit_id);
-}
-
-int gen_circuit_id_by_intf_vlan(const char* bridge, uint32_t port, uint16_t vlan, char* circuit_id)
-{
-  return query(operation{__func__}, bridge, port, vlan, idGenAvailable, pppoeia_build_circuit_id, circuit_id);
-}
-
-int gen_remote_id_by_intf_vlan(const char* bridge, uint32_t port, uint16_t vlan, char* remote_id)
-{
-  return query(operation{__func__}, bridge, port, vlan, idGenAvailable, pppoeia_build_remote_id, remote_id);
 }

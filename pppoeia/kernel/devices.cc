@@ -1,4 +1,4 @@
-#include "pppoeia/kernel/pseudo_device.h"
+#include "pppoeia/kernel/devices.h"
 
 #include "platform/kvbridge/control.h"
 #include "pppoeia/kernel/kernel.h"
@@ -94,4 +94,13 @@ int bridge_filter_attach(int control_file, const char* device)
   text_copy(request.filter, pppoe_filter);
   text_copy(request.device, device);
   return kernel->control(control_file, kvbridge_filter_attach, &request);
+}
+
+int pppoeia_get_local_mac(unsigned char mac[6])
+{
+  const kernel_descriptor socket(kernel->datagram_socket());
+  if (socket && kernel->link_mac(socket.get(), "mng0", mac) >= 0)
+    return 0;
+  pppoeia_log(log_error, "pppoeia_get_local_mac: error: %s\n", std::strerror(errno));
+  return -1;
 }

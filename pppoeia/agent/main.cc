@@ -1,10 +1,10 @@
 // The agent's process: serves management requests until SIGINT or SIGTERM. It does not initialise the agent; that is
 // the first request of the management plane.
 #include "base/system_log.h"
-#include "pppoeia/api/dispatcher.h"
+#include "pppoeia/agent/process.h"
 #include "pppoeia/log.h"
+#include "pppoeia/operations/dispatcher.h"
 #include "pppoeia/pppoeia.h"
-#include "pppoeia/process.h"
 #include "pppoeia/records.h"
 #include "pppoeia/status/status_server.h"
 

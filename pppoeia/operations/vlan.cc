@@ -1,8 +1,8 @@
 // VLANs of a bridge: those that have names, and the set of those that are enabled, with each port's flags of them.
 #include "pppoeia/pppoeia.h"
 
-#include "pppoeia/api/operation.h"
 #include "pppoeia/list.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/text.h"
 
 #include <new>

@@ -1,6 +1,6 @@
 // The thread that serves one bridge's discovery frames.
-#ifndef PPPOEIA_WORKER_H
-#define PPPOEIA_WORKER_H
+#ifndef PPPOEIA_AGENT_WORKER_H
+#define PPPOEIA_AGENT_WORKER_H
 
 struct pppoeia_bridge;
 

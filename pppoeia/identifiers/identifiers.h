@@ -1,6 +1,6 @@
 // Agent Circuit ID and Agent Remote ID of a port and VLAN: which mode or format applies, and its result.
-#ifndef PPPOEIA_IDENTIFIERS_H
-#define PPPOEIA_IDENTIFIERS_H
+#ifndef PPPOEIA_IDENTIFIERS_IDENTIFIERS_H
+#define PPPOEIA_IDENTIFIERS_IDENTIFIERS_H
 
 #include "platform/kvbridge/record_header.h"
 #include "pppoeia/frame/path.h"

@@ -2,7 +2,7 @@
 // runs this too, changes them.
 #include "pppoeia/pppoeia.h"
 
-#include "pppoeia/api/operation.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/tty.h"
 #include "rte/BLL/util/kv_util.h"
 

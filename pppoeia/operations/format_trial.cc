@@ -1,8 +1,8 @@
 // The operations by which operators try a format before it goes live. Answers go to the caller's terminal.
-#include "pppoeia/api/operation.h"
 #include "pppoeia/customid/trace.h"
 #include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/identifiers/test_data.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/tty.h"
 #include "rte/BLL/util/kv_util.h"

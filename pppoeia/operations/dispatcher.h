@@ -1,6 +1,6 @@
 // The one function that the procedure-call library calls for every management request.
-#ifndef PPPOEIA_API_DISPATCHER_H
-#define PPPOEIA_API_DISPATCHER_H
+#ifndef PPPOEIA_OPERATIONS_DISPATCHER_H
+#define PPPOEIA_OPERATIONS_DISPATCHER_H
 
 #include "platform/ippc/ippc.h"
 

@@ -1,6 +1,6 @@
 // What bridges have beside plain settings: those that do more than be kept, the counters, the way back to factory
 // settings.
-#include "pppoeia/api/operation.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/pppoeia.h"
 
 int pppoeia_bridge_max_pdu_set(const char* bridge, uint32_t max_pdu)

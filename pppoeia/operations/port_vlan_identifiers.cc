@@ -2,8 +2,10 @@
 // it, taking the last one away removes it.
 #include "pppoeia/pppoeia.h"
 
-#include "pppoeia/api/lookup.h"
-#include "pppoeia/api/operation.h"
+#include "pppoeia/identifiers/identifiers.h"
+#include "pppoeia/identifiers/macro_values.h"
+#include "pppoeia/operations/lookup.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/text.h"
 
 namespace {
@@ -137,6 +139,27 @@ int with_entry(const operation& self, const char* bridge, uint32_t id, uint16_t 
   });
 }
 
+using builder = void (*)(char*, pppoeia_bridge*, pppoeia_port*, uint16_t, std::vector<unsigned char>&, int);
+
+// Builds an identifier for a management query and writes its text.
+int query(const operation& self, const char* bridge, uint32_t port, uint16_t vid, idGenType useData, builder build,
+          char* out)
+{
+  self.entry(bridge, port);
+  pppoeia_bridge* record = bridge_find(bridge);
+  if (!record)
+    return self.no_entry();
+  pppoeia_port* line = port_find(*record, port);
+  if (!line)
+    return self.no_port(port);
+  const no_frame_scope no_frame;
+  char text[identifier_text_size] = "";
+  std::vector<unsigned char> bin;
+  build(text, record, line, vid, bin, useData);
+  std::memcpy(out, text, std::strlen(text) + 1);
+  return self.result(0);
+}
+
 }  // namespace
 
 int pppoeia_circuit_id_mode_port_vlan_set(const char* bridge, uint32_t port, uint16_t vlan, uint32_t mode)
@@ -229,4 +252,19 @@ int br_remote_id_format_port_vlan_get(const char* bridge, uint32_t port, uint16_
 {
   return with_entry(operation{__func__}, bridge, port, vlan,
                     [&](pppoeia_port_vlan& entry) { text_give(format, entry.rid_format); });
+}
+
+int pppoeia_port_circuit_id_get(const char* bridge, uint32_t port, char* circuit_id)
+{
+  return query(operation{__func__}, bridge, port, vid_none, idGenLive, pppoeia_build_circuit_id, circuit_id);
+}
+
+int gen_circuit_id_by_intf_vlan(const char* bridge, uint32_t port, uint16_t vlan, char* circuit_id)
+{
+  return query(operation{__func__}, bridge, port, vlan, idGenAvailable, pppoeia_build_circuit_id, circuit_id);
+}
+
+int gen_remote_id_by_intf_vlan(const char* bridge, uint32_t port, uint16_t vlan, char* remote_id)
+{
+  return query(operation{__func__}, bridge, port, vlan, idGenAvailable, pppoeia_build_remote_id, remote_id);
 }

@@ -14,8 +14,8 @@
 //
 // A step that fails with a trace of its own returns an outcome that is traced already; the others' results are traced
 // here once, as "name()=result".
-#ifndef PPPOEIA_API_OPERATION_H
-#define PPPOEIA_API_OPERATION_H
+#ifndef PPPOEIA_OPERATIONS_OPERATION_H
+#define PPPOEIA_OPERATIONS_OPERATION_H
 
 #include "pppoeia/log.h"
 #include "pppoeia/records.h"

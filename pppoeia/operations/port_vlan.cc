@@ -1,9 +1,9 @@
 // Entries of one port and VLAN: adding, removing, reading in order.
 #include "pppoeia/pppoeia.h"
 
-#include "pppoeia/api/lookup.h"
-#include "pppoeia/api/operation.h"
 #include "pppoeia/list.h"
+#include "pppoeia/operations/lookup.h"
+#include "pppoeia/operations/operation.h"
 #include "pppoeia/text.h"
 
 #include <new>
