@@ -4,6 +4,9 @@
 // agent's socket all along.
 //
 // Usage: whole_path_bench [--seconds N]     N for each measurement, default 2
+//        whole_path_bench --worker CLIENTS [--rate N] [--seconds N]
+//                                           one measurement of the worker alone: CPU time a frame in ns, frames sent
+//                                           and not taken; status_cost.sh compares two builds by it
 #include "bench/agent/bare_loops.h"
 #include "bench/agent/cores.h"
 #include "bench/agent/tap_load.h"
@@ -45,6 +48,7 @@ struct measured {
   load_result load;
   double cpu = 0;       // seconds of the thread under test
   uint64_t frames = 0;  // that it sent while the load ran
+  uint64_t taken = 0;   // the worker only: with those that waited when the load ended
 
   double frames_per_second() const { return static_cast<double>(frames) / load.seconds; }
   double cpu_us() const { return cpu * 1e6 / static_cast<double>(std::max<uint64_t>(frames, 1)); }
@@ -111,10 +115,13 @@ measured run_worker(tap_load& tap, const char* format, const load_settings& sett
   measured result;
   result.load = tap.run(settings);
   result.cpu = cpu_seconds(bridge->thread);
-  {
+  const auto frames = [&] {
     const bridge_lock lock(*bridge);
-    result.frames = bridge->stats.padi;
-  }
+    return bridge->stats.padi;
+  };
+  result.frames = frames();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  result.taken = frames();
   done = true;
   if (beside.joinable())
     beside.join();
@@ -296,25 +303,41 @@ void storms_compared(tap_load& tap, double seconds, bool counted)
   print_given_back("worker, default identifiers", worker, loop_b_sum);
 }
 
-double seconds_from(int argc, char** argv)
+void worker_alone(tap_load& tap, double seconds, double rate, unsigned clients)
 {
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--seconds") == 0 && i + 1 < argc)
+  const measured result =
+      run_worker(tap, nullptr, {.seconds = seconds, .rate = rate, .counted = false, .ports = 64, .clients = clients});
+  std::printf("%.1f %llu %llu\n", result.cpu_us() * 1000, static_cast<unsigned long long>(result.load.sent),
+              static_cast<unsigned long long>(result.load.sent - result.taken));
+}
+
+// The number behind an option, or `usual`.
+double number_of(int argc, char** argv, const char* option, double usual)
+{
+  for (int i = 1; i + 1 < argc; ++i)
+    if (std::strcmp(argv[i], option) == 0)
       return std::atof(argv[i + 1]);
-    if (std::strncmp(argv[i], "--benchmark_min_time=", 21) == 0)  // a short run of all benches
-      return 0.05;
-  }
-  return 2;
+  return usual;
+}
+
+// In a short run of all benches every one is told so.
+bool is_short_run(int argc, char** argv)
+{
+  return argc == 2 && std::strncmp(argv[1], "--benchmark_min_time=", 21) == 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-  const double seconds = seconds_from(argc, argv);
+  const double seconds = is_short_run(argc, argv) ? 0.05 : number_of(argc, argv, "--seconds", 2);
   try {
     keep_on(pthread_self(), core::sender);
     tap_load tap("piabench" + std::to_string(getpid() % 1000));
+    if (const double clients = number_of(argc, argv, "--worker", 0); clients > 0) {
+      worker_alone(tap, seconds, number_of(argc, argv, "--rate", 0), static_cast<unsigned>(clients));
+      return 0;
+    }
     full_load(tap, seconds);
     paced_load(tap, std::min(seconds, 1.0));
     storms(tap, std::min(seconds, 1.0));

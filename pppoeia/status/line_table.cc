@@ -116,7 +116,7 @@ line_table::line_table(uint32_t ports, line_limits limits)
     : ports_(ports), per_port_(std::clamp(limits.node / std::max(ports, 1u), 1u, std::max(limits.port, 1u))),
       node_most_(limits.node), bucket_shift_(static_cast<unsigned>(64 - std::bit_width(slots() | 1))),
       entries_(slots() + 1), keys_(slots() + 1), worth_(slots() + 1), next_(slots() + 1),
-      by_client_(size_t{1} << (64 - bucket_shift_))
+      by_client_(size_t{1} << (64 - bucket_shift_)), pushed_(size_t{ports} + 1)
 {}
 
 line_table::~line_table()
@@ -152,6 +152,19 @@ uint32_t line_table::worth_of(line_state state, uint64_t now_ns)
 {
   const uint32_t rank = state == line_state::ended ? 1 : state == line_state::up ? 3 : 2;
   return rank << 30 | static_cast<uint32_t>(now_ns >> 30 & 0x3fffffff);
+}
+
+// Whether the port has pushed out so many of its lines within this second that no further client is learnt.
+bool line_table::invents(uint32_t port, uint64_t now_ns) const
+{
+  constexpr uint64_t times_its_room = 16;
+  return pushed_[port] >> 32 == now_ns >> 30 && (pushed_[port] & 0xffffffff) >= times_its_room * per_port_;
+}
+
+void line_table::count_pushed(uint32_t port, uint64_t now_ns)
+{
+  const uint64_t second = now_ns >> 30;
+  pushed_[port] = pushed_[port] >> 32 == second ? pushed_[port] + 1 : second << 32 | 1;
 }
 
 void line_table::worth_set(slot_number slot, uint64_t now_ns)
@@ -220,18 +233,19 @@ void line_table::unlink(slot_number slot)
   *link = next_[slot];
 }
 
-line_table::slot_number line_table::make(uint32_t port, uint16_t vid, uint64_t client)
+line_table::slot_number line_table::make(const heard& frame, uint64_t client)
 {
-  const slot_number slot = victim(port);
+  const slot_number slot = victim(frame.port);
   if (keys_[slot] != 0) {
     unlink(slot);
     count_change(entries_[slot].state.own(), -1);
     replaced_.add();
+    count_pushed(frame.port, frame.now_ns);
   } else if (!take_from_node()) {
     unlearned_.add();
     return 0;
   }
-  keys_[slot] = key_of(client, vid);
+  keys_[slot] = key_of(client, frame.vid);
   uint32_t* const chain = chain_of(client);
   next_[slot] = *chain;
   *chain = slot;
@@ -240,8 +254,8 @@ line_table::slot_number line_table::make(uint32_t port, uint16_t vid, uint64_t c
   count_change(line_state::ended, 1);
   line.state.set(line_state::ended);  // the request that it is made for begins a dial-in
   line.used.set(0);
-  line.port.set(port);
-  line.vid.set(vid);
+  line.port.set(frame.port);
+  line.vid.set(frame.vid);
   line.client.set(client);
   for (shared<uint64_t>* field : {&line.server, &line.first_padi_ns, &line.pads_ns, &line.padt_ns, &line.setup_ns})
     field->set(0);
@@ -312,7 +326,7 @@ void line_table::client_asks(entry& line, const heard& frame)
 void line_table::from_client(slot_number slot, uint64_t client, const heard& frame)
 {
   if (slot == 0)
-    slot = make(frame.port, frame.vid, client);
+    slot = make(frame, client);
   if (slot == 0)
     return;
   entry& line = entries_[slot];
@@ -412,6 +426,8 @@ void line_table::learn(const frame_record& record, const frame_result& result, u
   const slot_number slot = asks(result.code) ? of_client(result.port, result.vid, client) : 0;
   if (is_repeated(slot, result, now_ns))
     return;
+  if (slot == 0 && asks(result.code) && invents(result.port, now_ns))
+    return unlearned_.add();
   const size_t ethertype = result.ethertype;
   heard frame{.now_ns = now_ns,
               .port = result.port,

@@ -9,7 +9,8 @@
 // address is on several lines, the one whose Host-Uniq the server repeats is meant, else the one last heard of.
 //
 // Bounded: a port has room for 16 clients and the node for 65,536, so that a port that invents clients pushes out its
-// own only: ended ones first, then those on their way, then those that are up, the longest unheard each. Written by
+// own only: ended ones first, then those on their way, then those that are up, the longest unheard each. No more than
+// 16 times its room a second: what it invents beyond is not read, so that a flood costs the worker a look. Written by
 // the bridge's worker alone. Readers copy a line at a time and hold nobody up.
 #ifndef PPPOEIA_STATUS_LINE_TABLE_H
 #define PPPOEIA_STATUS_LINE_TABLE_H
@@ -83,7 +84,9 @@ private:
 
   uint32_t* chain_of(uint64_t client) { return &by_client_[client * 0x9e3779b97f4a7c15u >> bucket_shift_]; }
   slot_number of_client(uint32_t port, uint16_t vid, uint64_t client) const;
-  slot_number make(uint32_t port, uint16_t vid, uint64_t client);
+  slot_number make(const heard& frame, uint64_t client);
+  bool invents(uint32_t port, uint64_t now_ns) const;
+  void count_pushed(uint32_t port, uint64_t now_ns);
   slot_number waiting(const heard& frame);
   slot_number victim(uint32_t port) const;
   static uint32_t worth_of(line_state state, uint64_t now_ns);
@@ -114,6 +117,7 @@ private:
   zeroed<uint32_t> worth_;  // the least is given up first: 0 for no line, else state and when it was last heard
   zeroed<uint32_t> next_;   // of the same bucket
   zeroed<uint32_t> by_client_;
+  zeroed<uint64_t> pushed_;  // by port: the second in which lines were last pushed out, and how many
   shared<uint32_t> counts_[line_state_count];
   tally replaced_;
   tally unlearned_;

@@ -182,22 +182,29 @@ TEST_F(LineTable, AHostileLineMovesItsOwnRowsOnly)
   EXPECT_EQ(lines(table)[1].state, line_state::discovering);
 }
 
-TEST_F(LineTable, APortThatInventsClientsPushesOutItsOwnOnly)
+TEST_F(LineTable, APortThatInventsClientsPushesOutItsOwnOnlyAndNoMoreThanSoManyASecond)
 {
+  constexpr uint32_t seconds = 3, of_a_second = 1'000'000;
   asks(0x09, {}, 1);
   dial_in(0x40);
-  for (uint32_t number = 0; number < 1'000'000; ++number) {
+  now = 1;
+  for (uint32_t number = 0; number < seconds * of_a_second; ++number) {
     mac invented{0x06, 0, 0, 0, 0, 0};
     std::memcpy(&invented[1], &number, sizeof number);
     byte_string record(kernel_header::size + 60, 0);
     std::copy(invented.begin(), invented.end(), record.begin() + kernel_header::size + 6);
     const frame_record view{record.data(), 167, 167};
-    table.learn(view, {.length = 167, .what = fate::tag_inserted, .code = 0x09, .port = 2, .ethertype = 119}, ++now);
+    table.learn(view, {.length = 167, .what = fate::tag_inserted, .code = 0x09, .port = 2, .ethertype = 119}, now);
+    now += (uint64_t{1} << 30) / of_a_second;
   }
   const auto all = lines(table);
   EXPECT_EQ(std::ranges::count(all, 2u, &line_view::port), 16);
   EXPECT_EQ(std::ranges::count(all, 1u, &line_view::port), 1);
-  EXPECT_EQ(table.replaced().get(), 1'000'000u - 16);
+  EXPECT_EQ(table.replaced().get(), seconds * 256u);
+  EXPECT_EQ(table.unlearned().get(), seconds * (of_a_second - 256u) - 16);
+  asks(0x09, {}, 1, {0x02, 1, 1, 1, 1, 2});
+  EXPECT_EQ(std::ranges::count(lines(table), 1u, &line_view::port), 2) << "another port learns on";
+  now += 1 << 30;
   asks(0x09, {}, 2, {0x02, 1, 1, 1, 1, 1});
   says(0x07, 0, {}, {0x02, 1, 1, 1, 1, 1});
   EXPECT_EQ(std::ranges::count(lines(table), line_state::offered, &line_view::state), 1);
