@@ -16,7 +16,7 @@ size_t words_for(size_t length)
 
 }  // namespace
 
-void dispatch::buffers_fill()
+void dispatch::copy_arguments()
 {
   size_t words = 0;
   for (const const_bytes argument : request_.arguments)
@@ -39,7 +39,7 @@ void dispatch::buffers_fill()
 const std::vector<unsigned char>& dispatch::run(const_bytes packet)
 {
   request_decode(packet, request_);
-  buffers_fill();
+  copy_arguments();
   ippcFuncData call{request_.function_id,
                     static_cast<uint8_t>(request_.arguments.size()),
                     static_cast<uint8_t>(request_.well_formed),

@@ -20,7 +20,7 @@ public:
   const std::vector<unsigned char>& run(const_bytes packet);
 
 private:
-  void buffers_fill();
+  void copy_arguments();
 
   ippcCallback callback_;
   request request_;

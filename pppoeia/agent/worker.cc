@@ -218,9 +218,9 @@ unsigned serve_batch(pppoeia_bridge& bridge, batch& records, unsigned most, fram
 
 // A descriptor that reports ready and gives nothing (its device went down) must not make the worker spin. At first a
 // moment will do: another core may be at writing the record that was announced.
-class restraint {
+class empty_wake_brake {
 public:
-  void gave(unsigned count)
+  void woken_for(unsigned count)
   {
     constexpr unsigned moments = 16;
     empty_in_a_row_ = count > 0 ? 0 : empty_in_a_row_ + 1;
@@ -239,15 +239,15 @@ private:
   unsigned empty_in_a_row_ = 0;
 };
 
-// What a wait found out.
-enum class found { nothing, after_waiting, at_once };
+// How a wait for records ended.
+enum class wake { timed_out, after_sleep, at_once };
 
-struct waited {
-  found what;
+struct wait_result {
+  wake what;
   uint64_t until_ns;
 };
 
-waited wait_for_records(const pppoeia_bridge& bridge)
+wait_result wait_for_records(const pppoeia_bridge& bridge)
 {
   // A wait that finds something takes below a microsecond, one that sleeps and is woken several.
   constexpr uint64_t at_once_most_ns = 2'000;
@@ -255,8 +255,8 @@ waited wait_for_records(const pppoeia_bridge& bridge)
   const bool readable = kernel->wait_readable({bridge.sock, bridge.ring}, wait_ms) == 1;
   const uint64_t after = now_ns();
   if (!readable)
-    return {found::nothing, after};
-  return {after - before > at_once_most_ns ? found::after_waiting : found::at_once, after};
+    return {wake::timed_out, after};
+  return {after - before > at_once_most_ns ? wake::after_sleep : wake::at_once, after};
 }
 
 // Not waiting for anything, so that nobody has to wake it: some 70 us with the slack that timers have.
@@ -273,18 +273,18 @@ void frame_loop(pppoeia_bridge& bridge)
   builder_identifiers identifiers;
   frame_services services{identifiers, pppoeia_get_local_mac};
   device_watch device(bridge);
-  restraint held;
+  empty_wake_brake brake;
   sign_of_life sign(bridge);
   while (!bridge.stop) {
-    const waited wait = wait_for_records(bridge);
+    const wait_result wait = wait_for_records(bridge);
     sign.given(wait.until_ns);
-    if (wait.what == found::nothing) {
+    if (wait.what == wake::timed_out) {
       device.waited();
       continue;
     }
-    const unsigned most = wait.what == found::after_waiting ? 1 : records.slots();
+    const unsigned most = wait.what == wake::after_sleep ? 1 : records.slots();
     unsigned count = serve_batch(bridge, records, most, services, device, wait.until_ns);
-    held.gave(count);
+    brake.woken_for(count);
     const bool storm = count >= storm_least;
     // A full batch says that more is waiting: no need to ask.
     while (count == records.slots() && !bridge.stop) {
@@ -299,13 +299,13 @@ void frame_loop(pppoeia_bridge& bridge)
 
 }  // namespace
 
-void* pppoeia_bridge_worker(void* argument)
+void* pppoeia_bridge_worker(void* bridge)
 {
-  auto& bridge = *static_cast<pppoeia_bridge*>(argument);
-  pppoeia_log(log_debug, "<%s> Worker started.", bridge.name);
-  priority_raise(bridge);
-  frame_loop(bridge);
-  pppoeia_log(log_debug, "<%s> Finished.", bridge.name);
+  auto& self = *static_cast<pppoeia_bridge*>(bridge);
+  pppoeia_log(log_debug, "<%s> Worker started.", self.name);
+  priority_raise(self);
+  frame_loop(self);
+  pppoeia_log(log_debug, "<%s> Finished.", self.name);
   return nullptr;
 }
 

@@ -140,7 +140,7 @@ bool receive_ring::receive_front(kernel_record& record)
   return true;
 }
 
-int receive_ring::nothing()
+int receive_ring::error_or_again()
 {
   int error = std::exchange(error_, 0);
   socklen_t size = sizeof error;
@@ -164,5 +164,5 @@ int receive_ring::take(kernel_record* records, unsigned count)
     if (got)
       ++taken;
   }
-  return taken > 0 ? static_cast<int>(taken) : nothing();
+  return taken > 0 ? static_cast<int>(taken) : error_or_again();
 }

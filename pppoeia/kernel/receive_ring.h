@@ -49,7 +49,7 @@ private:
   void release();
   bool copy_front(kernel_record& record) const;
   bool receive_front(kernel_record& record);
-  int nothing();
+  int error_or_again();
 
   int fd_;
   unsigned char* memory_;

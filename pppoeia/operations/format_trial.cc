@@ -43,7 +43,8 @@ void mac_set(const char* value, std::ostream& echo)
 {
   constexpr size_t length = 17;
   const std::string_view text(value);
-  if (text.size() == length && text.find('-') == text.npos && CKvUtil::stringToMac(text, customFormatTestData.clntMac))
+  if (text.size() == length && text.find('-') == std::string_view::npos &&
+      CKvUtil::stringToMac(text, customFormatTestData.clntMac))
     echo << "Setting clntMac: " << text;
   echo << "\n";
 }

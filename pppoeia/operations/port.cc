@@ -7,7 +7,7 @@
 namespace {
 
 // Everything else in the slot (trust, VLAN flags, counters, Circuit ID mode) stays as it was.
-void slot_fill(pppoeia_port& slot, uint32_t id, const char* device, const char* port_name,
+void fill_slot(pppoeia_port& slot, uint32_t id, const char* device, const char* port_name,
                const pppoeia_port_info& info)
 {
   slot.port_id = id;
@@ -28,15 +28,15 @@ void slot_fill(pppoeia_port& slot, uint32_t id, const char* device, const char* 
 }
 
 // 0, or -ENOSPC for an id that has no slot.
-int slot_take(pppoeia_bridge& bridge, uint32_t id, const char* device, const char* port_name,
-              const pppoeia_port_info& info)
+int add_to_slot(pppoeia_bridge& bridge, uint32_t id, const char* device, const char* port_name,
+                const pppoeia_port_info& info)
 {
   const bridge_lock lock(bridge);
   if (port_find(bridge, id))
     return 0;
   if (id > bridge.port_count)
     return -ENOSPC;
-  slot_fill(bridge.port[id - 1], id, device, port_name, info);
+  fill_slot(bridge.port[id - 1], id, device, port_name, info);
   return 0;
 }
 
@@ -56,7 +56,7 @@ int pppoeia_port_add(const char* bridge, uint32_t port, const char* device, cons
     pppoeia_log(log_error, "%s():%d return -ENOENT", self.name(), 3635);
     return -EINVAL;
   }
-  if (const int rc = slot_take(*record, port, device, port_name, *info); rc < 0) {
+  if (const int rc = add_to_slot(*record, port, device, port_name, *info); rc < 0) {
     pppoeia_log(log_error, "<%s> Unable to add port '%s' (%d).", record->name, device, rc);
     return rc;
   }

@@ -19,13 +19,13 @@ outcome failed(const char* what)
 }
 
 // Removes the entry; on success `done` is 0.
-outcome entry_remove(const char* bridge, uint32_t port, uint16_t vlan)
+outcome remove_entry(const char* bridge, uint32_t port, uint16_t vlan)
 {
   return br_port_vlan_del(bridge, port, vlan) == 0 ? outcome{0} : failed("br_port_vlan_del failed");
 }
 
 // The entry, made when there is none; null with `why` set when it cannot be had.
-pppoeia_port_vlan* entry_obtain(const char* bridge, pppoeia_port& port, uint16_t vlan, outcome& why)
+pppoeia_port_vlan* find_or_add_entry(const char* bridge, pppoeia_port& port, uint16_t vlan, outcome& why)
 {
   if (pppoeia_port_vlan* entry = port_vlan_find(port, vlan))
     return entry;
@@ -59,7 +59,7 @@ outcome mode_unset(const char* bridge, pppoeia_bridge& owner, pppoeia_port& port
     return {0};
   if (entry->cid_format[0] || entry->rid_format[0])
     entry->cid_mode = 0;
-  else if (const outcome removed = entry_remove(bridge, port.port_id, vlan); removed.rc != 0)
+  else if (const outcome removed = remove_entry(bridge, port.port_id, vlan); removed.rc != 0)
     return removed;
   log_mode(owner, port.port_id, vlan, 0);
   return {0};
@@ -68,7 +68,7 @@ outcome mode_unset(const char* bridge, pppoeia_bridge& owner, pppoeia_port& port
 outcome mode_store(const char* bridge, pppoeia_bridge& owner, pppoeia_port& port, uint16_t vlan, int32_t mode)
 {
   outcome why{0};
-  pppoeia_port_vlan* entry = entry_obtain(bridge, port, vlan, why);
+  pppoeia_port_vlan* entry = find_or_add_entry(bridge, port, vlan, why);
   if (!entry)
     return why;
   entry->cid_mode = mode;
@@ -83,7 +83,7 @@ outcome format_unset(const char* bridge, pppoeia_port& port, uint16_t vlan, form
   if (!entry)
     return {0};
   if (entry->cid_mode == -1 && (entry->*other)[0] == '\0')
-    return entry_remove(bridge, port.port_id, vlan);
+    return remove_entry(bridge, port.port_id, vlan);
   (entry->*field)[0] = '\0';
   return {0};
 }
@@ -91,7 +91,7 @@ outcome format_unset(const char* bridge, pppoeia_port& port, uint16_t vlan, form
 outcome format_store(const char* bridge, pppoeia_port& port, uint16_t vlan, format_field field, const char* format)
 {
   outcome why{0};
-  if (pppoeia_port_vlan* entry = entry_obtain(bridge, port, vlan, why))
+  if (pppoeia_port_vlan* entry = find_or_add_entry(bridge, port, vlan, why))
     text_copy(entry->*field, format);
   return why;
 }

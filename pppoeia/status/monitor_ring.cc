@@ -76,12 +76,12 @@ void monitor_ring::put(ring& to, uint64_t at, const_bytes from)
   }
 }
 
-std::string monitor_ring::take(const ring& from, uint64_t at, size_t size)
+std::string monitor_ring::take(const ring& from, uint64_t at, size_t length)
 {
-  std::string taken(size, '\0');
-  for (size_t done = 0; done < size; done += sizeof(uint64_t)) {
+  std::string taken(length, '\0');
+  for (size_t done = 0; done < length; done += sizeof(uint64_t)) {
     const uint64_t value = from.at(at++).get();
-    std::memcpy(taken.data() + done, &value, std::min(sizeof value, size - done));
+    std::memcpy(taken.data() + done, &value, std::min(sizeof value, length - done));
   }
   return taken;
 }

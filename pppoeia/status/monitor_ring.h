@@ -66,7 +66,7 @@ private:
   struct header;
 
   static void put(ring& to, uint64_t at, const_bytes from);
-  static std::string take(const ring& from, uint64_t at, size_t size);
+  static std::string take(const ring& from, uint64_t at, size_t length);
 
   shared<uint32_t> watchers_;
   shared<ring*> ring_;                // once made, it stays
