@@ -80,17 +80,6 @@ int expected(frame_kind kind)
   return -2;
 }
 
-frame_bytes behind_snap(const std::vector<uint16_t>& outside, const std::vector<uint16_t>& inside, unsigned char kind,
-                        uint16_t ethertype)
-{
-  frame_bytes frame = frame_head(everybody, host_address(1), outside, 40);
-  for (const unsigned char byte : std::initializer_list<unsigned char>{0xaa, 0xaa, 0x03, 0x00, 0x00, kind})
-    frame.push_back(byte);
-  const frame_bytes rest = frame_head(everybody, host_address(1), inside, ethertype);
-  frame.insert(frame.end(), rest.begin() + ethertype_offset, rest.end());
-  return frame;
-}
-
 // What the agent's side takes for discovery is taken out, and what it calls hidden passes here no more than there.
 TEST_F(DiscoveryProgram, AgreesWithClassify)
 {

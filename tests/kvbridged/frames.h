@@ -47,6 +47,19 @@ inline kvbridged::frame_bytes discovery_frame(unsigned char code, const kvbridge
   return frame;
 }
 
+// Discovery or another EtherType behind the length of an 802.3 frame with LLC and SNAP of that kind, and tags outside
+// and inside.
+inline kvbridged::frame_bytes behind_snap(const std::vector<uint16_t>& outside, const std::vector<uint16_t>& inside,
+                                          unsigned char kind, uint16_t ethertype)
+{
+  kvbridged::frame_bytes frame = frame_head(everybody, host_address(1), outside, 40);
+  for (const unsigned char byte : std::initializer_list<unsigned char>{0xaa, 0xaa, 0x03, 0x00, 0x00, kind})
+    frame.push_back(byte);
+  const kvbridged::frame_bytes rest = frame_head(everybody, host_address(1), inside, ethertype);
+  frame.insert(frame.end(), rest.begin() + kvbridged::ethertype_offset, rest.end());
+  return frame;
+}
+
 // Calls with every stack of up to six tags, `stag` among their types.
 template <typename F>
 void each_stack(uint16_t stag, const F& call)

@@ -8,10 +8,12 @@
 
 #include <atomic>
 #include <bpf/bpf.h>
+#include <bpf/libbpf.h>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <discovery_bpf.skel.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -179,6 +181,67 @@ TEST_F(KernelBridge, DiscoveryComesBackFromTheAgentBehindItsTags)
   EXPECT_EQ(node.count("hidden"), 3);
   EXPECT_EQ(node.count("captured"), 13);
   EXPECT_EQ(node.count("given back"), 13);
+}
+
+// Discovery and sessions behind each type of tag as the first, and as the second behind one that the kernel takes off,
+// and behind SNAP; each with its number in the last two bytes.
+std::vector<frame_bytes> behind_every_tag(uint16_t stag)
+{
+  std::vector<frame_bytes> frames;
+  for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x8864}}) {
+    frames.push_back(frame_head(everybody, client, {}, ethertype));
+    for (const uint16_t tag : tag_types(stag)) {
+      frames.push_back(frame_head(everybody, client, {tag}, ethertype));
+      frames.push_back(frame_head(everybody, client, {0x8100, tag}, ethertype));
+      frames.push_back(frame_head(everybody, client, {0x88a8, tag}, ethertype));
+      frames.push_back(behind_snap({tag}, {}, 0, ethertype));
+    }
+    for (const unsigned char kind : std::initializer_list<unsigned char>{0x00, 0xf8})
+      frames.push_back(behind_snap({}, {}, kind, ethertype));
+  }
+  for (size_t i = 0; i < frames.size(); ++i) {
+    frames[i].resize(62);
+    word_add(frames[i], static_cast<unsigned>(i));
+  }
+  return frames;
+}
+
+// The numbers of those that arrive. The last is a session's.
+std::set<unsigned> arriving(const std::vector<frame_bytes>& frames, const host& from, const host& to)
+{
+  std::set<unsigned> numbers;
+  for (const frame_bytes& frame : frames)
+    from.send(frame);
+  while (!numbers.contains(static_cast<unsigned>(frames.size() - 1))) {
+    const frame_bytes frame = to.receive();
+    if (frame.empty())
+      break;
+    if (source_of(frame) == client)
+      numbers.insert(word_at(frame, frame.size() - 2));
+  }
+  return numbers;
+}
+
+// At the member, and at the uplink when somebody has taken the member's programs off.
+TEST_F(KernelBridge, DiscoveryIsKeptBackWhateverTagStandsFirst)
+{
+  for (const uint16_t stag : {uint16_t{0x88a8}, uint16_t{0x9988}}) {
+    bridge_settings settings = settings_of();
+    settings.stag_ethertype = stag;
+    cabled_bridge node(settings);
+    const host line("hline1"), uplink("hup9");
+    const std::vector<frame_bytes> frames = behind_every_tag(stag);
+    std::set<unsigned> others;
+    for (size_t i = 0; i < frames.size(); ++i)
+      if (classify(frames[i], stag).kind == frame_kind::other)
+        others.insert(static_cast<unsigned>(i));
+    const auto kept = static_cast<long>(frames.size() - others.size());
+    EXPECT_EQ(arriving(frames, line, uplink), others);
+    EXPECT_EQ(node.count("stopped") + node.count("hidden"), kept);
+    ASSERT_TRUE(run("tc filter del dev line1 ingress"));
+    EXPECT_EQ(arriving(frames, line, uplink), others);
+    EXPECT_EQ(node.count("untreated"), kept);
+  }
 }
 
 // All else is the kernel's: it goes on at once, with or without an agent.
@@ -370,9 +433,13 @@ TEST_F(KernelBridge, ProgramsThatSomebodyTookOffAreBack)
   node.start();
   wire line("hline1"), uplink("hup9");
   const frame_bytes request = discovery_frame(padi, everybody, client);
+  const char programs[] =
+      "(tc filter show dev line1 ingress; tc filter show dev up9 egress) 2>&1 | grep -o '.*kvb_[a-z_]*'";
+  const std::string before = said(programs);
   for (const std::string what :
-       {"tc qdisc del dev line1 clsact", "tc filter del dev line1 ingress", "tc qdisc del dev up9 clsact",
-        "tc qdisc del dev br0_back clsact", "ip link del br0_back"}) {
+       {"tc qdisc del dev line1 clsact", "tc filter del dev line1 ingress", "tc filter del dev line1 ingress prio 1",
+        "tc filter del dev up9 egress prio 3", "tc qdisc del dev up9 clsact", "tc qdisc del dev br0_back clsact",
+        "ip link del br0_back"}) {
     ASSERT_TRUE(run(what)) << what;
     const auto begin = std::chrono::steady_clock::now();
     frame_bytes came;
@@ -380,6 +447,7 @@ TEST_F(KernelBridge, ProgramsThatSomebodyTookOffAreBack)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1)) << what;
     for (; !came.empty(); came = uplink.receive(false))
       ASSERT_TRUE(came == after_agent(request) || what.find("up9") != std::string::npos) << what;
+    EXPECT_TRUE(wait_until([&] { return said(programs) == before; })) << what;
   }
   node.stop();
   const std::string told = testing::internal::GetCapturedStderr();
@@ -438,6 +506,58 @@ TEST_F(KernelBridge, ProgramsOutliveTheirProcessAndAreTakenOver)
   EXPECT_FALSE(has_qdisc("line1") || has_qdisc("up9"));
   line.send(request);
   EXPECT_EQ(uplink.receive(), request);
+}
+
+// One program for all protocols, as a kvbridged of before has left it.
+void one_filter_leave(const std::string& interface, const bpf_program* program, bpf_tc_attach_point side)
+{
+  const auto index = static_cast<int>(if_nametoindex(interface.c_str()));
+  bpf_tc_hook hook{};
+  hook.sz = sizeof hook;
+  hook.ifindex = index;
+  hook.attach_point = static_cast<bpf_tc_attach_point>(BPF_TC_INGRESS | BPF_TC_EGRESS);
+  bpf_tc_hook_create(&hook);
+  hook.attach_point = side;
+  bpf_tc_opts options{};
+  options.sz = sizeof options;
+  options.handle = 0x8863;
+  options.priority = 1;
+  options.prog_fd = bpf_program__fd(program);
+  EXPECT_EQ(bpf_tc_attach(&hook, &options), 0) << interface;
+}
+
+TEST_F(KernelBridge, OneFilterForAllProtocolsIsReplacedWithoutAGap)
+{
+  const std::unique_ptr<discovery_bpf, void (*)(discovery_bpf*)> former(discovery_bpf__open_and_load(),
+                                                                        discovery_bpf__destroy);
+  const uint32_t first = 0;
+  const kvb_control control{0, 1, 1, "br0"};
+  bpf_map_update_elem(bpf_map__fd(former->maps.kvb_control), &first, &control, BPF_ANY);
+  for (const auto& [interface, role] :
+       std::map<std::string, uint32_t>{{"line1", 1 << 16}, {"up9", 9 << 16 | kvb_uplink}}) {
+    const unsigned index = if_nametoindex(interface.c_str());
+    kvb_counts counts{};
+    counts.stopped = 1000;
+    bpf_map_update_elem(bpf_map__fd(former->maps.kvb_roles), &index, &role, BPF_ANY);
+    bpf_map_update_elem(bpf_map__fd(former->maps.kvb_counts), &index, &counts, BPF_ANY);
+    one_filter_leave(interface, former->progs.kvb_member_in, BPF_TC_INGRESS);
+  }
+  one_filter_leave("up9", former->progs.kvb_uplink_out, BPF_TC_EGRESS);
+  wire line("hline1"), uplink("hup9");
+  const frame_bytes request = discovery_frame(padi, everybody, client);
+  std::atomic<bool> over = false;
+  long sent = 0;
+  std::thread sending([&] {
+    for (; !over; ++sent)
+      line.send(request);
+  });
+  const cabled_bridge node(settings_of());
+  over = true;
+  sending.join();
+  EXPECT_TRUE(uplink.receive(false).empty());
+  EXPECT_EQ(node.count("stopped"), sent + 2000);
+  EXPECT_EQ(node.count("untreated"), 0);
+  EXPECT_EQ(said("tc filter show dev line1 ingress | grep -c 'protocol all'"), "0\n");
 }
 
 // The loop stands still, as that of a process that was killed: its heart is not heard any more.

@@ -13,10 +13,11 @@ namespace {
 
 constexpr uint32_t maps_most = 8;
 
-// The ids of the maps of the program, if it is one of kvbridged's.
-std::vector<uint32_t> map_ids(uint32_t program)
+// The ids of the maps of the program at a member's ingress, if it is one of kvbridged's.
+std::vector<uint32_t> map_ids(int interface)
 {
-  const descriptor fd(program == 0 ? -1 : bpf_prog_get_fd_by_id(program));
+  const std::vector<tc_place> places = tc_places(interface, tc_side::in);
+  const descriptor fd(places.empty() ? -1 : bpf_prog_get_fd_by_id(places.front().program));
   std::vector<uint32_t> ids(maps_most);
   bpf_prog_info info{};
   info.nr_map_ids = maps_most;
@@ -34,7 +35,7 @@ std::vector<uint32_t> map_ids(uint32_t program)
 std::optional<found_programs> found_programs::at(int interface)
 {
   found_programs found;
-  for (const uint32_t id : map_ids(tc_program(interface, tc_side::in))) {
+  for (const uint32_t id : map_ids(interface)) {
     descriptor fd(bpf_map_get_fd_by_id(id));
     bpf_map_info info{};
     uint32_t size = sizeof info;

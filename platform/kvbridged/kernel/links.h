@@ -2,14 +2,12 @@
 #ifndef PLATFORM_KVBRIDGED_KERNEL_LINKS_H
 #define PLATFORM_KVBRIDGED_KERNEL_LINKS_H
 
+#include "platform/kvbridged/kernel/netlink.h"
 #include "platform/kvbridged/loop.h"
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
-
-struct mnl_socket;
 
 namespace kvbridged {
 
@@ -20,16 +18,8 @@ struct link_info {
   bool is_bridge = false;
 };
 
-struct netlink_close {
-  void operator()(mnl_socket* socket) const;
-};
-using netlink_socket = std::unique_ptr<mnl_socket, netlink_close>;
-
 // All that there are. Throws fatal.
 std::vector<link_info> links_all();
-
-// Whether anybody's filter is at the interface's ingress or egress qdisc.
-bool has_filters(int interface);
 
 // Tells of changes as they come.
 class link_watch {

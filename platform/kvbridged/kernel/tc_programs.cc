@@ -1,5 +1,6 @@
 #include "platform/kvbridged/kernel/tc_programs.h"
 
+#include "platform/kvbridged/frame.h"
 #include "platform/kvbridged/kernel/found_programs.h"
 #include "platform/kvbridged/kernel/tc_slot.h"
 
@@ -9,11 +10,13 @@
 #include <cerrno>
 #include <cstring>
 #include <discovery_bpf.skel.h>
+#include <linux/if_ether.h>
 
 namespace kvbridged {
 namespace {
 
 constexpr uint64_t second_ns = 1'000'000'000;
+const std::vector<uint16_t> any_protocol{ETH_P_ALL};  // at the helper device, which has no other traffic
 
 [[noreturn]] void give_up(const std::string& bridge, const char* what)
 {
@@ -48,16 +51,32 @@ uint32_t id_of(const bpf_program* program)
   return bpf_obj_get_info_by_fd(bpf_program__fd(program), &info, &size) == 0 ? info.id : 0;
 }
 
-bool is_at(int interface, tc_side side, const bpf_program* program)
+// The protocol of all frames that any program here looks into: what stands first behind the addresses, but for an 802.3
+// frame's length, in whose place the kernel puts ETH_P_802_2.
+std::vector<uint16_t> looked_into(uint16_t stag_ethertype)
 {
-  const uint32_t there = tc_program(interface, side);
-  return there != 0 && there == id_of(program);
+  std::vector<uint16_t> protocols{discovery_ethertype, ETH_P_802_2};
+  for (const uint16_t tag : tag_types(stag_ethertype))
+    if (std::ranges::find(protocols, tag) == protocols.end())
+      protocols.push_back(tag);
+  return protocols;
+}
+
+// Whether it is in the place of each protocol.
+bool is_at(int interface, tc_side side, const bpf_program* program, const std::vector<uint16_t>& protocols)
+{
+  const std::vector<tc_place> places = tc_places(interface, side);
+  const uint32_t id = id_of(program);
+  return std::ranges::all_of(protocols, [&](uint16_t protocol) {
+    return std::ranges::any_of(
+        places, [&](const tc_place& place) { return place.protocol == protocol && place.program == id; });
+  });
 }
 
 }  // namespace
 
 tc_programs::tc_programs(const bridge_settings& settings, std::span<const int> interfaces)
-    : bridge_(settings.name), loaded_(nullptr, discovery_bpf__destroy)
+    : bridge_(settings.name), protocols_(looked_into(settings.stag_ethertype)), loaded_(nullptr, discovery_bpf__destroy)
 {
   loaded_.reset(discovery_bpf__open());
   if (!loaded_)
@@ -90,14 +109,14 @@ int tc_programs::helper_attach(int interface)
   const int error = tc_qdisc_make(interface);
   if (error != 0 && error != EEXIST)
     return error;
-  const int in = tc_attach(interface, tc_side::in, bpf_program__fd(loaded_->progs.kvb_helper_in));
-  return in != 0 ? in : tc_attach(interface, tc_side::out, bpf_program__fd(loaded_->progs.kvb_helper_out));
+  const int in = tc_attach(interface, tc_side::in, loaded_->progs.kvb_helper_in, any_protocol);
+  return in != 0 ? in : tc_attach(interface, tc_side::out, loaded_->progs.kvb_helper_out, any_protocol);
 }
 
 bool tc_programs::helper_attached(int interface) const
 {
-  return is_at(interface, tc_side::in, loaded_->progs.kvb_helper_in) &&
-         is_at(interface, tc_side::out, loaded_->progs.kvb_helper_out);
+  return is_at(interface, tc_side::in, loaded_->progs.kvb_helper_in, any_protocol) &&
+         is_at(interface, tc_side::out, loaded_->progs.kvb_helper_out, any_protocol);
 }
 
 // Who is known as a member had the qdisc looked at before.
@@ -125,23 +144,25 @@ int tc_programs::member_attach(int interface, member_role role)
     return errno;
   if (!role.uplink)
     tc_detach(interface, tc_side::out);
-  const int in = tc_attach(interface, tc_side::in, bpf_program__fd(loaded_->progs.kvb_member_in));
+  const int in = tc_attach(interface, tc_side::in, loaded_->progs.kvb_member_in, protocols_);
   if (in != 0 || !role.uplink)
     return in;
-  return tc_attach(interface, tc_side::out, bpf_program__fd(loaded_->progs.kvb_uplink_out));
+  return tc_attach(interface, tc_side::out, loaded_->progs.kvb_uplink_out, protocols_);
 }
 
 bool tc_programs::member_attached(int interface, bool uplink) const
 {
-  return is_at(interface, tc_side::in, loaded_->progs.kvb_member_in) &&
-         (!uplink || is_at(interface, tc_side::out, loaded_->progs.kvb_uplink_out));
+  return is_at(interface, tc_side::in, loaded_->progs.kvb_member_in, protocols_) &&
+         (!uplink || is_at(interface, tc_side::out, loaded_->progs.kvb_uplink_out, protocols_));
 }
 
 void tc_programs::member_detach(int interface)
 {
-  if (tc_program(interface, tc_side::in) == 0 || member_attached(interface, false))
-    return former_detach(interface);
-  forget(interface);
+  const uint32_t ours = id_of(loaded_->progs.kvb_member_in);
+  const auto is_anothers = [&](const tc_place& place) { return place.program != ours; };
+  if (std::ranges::any_of(tc_places(interface, tc_side::in), is_anothers))
+    return forget(interface);
+  former_detach(interface);
 }
 
 void tc_programs::former_detach(int interface)

@@ -13,6 +13,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 struct discovery_bpf;
 
@@ -59,6 +60,7 @@ private:
   void forget(int interface);
 
   std::string bridge_;
+  std::vector<uint16_t> protocols_;  // that the members' programs look into
   std::unique_ptr<discovery_bpf, void (*)(discovery_bpf*)> loaded_;
   uint32_t helper_ = 0;  // interface index
 };

@@ -7,8 +7,9 @@
 //   an uplink's egress   no discovery frame leaves that came in by a member and does not bear the mark. So nothing
 //                        slips out while a member's program is not yet, or no more, in place
 //
-// All other traffic meets one comparison of its protocol. A frame is judged as classify() in frame.cc judges it, the
-// outer tag where the kernel or the hardware put it.
+// The filters at members are bound to the protocols that can lead to discovery, which looked_into() in tc_programs.cc
+// knows, so that other traffic meets no program. A frame is judged as classify() in frame.cc judges it, the outer tag
+// where the kernel or the hardware put it.
 #include "platform/kvbridged/kernel/bpf/maps.h"
 
 #include <linux/pkt_cls.h>
