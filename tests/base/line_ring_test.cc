@@ -1,5 +1,6 @@
 #include "base/line_ring.h"
 
+#include <algorithm>
 #include <deque>
 #include <gtest/gtest.h>
 #include <random>
@@ -40,17 +41,32 @@ TEST(LineRing, GivesBackWhatItWasGivenInOrder)
   EXPECT_GT(refused, 10'000u) << "the ring was hardly ever full";
 }
 
-TEST(LineRing, AnEmptyRingHoldsALineOfItsWholeSizeWhereverTheLastOneLay)
+// Beside its text each line takes a header of twelve bytes and a NUL.
+TEST(LineRing, HoldsLinesToItsLastByteWhereverTheyLie)
 {
-  line_ring ring(100);
-  size_t longest = 100;
-  while (!ring.fits(longest))
-    --longest;
-  EXPECT_GE(longest, 80u);
-  for (size_t length = 0; length <= longest; ++length) {
+  constexpr size_t bytes = 100, beside = 13, longest = bytes - beside;
+  const auto most_that_fits = [](const line_ring& ring) {
+    int length = -1;
+    while (ring.fits(static_cast<size_t>(length + 1)))
+      ++length;
+    return length;
+  };
+  for (size_t length = 0; length <= longest - beside; ++length) {
+    SCOPED_TRACE(length);
+    const int first = static_cast<int>(length);
+    line_ring ring(bytes);
     ring.push(6, 0, std::string(length, 'x'));
+    EXPECT_EQ(most_that_fits(ring), static_cast<int>(longest - beside) - first) << "behind it";
+    ring.push(6, 0, std::string(longest - beside - length, 'y'));
+    EXPECT_EQ(most_that_fits(ring), -1);
     ring.pop();
-    EXPECT_TRUE(ring.fits(longest)) << "after a line of " << length;
+    EXPECT_EQ(most_that_fits(ring), first) << "in front of the others";
+    ring.push(6, 0, "");
+    EXPECT_EQ(most_that_fits(ring), std::max(first - static_cast<int>(beside), -1)) << "between";
+    ring.pop();
+    EXPECT_EQ(most_that_fits(ring), static_cast<int>(longest - beside)) << "behind the one at the beginning";
+    ring.pop();
+    EXPECT_EQ(most_that_fits(ring), static_cast<int>(longest)) << "in an empty one";
   }
 }
 

@@ -52,7 +52,11 @@ protected:
     fs::copy_file(std::string(PLUGIN_LIBRARIES) + "/" + file, folder + "/" + file);
     return file;
   }
-  background host() const { return background({BLLHOST, "--log-to-stderr"}); }
+  static background host(std::vector<std::string> options = {"--log-to-stderr"})
+  {
+    options.insert(options.begin(), BLLHOST);
+    return background(options);
+  }
   static bool waitFor(const background& running, const std::string& text)
   {
     return wait_until([&] { return running.output().find(text) != std::string::npos; });
@@ -117,6 +121,44 @@ TEST_F(LibraryLoading, AMissingFunctionIsToldWhenItIsCalled)
   EXPECT_TRUE(waitFor(early, "Starting procedure has been completed")) << early.output();
   EXPECT_EQ(early.end(), 0);
   EXPECT_THAT(early.output(), ContainsRegex("Can not load library<.*>!\n.*undefined symbol: nobodyHasThisFunction"));
+}
+
+// Which file of settings the entities are shown, and which is written.
+TEST_F(LibraryLoading, SettingsAreSavedAndShownAsAsked)
+{
+  configure({library("good")});
+  const std::string earlier = folder + "/earlier.xml", later = folder + "/later.xml";
+  write("earlier.xml", "<Configuration/>");
+  setenv("BLL_SAVED", "/of/somebody/else", 1);
+  const auto shown = [&](const std::vector<std::string>& options, const std::string& file) {
+    background running = host(options);
+    ASSERT_TRUE(waitFor(running, "main RPC loop")) << running.output();
+    EXPECT_EQ(running.end(), 0);
+    EXPECT_THAT(running.output(), HasSubstr("saved before: <" + file + ">\n"));
+    EXPECT_THAT(running.output(), Not(HasSubstr("Starting procedure"))) << "the log is elsewhere";
+  };
+  shown({"--save", later}, "");
+  EXPECT_THAT(file_text(later), HasSubstr("<good of=\"good\"/>"));
+  shown({"--save", later}, later);
+  shown({"--save", later, "--load", earlier}, earlier);
+  fs::remove(later);
+  shown({"--load", earlier}, earlier);
+  EXPECT_FALSE(fs::exists(later));
+  const fs::path before = fs::current_path();
+  fs::current_path(folder);
+  write("bll_saved.xml", "<Configuration/>");
+  shown({}, "");
+  shown({"--save", "earlier.xml"}, earlier);
+  fs::current_path(before);
+  unsetenv("BLL_SAVED");
+  EXPECT_THAT(file_text(folder + "/bll_saved.xml"), Not(HasSubstr("good")));
+  EXPECT_THAT(file_text(earlier), HasSubstr("<good of=\"good\"/>"));
+
+  setenv("PLUGIN_REFUSES", "1", 1);
+  background refused = host();
+  unsetenv("PLUGIN_REFUSES");
+  EXPECT_EQ(refused.wait(), 1);
+  EXPECT_THAT(refused.output(), HasSubstr("bllhost: the entities could not be started; the system log says why\n"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A plug-in library that is right, or wrong in the one way that its target defines.
 #include "rte/BLL/core/bll_manager.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <unistd.h>
@@ -29,10 +30,15 @@ public:
     singleton<BLLManager>::instance().registerEntity(*this);
   }
   void applyConfiguration(boost::shared_ptr<Storage::Setting>) override {}
-  void saveConfiguration(boost::shared_ptr<Storage::Setting>) const override {}
+  void saveConfiguration(boost::shared_ptr<Storage::Setting> setting) const override
+  {
+    setting->setValue("of", name);
+  }
   bool start() override
   {
-    return true;
+    const char* const saved = std::getenv("BLL_SAVED");
+    std::fprintf(stderr, "saved before: <%s>\n", saved ? saved : "");
+    return !std::getenv("PLUGIN_REFUSES");
   }
   bool applyDefaultSettings() override
   {

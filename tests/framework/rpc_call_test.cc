@@ -6,11 +6,14 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <rpc/rpc.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -166,6 +169,165 @@ TEST(RpcConnection, TakesRecordsHoweverTheyCome)
     EXPECT_EQ(recv(ends[1], &none, 1, 0), 0) << "closed";
     close(ends[1]);
   }
+}
+
+// A client that does not read is not listened to; all it has asked is answered, even if it has said that it is done.
+TEST(RpcConnection, AnswersASlowReaderInTheEnd)
+{
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+  constexpr int small = 1;
+  setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+  rpcConnection_t connection(ends[0], service, at(own_port), at(caller_port));
+  std::string expected;
+  uint32_t asked = 0;
+  for (; connection.events() == POLLIN && asked < 10'000; ++asked) {
+    const std::string bytes = packed({0x80000000 | 44}) + packed(call(asked, asked));
+    ASSERT_EQ(send(ends[1], bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    expected += packed({0x80000000 | 28}) + packed(success(asked, asked + 1));
+    ASSERT_TRUE(connection.tend(admitAll));
+  }
+  EXPECT_EQ(connection.events(), POLLOUT);
+  const std::string more = packed({0x80000000 | 44}) + packed(call(7, 8));
+  ASSERT_EQ(send(ends[1], more.data(), more.size(), 0), static_cast<ssize_t>(more.size()));
+  expected += packed({0x80000000 | 28}) + packed(success(7, 9));
+  seen.clear();
+  ASSERT_TRUE(connection.tend(admitAll));
+  EXPECT_EQ(seen, "") << "not before it has read";
+  shutdown(ends[1], SHUT_WR);
+  std::string got;
+  const auto read = [&] {
+    char bytes[100];
+    ssize_t count = 0;
+    while ((count = recv(ends[1], bytes, sizeof bytes, 0)) > 0)
+      got.append(bytes, static_cast<size_t>(count));
+  };
+  int tries = 0;
+  for (read(); connection.tend(admitAll) && tries < 1000; ++tries)
+    read();
+  read();
+  EXPECT_EQ(got, expected);
+  EXPECT_LT(tries, 1000) << "the end is never found";
+  close(ends[1]);
+}
+
+class RpcServer : public testing::Test {
+protected:
+  static sockaddr_in address_of(int fd)
+  {
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    return address;
+  }
+  static int bound(int type)
+  {
+    const int fd = socket(AF_INET, type, 0);
+    const sockaddr_in loopback = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&loopback), sizeof loopback), 0);
+    if (type == SOCK_STREAM)
+      listen(fd, 512);
+    return fd;
+  }
+  int connected(int type, const sockaddr_in& to)
+  {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    fcntl(fd, F_SETFL, O_NONBLOCK);
+    clients.push_back(fd);
+    return fd;
+  }
+  // What the next bytes are, "closed" or "nothing", once the server has done all it can.
+  std::string ask(int fd, const std::string& message)
+  {
+    send(fd, message.data(), message.size(), MSG_NOSIGNAL);
+    serve(3);
+    char bytes[100];
+    const ssize_t count = recv(fd, bytes, sizeof bytes, 0);
+    return count == 0 ? "closed" : count < 0 ? "nothing" : std::string(bytes, static_cast<size_t>(count));
+  }
+  void serve(int rounds)
+  {
+    for (int i = 0; i < rounds; ++i) {
+      eventfd_write(wake, 1);
+      EXPECT_TRUE(server.serve(wake));
+    }
+  }
+  ~RpcServer() override
+  {
+    for (const int fd : clients)
+      close(fd);
+    close(wake);
+  }
+
+  const int wake = eventfd(0, EFD_NONBLOCK);
+  std::vector<int> clients;
+  const std::string called = packed(call(7, 41)), answered = packed(success(7, 42));
+  const std::string record = packed({0x80000000 | 44}) + called, answer_record = packed({0x80000000 | 28}) + answered;
+  rpcServer_t server{admitAll};
+};
+
+TEST_F(RpcServer, ServesBothProtocolsUntilTheProgramIsRemoved)
+{
+  EXPECT_EQ(rpcServer_t::ofThisThread(), &server);
+  const int udp = bound(SOCK_DGRAM), tcp = bound(SOCK_STREAM);
+  const sockaddr_in listens = address_of(tcp);
+  server.add(service, udp, IPPROTO_UDP);
+  server.add(service, tcp, IPPROTO_TCP);
+  const int datagrams = connected(SOCK_DGRAM, address_of(udp)), stream = connected(SOCK_STREAM, listens);
+  const auto ports = [](const char* name, int server_fd, int client) {
+    const std::string own = std::to_string(ntohs(address_of(server_fd).sin_port));
+    return std::string("5 ") + name + " " + own + " " + std::to_string(ntohs(address_of(client).sin_port)) + " " + own;
+  };
+  EXPECT_EQ(ask(datagrams, called), answered);
+  EXPECT_EQ(seen, ports("udp", udp, datagrams));
+  EXPECT_EQ(ask(stream, record), answer_record);
+  EXPECT_EQ(seen, ports("tcp", tcp, stream));
+  EXPECT_EQ(ask(stream, "too little"), "closed") << "a giant record";
+
+  const int other = connected(SOCK_STREAM, listens);
+  serve(1);
+  server.remove(program, version + 1);
+  server.remove(program + 1, version);
+  EXPECT_EQ(ask(datagrams, called), answered);
+  server.remove(program, version);
+  EXPECT_EQ(fcntl(udp, F_GETFD), -1);
+  EXPECT_EQ(fcntl(tcp, F_GETFD), -1);
+  EXPECT_EQ(ask(other, record), answer_record) << "until its client ends it";
+  send(other, record.data(), record.size(), 0);
+  EXPECT_TRUE(server.serve(-1)) << "an eventfd that could not be made";
+  char bytes[100];
+  EXPECT_EQ(recv(other, bytes, sizeof bytes, 0), static_cast<ssize_t>(answer_record.size()));
+}
+
+TEST_F(RpcServer, ClosesThoseSilentForLongestWhenThereAreTooMany)
+{
+  const int tcp = bound(SOCK_STREAM);
+  const sockaddr_in listens = address_of(tcp);
+  server.add(service, tcp, IPPROTO_TCP);
+  for (size_t i = 0; i < rpcServer_t::mostConnections; ++i) {
+    connected(SOCK_STREAM, listens);
+    serve(1);
+  }
+  EXPECT_EQ(ask(clients[0], record), answer_record);
+  const int last = connected(SOCK_STREAM, listens);
+  serve(1);
+  EXPECT_EQ(ask(clients[1], record), "closed");
+  EXPECT_EQ(ask(clients[2], record), answer_record);
+  EXPECT_EQ(ask(clients[0], record), answer_record);
+  EXPECT_EQ(ask(last, record), answer_record);
+
+  rlimit before;
+  getrlimit(RLIMIT_NOFILE, &before);
+  const int waiting = connected(SOCK_STREAM, listens);
+  const int next = dup(waiting);
+  close(next);
+  const rlimit none_left = {static_cast<rlim_t>(next), before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none_left);
+  EXPECT_EQ(ask(waiting, record), answer_record) << "in the place of another";
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(ask(clients[3], record), "closed");
+  EXPECT_EQ(ask(clients[4], record), answer_record);
 }
 
 TEST(RpcRefusals, OneAMinuteIsToldWithTheNumberOfTheOthers)

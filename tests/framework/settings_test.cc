@@ -5,12 +5,15 @@
 #include <csignal>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -124,10 +127,13 @@ TEST_F(Settings, AnyValueIsReadBackAsItWasSet)
     ASSERT_TRUE(store.load(path("out.xml"))) << saved();
     EXPECT_EQ(store.getRoot("a")->getValue("v"), value);
   }
-  // What XML cannot hold stands in the file as a private character.
-  store.getRoot("a")->setValue("w", "\x01\x1F\x20\x7E\x80\xFF");
+  // What XML cannot hold stands in the file as a private character, all else as it is: the first and last of each
+  // length.
+  const std::string characters = "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD\xF0\x90\x80\x80\xF4\x8F\xBF\xBD";
+  store.getRoot("a")->setValue("w", "\x01\x1F\x20\x7E\x80\xFF" + characters);
   ASSERT_TRUE(store.save(path("out.xml")));
-  EXPECT_THAT(saved(), testing::HasSubstr(" w=\"\xEE\xBC\x81\xEE\xBC\x9F ~\xEE\xBE\x80\xEE\xBF\xBF\"/>"));
+  EXPECT_THAT(saved(),
+              testing::HasSubstr(" w=\"\xEE\xBC\x81\xEE\xBC\x9F ~\xEE\xBE\x80\xEE\xBF\xBF" + characters + "\"/>"));
 }
 
 TEST_F(Settings, FilesInOtherEncodingsAreReadAndSavedAsUtf8)
@@ -169,7 +175,10 @@ TEST_F(Settings, AFileThatCannotBeReadLeavesNoDocument)
   for (const char* content : {"", "<a>", "<a b='\xFF'/>", "not xml", "<a b='1' b='2'/>", "<a xmlns='&lt;'/>"})
     EXPECT_FALSE(store.load(write(content))) << content;
   EXPECT_FALSE(store.load(folder));
-  EXPECT_TRUE(store.load(write("<a/>"))) << "and a good one is welcome again";
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(store.load(write("<a>\n" + repeated("<b:c/>", 20) + "</a>"))) << "and a good one is welcome again";
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            repeated(path("in.xml") + ":2: Namespace prefix b on c is not defined\n", 10));
 }
 
 TEST_F(Settings, EntitiesAreReadWithinLimits)
@@ -222,8 +231,15 @@ TEST_F(Settings, FilesThatWouldKeepTheParserBusyAreRefused)
   EXPECT_FALSE(store.load(write(defaulted + "<a>" + repeated("<b/>", 2000) + "</a>")));
   EXPECT_FALSE(store.load(write(repeated("<a>", 300) + repeated("</a>", 300))));
   EXPECT_TRUE(store.load(write("<a>" + repeated("<b v='1'/>", 100'000) + "</a>"))) << "a large one of the common kind";
-  std::filesystem::resize_file(write("<a/>" + std::string(4096, ' ')), 65'000'000'000);
-  EXPECT_FALSE(store.load(path("in.xml")));
+  constexpr size_t most = 32 * 1024 * 1024;
+  const std::string comments = repeated("<!--" + std::string(most / 32 - 7, 'c') + "-->", 31);
+  EXPECT_TRUE(store.load(write(comments + "<a/>" + std::string(most - comments.size() - 4, ' '))));
+  for (const size_t size : {most + 1, size_t{65'000'000'000}}) {
+    std::filesystem::resize_file(path("in.xml"), size);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(store.load(path("in.xml")));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), path("in.xml") + ": not a readable file of at most 32 MiB\n");
+  }
 }
 
 TEST_F(Settings, OnlyRegularFilesAreRead)
@@ -233,6 +249,11 @@ TEST_F(Settings, OnlyRegularFilesAreRead)
                                   "file://" + write("<a/>"), std::string("http://127.0.0.1:1/a")})
     EXPECT_FALSE(store.load(file)) << file;
   EXPECT_FALSE(Storage::StorageMng().save(path("fifo"))) << "nobody reads it";
+  const int reader = open(path("fifo").c_str(), O_RDWR | O_NONBLOCK);
+  EXPECT_TRUE(Storage::StorageMng().save(path("fifo")));
+  char got[100];
+  EXPECT_EQ(read(reader, got, sizeof got), 56);
+  close(reader);
 }
 
 TEST_F(Settings, AFailedSaveKeepsTheOldFile)
@@ -281,6 +302,31 @@ TEST_F(Settings, ASaveKeepsModeAndLinks)
   EXPECT_EQ(kept.st_uid, owner);
   EXPECT_EQ(kept.st_mode & 07777, 04640U);
   EXPECT_THAT(saved(), testing::HasSubstr("<Configuration/>"));
+  const mode_t usual = umask(027);
+  EXPECT_TRUE(store.save(path("new.xml")));
+  umask(usual);
+  EXPECT_EQ(std::filesystem::status(path("new.xml")).permissions(), std::filesystem::perms(0640));
+}
+
+// Nothing can be put in its place, so it is written itself.
+TEST_F(Settings, AFileThatIsAMountPointIsSavedInPlace)
+{
+  std::ofstream(write("")) << "mounted";
+  std::ofstream(path("out.xml")) << "old";
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool mounted = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount(path("in.xml").c_str(), path("out.xml").c_str(), nullptr, MS_BIND, nullptr) == 0;
+    _exit(!mounted ? 2 : store.save(path("out.xml")) ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 2)
+    GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(saved(), "old");
+  EXPECT_THAT(file_text(path("in.xml")), testing::EndsWith("<Configuration/>\n"));
+  EXPECT_EQ(entries(folder), 2) << "nothing is left lying about";
 }
 
 TEST_F(Settings, NullHandlesAnswerEmpty)

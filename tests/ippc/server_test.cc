@@ -15,7 +15,6 @@
 #include <list>
 #include <optional>
 #include <poll.h>
-#include <ranges>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -181,8 +180,8 @@ TEST_F(IppcServer, OneUserCannotKeepAllOthersOut)
       ASSERT_TRUE(client.open(path));
       ASSERT_EQ(ask(client).result, 7);
     }
-    for (ippc::client& client : hoard | std::views::reverse)
-      ask(client);  // so the last one is silent longest
+    for (auto client = hoard.rbegin(); client != hoard.rend(); ++client)
+      ask(*client);  // so the last one is silent longest
     EXPECT_FALSE(serves()) << "the same user has no claim on more";
   });
   EXPECT_TRUE(serves());

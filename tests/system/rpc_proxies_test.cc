@@ -1,8 +1,10 @@
 // The RPC service's proxies in this process, at a real port mapper: cut messages, other people's sockets, and two
 // proxies side by side.
 #include "rte/BLL/core/bll_manager.h"
+#include "rte/BLL/core/manager/messages.h"
 #include "rte/BLL/core/rpc_bll_service.h"
 #include "rte/BLL/core/rpc_register.h"
+#include "tests/support/files.h"
 #include "tests/system/node_test.h"
 
 #include <arpa/inet.h>
@@ -141,7 +143,14 @@ protected:
     if (!mapper) {
       mapper = port_mapper();
       setenv("BLL_BOARD_ID", "/nonexistent", 1);
-      singleton<BLLManager>::instance().externalMessageSubscribers.emplace_back([](const auto&...) { noteMessage(); });
+      singleton<BLLManager>::instance().externalMessageSubscribers.emplace_back(
+          [](const std::string& message, const std::string& value, std::ostringstream& reply, const std::string&) {
+            noteMessage();
+            if (message == "refuse")
+              throw std::runtime_error(value);
+            if (message == "reply")
+              reply << value << "\n";
+          });
     }
     messages = 0;
     start(own, bllRpcProgram);
@@ -352,6 +361,8 @@ TEST_F(RpcProxies, TheCommandsEndAsTheirHelpTells)
                                                   {"bllmsg -t 86400 x", 2},
                                                   {"bllmsg -t 86399 x", 0},
                                                   {"bllmsg --tcp --tty /dev/null x y", 0},
+                                                  {"bllmsg refuse it", 1},
+                                                  {"bllmsg --tty /nowhere/at/all reply it", 1},
                                                   {"bllhost --help", 0},
                                                   {"bllhost --color", 2},
                                                   {"bllhost --allow-user nosuchuser", 2},
@@ -361,7 +372,22 @@ TEST_F(RpcProxies, TheCommandsEndAsTheirHelpTells)
     const auto [ended, told] = run(command);
     EXPECT_EQ(ended, status) << command << ": " << told;
   }
-  EXPECT_EQ(messages, 2);
+  EXPECT_EQ(messages, 4);
+  const std::string list = run("bllmsg --list").second;
+  for (const bllCommand_t& command : bllCommands)
+    EXPECT_THAT(list,
+                testing::ContainsRegex("(^|\n)" + std::string(command.message) + (command.prefix ? "[.]{3} " : " ") +
+                                       "[^\n]* " + std::string(command.what).substr(0, 20)));
+  EXPECT_THAT(list, testing::ContainsRegex("\ndhcpra:MESSAGE +handed to the agent that shares the framework\n$"));
+  const std::string tty = work + "/tty";
+  for (const std::string way : {"", "--tcp "}) {
+    std::ofstream(tty) << "";
+    EXPECT_EQ(run("bllmsg " + way + "reply text"), std::make_pair(0, std::string("text\n")));
+    EXPECT_EQ(run("bllmsg " + way + "--tty " + tty + " reply text"), std::make_pair(0, std::string()));
+    EXPECT_EQ(file_text(tty), "text\n");
+  }
+  const std::string value(60'000, 'v');
+  EXPECT_EQ(run("bllmsg --tcp reply " + value), std::make_pair(0, value + "\n"));
   EXPECT_TRUE(own.stop(true));
   pmap_unset(bllRpcProgram, bllRpcVersion);
   EXPECT_EQ(run("ASAN_OPTIONS=detect_leaks=0 bllmsg -t 1 x").first, 3);  // the RPC library forgets what it looked up

@@ -447,7 +447,13 @@ TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)
   EXPECT_THAT(offered(agent, {"port", "state", "set", "br3", ""}), ElementsAre("2", "5"));
   EXPECT_THAT(offered(agent, {"port", "state", "set", "br3", "5", "n"}), ElementsAre("network"));
   EXPECT_THAT(offered(agent, {"explain", "br3", "5", ""}), ElementsAre("77"));
+  EXPECT_THAT(offered(agent, {"explain", "br3", "5", "77", ""}), ElementsAre());
+  EXPECT_THAT(offered(agent, {"save", "br0", ""}), ElementsAre("br0", "br3"));
+  EXPECT_THAT(offered(agent, {"port-vlan", "get", "br3", "5", ""}), ElementsAre("77"));
+  EXPECT_THAT(offered(agent, {"port-vlan", "get", "br3", ""}), ElementsAre("2", "5"));
   EXPECT_THAT(offered(agent, {"format", "explain", "$PORT", "br3", ""}), ElementsAre("2", "5"));
+  EXPECT_THAT(offered(agent, {"format", "explain", "$PORT", "br3", "5", ""}), ElementsAre("77"));
+  EXPECT_THAT(offered(agent, {"format", "test", "--mode", "test", "br3", "--debug", ""}), ElementsAre("off", "on"));
   EXPECT_THAT(offered(agent, {"format", "test", "br3", "--mode", "a"}), ElementsAre("available"));
   EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--p"}), ElementsAre("--parent"));
   EXPECT_THAT(offered(agent, {"port", "add", "br3", "6", "x", "y", "--"}),
@@ -469,6 +475,7 @@ TEST(Completion, OffersWordsValuesAndWhatTheAgentHas)
   EXPECT_THAT(offered(agent, {"--ba"}), ElementsAre());
   EXPECT_THAT(offered(agent, {"-b"}), ElementsAre("-batch"));
   EXPECT_THAT(offered(agent, {"nonsense", ""}), ElementsAre());
+  EXPECT_THAT(offered(agent, {"show", "port", "--json", ""}), ElementsAre("br0", "br3"));
 }
 
 // Bridges of any name are known by their devices and by their files.

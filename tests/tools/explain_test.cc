@@ -228,9 +228,20 @@ TEST_F(Lines, CheckFindsWhatAnOperatorMeansByWrong)
   EXPECT_THAT(findings(), ElementsAre(HasSubstr("$zPORT stays as it is written: padding needs a number"),
                                       HasSubstr("$TCONT stays as it is written"), HasSubstr("unread circuit-id"),
                                       HasSubstr("shared")));
+  configure("format circuit-id set br0 '$PORT $a0z9ZAP_X: $A $ZZ- $0'\n");
+  EXPECT_THAT(findings(), ElementsAre("unknown-macro circuit-id 1/4095 2/4095 $a0z9ZAP_X",
+                                      "unknown-macro circuit-id 1/4095 2/4095 $ZZ"));
   configure("format circuit-id set br0 '$SYSNAME $CLNT_MAC'\n");  // tells the lines apart when frames come
   EXPECT_THAT(findings(), ElementsAre());
   EXPECT_EQ(agent.ctl({"format", "check", "br0"}).status, 0);
+  for (int vlan = 1; vlan <= 5; ++vlan)
+    configure("port-vlan remote-id-format set br0 1 " + std::to_string(vlan) + " $CONTACT\n");
+  const std::string six = "port 1 VLAN 1, port 1 VLAN 2, port 1 VLAN 3, port 1 VLAN 4, port 1 VLAN 5, port 2 VLAN 9";
+  configure("port-vlan remote-id-format set br0 2 9 $CONTACT\n");
+  EXPECT_THAT(agent.ctl({"format", "check", "br0"}).out, HasSubstr(six + ": remote-id $CONTACT has no value\n"));
+  configure("port-vlan remote-id-format set br0 4 9 $CONTACT\n");
+  EXPECT_THAT(agent.ctl({"format", "check", "br0"}).out,
+              HasSubstr(six + " and 1 more: remote-id $CONTACT has no value\n"));
 }
 
 }  // namespace

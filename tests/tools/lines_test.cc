@@ -55,6 +55,8 @@ TEST_F(ManyLines, AreChosenAndSorted)
   EXPECT_THAT(shown({"br0", "side=network"}), ElementsAre("br0/7"));
   EXPECT_THAT(shown({"trust!=untrusted", "circuit-id~th:<"}), ElementsAre("br0/2"));
   EXPECT_THAT(shown({"--sort", "name"}), ElementsAre("br1/1", "br0/2", "br0/1", "br0/7"));
+  EXPECT_THAT(shown({"--sort", "port"}), ElementsAre("br0/1", "br1/1", "br0/2", "br0/7")) << "equals as they were";
+  EXPECT_THAT(shown({"--sort", "side"}), ElementsAre("br0/2", "br1/1", "br0/7", "br0/1"));
   EXPECT_EQ(agent.told({"show", "lines", "br0", "remote-id=C-2", "--columns", "port,remote-id,vlans"}),
             "port  remote-id  vlans\n   2  C-2\n");
   EXPECT_EQ(agent.told({"show", "lines", "br0", "-b", "port=1"}),
@@ -78,6 +80,13 @@ TEST_F(ManyLines, AreTypedAboutOnATerminal)
   EXPECT_THAT(typed.out, HasSubstr("port 70: br0 has ports 1, 2, 7"));
   EXPECT_THAT(typed.out, HasSubstr("Default: on"));
   EXPECT_THAT(file_text(home.path + "/.pppoeiactl_history"), HasSubstr("help"));
+  const std::string table = std::string(PPPOEIACTL) + " --socket " + agent.socket() + " show lines br1 -b";
+  const outcome narrow = run(
+      {"/usr/bin/script", "-qec",
+       "stty cols 14; TERM=xterm " + table + "; NO_COLOR=1 " + table + "; TERM=dumb NO_COLOR= " + table, "/dev/null"});
+  EXPECT_EQ(narrow.out, "\x1b[1mbridge  port\xe2\x80\xa6\x1b[0m\r\nbr1        1\xe2\x80\xa6\r\n"
+                        "bridge  port\xe2\x80\xa6\r\nbr1        1\xe2\x80\xa6\r\n"
+                        "bridge  port\xe2\x80\xa6\r\nbr1        1\xe2\x80\xa6\r\n");
 }
 
 TEST(TextTable, IsNoWiderThanTheTerminal)
@@ -85,9 +94,17 @@ TEST(TextTable, IsNoWiderThanTheTerminal)
   text_table table({{"port", true, false}, {"circuit-id", false, true}, {"name", false, true}});
   table.add({"1", "a text of twenty-six chars", "short"}, true);
   EXPECT_EQ(table.text(0, false), "port  circuit-id                  name\n   1  a text of twenty-six chars  short\n");
+  EXPECT_EQ(table.text(39, false), table.text(0, false));
+  EXPECT_EQ(table.text(38, false),
+            "port  circuit-id                 name\n   1  a text of twenty-six cha\xe2\x80\xa6  short\n");
   EXPECT_EQ(table.text(29, false), "port  circuit-id        name\n   1  a text of twent\xe2\x80\xa6  short\n");
-  EXPECT_EQ(table.text(12, false), "port\xe2\x80\xa6\n   1\xe2\x80\xa6\n");
-  EXPECT_THAT(table.text(0, true), HasSubstr("\x1b[31m   1  a text"));
+  EXPECT_EQ(table.text(21, false), "port  circuit\xe2\x80\xa6  name\n   1  a text \xe2\x80\xa6  short\n")
+      << "the narrowest";
+  EXPECT_EQ(table.text(20, false), "port  circuit\xe2\x80\xa6\xe2\x80\xa6\n   1  a text \xe2\x80\xa6\xe2\x80\xa6\n");
+  EXPECT_EQ(table.text(14, false), "port  circuit\xe2\x80\xa6\n   1  a text \xe2\x80\xa6\n");
+  EXPECT_EQ(table.text(13, false), "port\xe2\x80\xa6\n   1\xe2\x80\xa6\n");
+  table.add({"22", "", ""}, false);
+  EXPECT_EQ(table.text(4, true), "\x1b[1mport\x1b[0m\n\x1b[31m   1\x1b[0m\n  22\n");
 }
 
 TEST(Watch, TellsWhatChangedASecond)
@@ -114,6 +131,12 @@ TEST_F(ManyLines, AreWatchedAsJsonLines)
   for (std::string line; std::getline(lines, line); ++count)
     EXPECT_EQ(nlohmann::json::parse(line)["lines"].size(), 1u);
   EXPECT_EQ(count, 3u);
+  const std::string table = "port  dropped\n   1        0\n";
+  EXPECT_EQ(run({"/bin/bash", "-c",
+                 std::string(PPPOEIACTL) + " --socket " + agent.socket() +
+                     " --watch 0.01 show lines br1 --columns port,dropped | head -n 5"})
+                .out,
+            table + "\n" + table);
 }
 
 // Everything that --json prints, one "definition<TAB>document" a line, goes to a validator.
