@@ -243,22 +243,22 @@ int kvInitIppc(void)
   return 0;
 }
 
-int kvStartIppcServer(const ippcServer* description)
+int kvStartIppcServer(const ippcServer* server)
 {
   // Serves until the process ends, so it is never destroyed; only its file goes when the process ends in good order.
   static std::vector<std::string>& paths = *new std::vector<std::string>;
-  auto* server = new ippc::server(description->path, description->callback);
-  if (server->start() == 0) {
+  auto* serving = new ippc::server(server->path, server->callback);
+  if (serving->start() == 0) {
     if (paths.empty())
       std::atexit([] {
         for (const std::string& path : paths)
           unlink(path.c_str());
       });
-    paths.emplace_back(description->path);
+    paths.emplace_back(server->path);
     return 0;
   }
   const int reason = errno;
-  delete server;
+  delete serving;
   errno = reason;
   return -1;
 }

@@ -131,7 +131,7 @@ int say(const std::exception& error, int status)
 }  // namespace
 
 int main(int argc, char** argv)
-{
+try {
   std::string tree = default_tree;
   run_words words;
   std::vector<std::string> command;
@@ -158,17 +158,15 @@ int main(int argc, char** argv)
   } catch (const fatal& error) {
     return say(error, wrong_usage);
   }
-  try {
-    if (*exec)
-      private_proc_exec(tree, command);
-    else if (*status)
-      std::fputs(kernel_status(as_json).c_str(), stdout);
-    else if (*release)
-      std::fputs(kernel_release(released).c_str(), stdout);
-    else
-      run(settings, tree);
-    return 0;
-  } catch (const std::exception& error) {
-    return say(error, failure);
-  }
+  if (*exec)
+    private_proc_exec(tree, command);
+  else if (*status)
+    std::fputs(kernel_status(as_json).c_str(), stdout);
+  else if (*release)
+    std::fputs(kernel_release(released).c_str(), stdout);
+  else
+    run(settings, tree);
+  return 0;
+} catch (const std::exception& error) {
+  return say(error, failure);
 }

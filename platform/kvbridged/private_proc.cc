@@ -82,14 +82,14 @@ void net_make(const fs::path& tree, const fs::path& real)
 
 }  // namespace
 
-void private_proc_exec(const std::string& directory, const std::vector<std::string>& command)
+void private_proc_exec(const std::string& tree, const std::vector<std::string>& command)
 {
-  const std::string tree = tree_served(directory);
+  const std::string served = tree_served(tree);
   check(unshare(CLONE_NEWNS) == 0, "no mount namespace");
-  propagation_one_way(tree);
-  proc_make(tree);
+  propagation_one_way(served);
+  proc_make(served);
   const fs::path real = fs::path("/proc") / real_folder;
-  net_make(tree, real);
+  net_make(served, real);
   link_all(real, "/proc");
   std::vector<char*> arguments;
   for (const std::string& word : command)

@@ -106,7 +106,8 @@ exit_status host(const settings& given)
 
 }  // namespace
 
-int main(int argc, char** argv)
+// What nobody catches ends in a crash report, which says where it came from.
+int main(int argc, char** argv)  // NOLINT(bugprone-exception-escape)
 {
   settings given;
   CLI::App app(

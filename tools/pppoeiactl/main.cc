@@ -197,7 +197,8 @@ void options_add(CLI::App& app, settings& given)
 
 }  // namespace
 
-int main(int argc, char** argv)
+// run() tells the errors of commands; what else is thrown is a fault of the program.
+int main(int argc, char** argv)  // NOLINT(bugprone-exception-escape)
 {
   settings given;
   given.completing = argc > 1 && argv[1] == std::string_view("--complete");

@@ -48,7 +48,7 @@ public:
   public:
     lockError_t(stateMap_t statesNow, boost::thread::id requesterId, boost::thread::id ownerId, bool exclusive,
                 bool heldExclusive);
-    virtual ~lockError_t();
+    ~lockError_t() override;
     const char* what() const noexcept override;
 
     stateMap_t states;

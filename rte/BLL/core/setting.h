@@ -11,7 +11,7 @@
 #include <boost/shared_ptr.hpp>
 #include <string>
 
-struct _xmlNode;
+struct _xmlNode;  // NOLINT(bugprone-reserved-identifier): the name is libxml2's
 
 namespace Storage {
 

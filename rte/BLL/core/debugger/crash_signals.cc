@@ -30,6 +30,7 @@ public:
 #if defined(__x86_64__)
     greg_t* const registers = machine.gregs;
     greg_t caller = 0;
+    // A register holds the address as a number. NOLINTNEXTLINE(performance-no-int-to-ptr)
     const iovec to{&caller, sizeof caller}, from{reinterpret_cast<void*>(registers[REG_RSP]), sizeof caller};
     // Read by the kernel, as the stack pointer may be anything.
     if (registers[REG_RIP] != reinterpret_cast<greg_t>(fault) ||
