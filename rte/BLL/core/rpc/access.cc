@@ -215,9 +215,10 @@ void logRefusal(const std::optional<uid_t>& owner, const svc_req& request)
   const auto unsaid = told.refusals.tell(std::chrono::steady_clock::now());
   if (!unsaid)
     return;
-  logAt(LogImpl::warning) << "RPC call to program " << request.rq_prog << ", procedure " << request.rq_proc << ", by "
+  logAt(LogImpl::warning) << "RPC call to program " << std::to_string(request.rq_prog) << ", procedure "
+                          << std::to_string(request.rq_proc) << ", by "
                           << (owner ? "user " + std::to_string(*owner) : std::string("an unknown user")) << " refused; "
-                          << *unsaid << " more since the last such line.\n";
+                          << std::to_string(*unsaid) << " more since the last such line.\n";
 }
 
 }  // namespace
