@@ -75,6 +75,8 @@ void startElement(void* parser, const xmlChar* name, const xmlChar* prefix, cons
     const bool unwritable = xmlStrchr(declared, '<') != nullptr;
     if (unwritable || length > reading.namespaceBytesLeft) {
       refuse(reading, unwritable ? "a namespace that is no URI" : "too many namespaces by default");
+      // An entity's text has a parser of its own, within the document's.
+      xmlStopParser(static_cast<xmlParserCtxt*>(parser));
       return xmlStopParser(reading.parser);
     }
     reading.namespaceBytesLeft -= length;
