@@ -3,21 +3,32 @@
 // Usage: road_load session FROM TO SIZE SECONDS      PPPoE session frames as fast as one thread can send
 //        road_load discovery FROM TO RATE SECONDS    PADI evenly spaced, each timed from send to receipt
 //        road_load storm FROM TO CLIENTS             PADI of as many clients at once
+//        road_load turns TURNS LINE PEER ADDRESS LINE PEER ADDRESS
+//                                                    session frames and TCP over one road and another in short turns: a
+//                                                    line's and a peer's interface, and an address for TCP from network
+//                                                    namespace "near" to "far"
 #include "platform/kvbridged/port_socket.h"
 #include "platform/kvbridged/settings.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <string>
 #include <sys/socket.h>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -37,6 +48,29 @@ double cpu_seconds()
   timespec time{};
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+// Of the kernel's own threads, which take work over when it comes up too fast for those that it interrupts.
+std::vector<std::string> softirq_threads()
+{
+  std::vector<std::string> times;
+  for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+    std::string name;
+    if (std::ifstream(process.path() / "comm") >> name && name.starts_with("ksoftirqd/"))
+      times.push_back(process.path() / "schedstat");
+  }
+  return times;
+}
+
+double cpu_seconds_with_softirq()
+{
+  static const std::vector<std::string> threads = softirq_threads();
+  double all = cpu_seconds();
+  unsigned long long ns = 0;
+  for (const std::string& times : threads)
+    if (std::ifstream(times) >> ns)
+      all += static_cast<double>(ns) / 1e9;
+  return all;
 }
 
 // Of the network that this process is in.
@@ -168,6 +202,135 @@ void discovery(const std::string& from, const std::string& to, double rate, size
               at(0.99), std::chrono::duration<double>(last - begin).count());
 }
 
+void namespace_enter(const std::string& name)
+{
+  const descriptor place(open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC));
+  if (setns(place.get(), CLONE_NEWNET) != 0)
+    throw fatal("no network namespace '" + name + "'");
+}
+
+// Both ends of a connection from one namespace to an address in another, that in the other first.
+std::pair<descriptor, descriptor> tcp_connect(const std::string& from, const std::string& to, const std::string& at)
+{
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(7000);
+  inet_pton(AF_INET, at.c_str(), &address.sin_addr);
+  const int on = 1;
+  namespace_enter(to);
+  const descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      listen(listener.get(), 1) != 0)
+    throw fatal("cannot listen at " + at);
+  namespace_enter(from);
+  descriptor sender(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (connect(sender.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    throw fatal("cannot connect to " + at);
+  return {descriptor(accept(listener.get(), nullptr, nullptr)), std::move(sender)};
+}
+
+// Two interfaces on either side of a bridge, and a connection over it.
+class road {
+public:
+  road(const std::string& line, std::string peer, const std::string& address)
+      : peer_(std::move(peer)), line_(port_socket_open(line, port_frames::discovery, 0x88a8)),
+        ends_(tcp_connect("near", "far", address)), reading_([this] { read(); })
+  {}
+  ~road()
+  {
+    shutdown(ends_.second.get(), SHUT_RDWR);
+    reading_.join();
+  }
+
+  // Each ns of CPU a frame or a byte.
+  double session()
+  {
+    constexpr unsigned frames = 5000;
+    const frame_bytes bytes = session_frame(64);
+    const unsigned long before = received(peer_);
+    const double cpu = cpu_seconds_with_softirq();
+    for (unsigned i = 0; i < frames; ++i)
+      port_socket_send(line_.get(), {.bytes = bytes});
+    const double spent = cpu_seconds_with_softirq() - cpu;
+    if (received(peer_) - before < frames)
+      throw fatal("frames were lost");
+    return spent * 1e9 / frames;
+  }
+  double tcp()
+  {
+    constexpr unsigned blocks = 32;
+    static const std::vector<char> block(1 << 16);
+    const double cpu = cpu_seconds_with_softirq();
+    for (unsigned i = 0; i < blocks; ++i, sent_ += block.size())
+      if (send(ends_.second.get(), block.data(), block.size(), MSG_NOSIGNAL) < 0)
+        throw fatal("the connection is lost");
+    while (came_ < sent_)
+      came_.wait(came_);
+    return (cpu_seconds_with_softirq() - cpu) * 1e9 / static_cast<double>(blocks * block.size());
+  }
+
+private:
+  void read()
+  {
+    std::vector<char> buffer(1 << 18);
+    for (ssize_t size; (size = recv(ends_.first.get(), buffer.data(), buffer.size(), 0)) > 0; came_.notify_one())
+      came_ += static_cast<unsigned long>(size);
+  }
+
+  std::string peer_;
+  descriptor line_;
+  std::pair<descriptor, descriptor> ends_;
+  unsigned long sent_ = 0;
+  std::atomic<unsigned long> came_ = 0;
+  std::thread reading_;
+};
+
+double at_part(std::vector<double> all, double part)
+{
+  std::ranges::sort(all);
+  return all[static_cast<size_t>(part * static_cast<double>(all.size() - 1))];
+}
+
+void turns_tell(const char* what, const std::vector<double>& first, const std::vector<double>& second)
+{
+  std::vector<double> ratios;
+  for (size_t i = 0; i < first.size(); ++i)
+    ratios.push_back(first[i] / second[i]);
+  std::printf("%s: ns of CPU at the median %.3f and %.3f (%.4f), at the quietest tenth %.3f and %.3f (%.4f); "
+              "median of the pairs' ratios %.4f\n",
+              what, at_part(first, 0.5), at_part(second, 0.5), at_part(first, 0.5) / at_part(second, 0.5),
+              at_part(first, 0.1), at_part(second, 0.1), at_part(first, 0.1) / at_part(second, 0.1),
+              at_part(ratios, 0.5));
+}
+
+void turns(unsigned count, road& first, road& second)
+{
+  std::vector<double> frames[2], bytes[2];
+  first.tcp(), second.tcp();  // until the windows are open
+  for (unsigned turn = 0; turn < 2 * count; ++turn) {
+    const unsigned which = (turn + turn / 2) % 2;  // first, second, second, first
+    road& one = which == 0 ? first : second;
+    frames[which].push_back(one.session());
+    bytes[which].push_back(one.tcp());
+  }
+  turns_tell("a session frame", frames[0], frames[1]);
+  turns_tell("a byte of TCP", bytes[0], bytes[1]);
+}
+
+// The sockets of the lines belong to the namespace that this process begins in.
+void turns_over(const std::vector<std::string>& words)
+{
+  const descriptor home(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+  road first(words[2], words[3], words[4]);
+  setns(home.get(), CLONE_NEWNET);
+  road second(words[5], words[6], words[7]);
+  setns(home.get(), CLONE_NEWNET);
+  learn_server(words[3]);
+  learn_server(words[6]);
+  turns(static_cast<unsigned>(std::stoul(words[1])), first, second);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -179,6 +342,8 @@ int main(int argc, char** argv)
     else if (words.size() == 5 && words[0] == "discovery")
       discovery(words[1], words[2], std::stod(words[3]),
                 static_cast<size_t>(std::stod(words[3]) * std::stod(words[4])));
+    else if (words.size() == 8 && words[0] == "turns")
+      turns_over(words);
     else if (words.size() == 4 && words[0] == "storm")
       discovery(words[1], words[2], 0, std::stoul(words[3]));
     else
