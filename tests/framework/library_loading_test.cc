@@ -79,6 +79,7 @@ TEST_F(LibraryLoading, ALibraryThatCannotBeOpenedIsLeftOut)
     return ContainsRegex("BLLManager, Can not load library<" + folder + "/" + file + ">!\n.*" + reason);
   };
   const std::string said = running.output();
+  EXPECT_THAT(said, Not(HasSubstr("RPC Proxy has not been started")));
   EXPECT_THAT(said, refused("missing.so", "No such file"));
   EXPECT_THAT(said, refused("text.so", "(file too short|invalid ELF header)"));
   EXPECT_THAT(said, refused("foreign.so", "cannot open shared object file"));

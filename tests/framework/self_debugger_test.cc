@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,9 +36,17 @@
   asm volatile("");  // no tail call
 }
 
+template <typename Name>
+[[gnu::noinline]] void waitBelow(int depth, std::binary_semaphore& inside, std::binary_semaphore& leave)
+{
+  depth > 1 ? waitBelow<Name>(depth - 1, inside, leave) : waitDeepInsideAPlugIn(inside, leave);
+  asm volatile("");
+}
+
 namespace {
 
 using namespace std::chrono_literals;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -85,21 +94,31 @@ struct SelfDebuggerStacks : testing::Test {
   SelfDebugger debugger;
 };
 
+using name_t = std::pair<std::array<std::array<std::array<std::array<unsigned long long, 1>, 2>, 3>, 4>,
+                         std::vector<std::pair<std::vector<std::string>, std::vector<std::vector<std::string>>>>>;
+
 TEST_F(SelfDebuggerStacks, AWaitingThreadIsShownAndGoesOn)
 {
-  std::binary_semaphore inside{0}, leave{0};
-  std::atomic<int32_t> tid = 0;
-  std::thread waiting([&] {
-    tid = gettid();
-    waitDeepInsideAPlugIn(inside, leave);
-  });
-  inside.acquire();
-  const std::string stack = stackOf(tid);
-  leave.release();
-  waiting.join();
-  EXPECT_THAT(stack, HasSubstr("waitDeepInsideAPlugIn("));
-  EXPECT_THAT(stack, HasSubstr("#1 "));
-  EXPECT_EQ(stackInTime(tid), "") << "the thread has ended";
+  for (const int depth : {1, 80}) {
+    std::binary_semaphore inside{0}, leave{0};
+    std::atomic<int32_t> tid = 0;
+    std::thread waiting([&] {
+      tid = gettid();
+      waitBelow<name_t>(depth, inside, leave);
+    });
+    inside.acquire();
+    const std::string stack = stackOf(tid);
+    leave.release();
+    waiting.join();
+    const std::string begin = "\n#[0-9]+ +0x[0-9a-f]{12} ", end = " (at self_debugger_test.cc:[0-9]+|in [^ ]+)\n";
+    EXPECT_THAT(stack, ContainsRegex(begin + "waitDeepInsideAPlugIn[(][^\n]*[)]" + end));
+    EXPECT_THAT(stack, ContainsRegex(begin + "void waitBelow<[^\n]{142}[^\n]{143}[.]{3}" + end)) << "a long name";
+    EXPECT_EQ(stack.find("#64 "), stack.npos);
+    EXPECT_EQ(stack.ends_with("\n... and so on\n"), depth > 64);
+    EXPECT_EQ(stack.find("\n#63 ") != stack.npos, depth > 64);
+    EXPECT_THAT(stack, testing::StartsWith("#0  0x"));
+    EXPECT_EQ(stackInTime(tid), "") << "the thread has ended";
+  }
   EXPECT_THAT(stackOf(gettid()), HasSubstr("SelfDebugger::backtraceOf")) << "one's own";
 }
 
@@ -224,6 +243,32 @@ TEST(SelfDebugger, FailsSoonWhereTracingIsForbidden)
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
+// What it is must neither hold up nor outlive the process, nor be reached by what ends it.
+TEST(SelfDebugger, TheReporterKeepsNothingOfItsProcess)
+{
+  const int open_here = open("/dev/null", O_RDONLY);
+  sigset_t blocked, before;
+  sigfillset(&blocked);
+  pthread_sigmask(SIG_SETMASK, &blocked, &before);
+  const reporterProcess_t reporter = forkReporter(std::chrono::steady_clock::now() + 2s);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  close(open_here);
+  ASSERT_GT(reporter.pid, 0);
+  const std::string folder = "/proc/" + std::to_string(reporter.pid);
+  EXPECT_EQ(entries(folder + "/fd"), 4);
+  for (const char* file : {"/fd/0", "/fd/1"})
+    EXPECT_EQ(std::filesystem::read_symlink(folder + file), "/dev/null");
+  const std::string status = file_text(folder + "/status");
+  EXPECT_THAT(status, HasSubstr("Name:\tbll-reporter\n"));
+  EXPECT_THAT(status, ContainsRegex("\nSigBlk:\t0{16}\nSigIgn:\t0{12}5007\nSigCgt:\t[0-9a-f]{8}0{8}\n"));
+  EXPECT_THAT(status, Not(HasSubstr("\nPPid:\t" + std::to_string(getpid()) + "\n"))) << "nobody's child to wait for";
+  EXPECT_EQ(getsid(reporter.pid), reporter.pid);
+  close(reporter.socket);
+  for (int tries = 0; tries < 2000 && std::filesystem::exists(folder + "/exe"); ++tries)
+    std::this_thread::sleep_for(1ms);
+  EXPECT_FALSE(std::filesystem::exists(folder + "/exe")) << "with its process";
+}
+
 struct end_t {
   std::string output;
   int status;
@@ -255,8 +300,10 @@ TEST(SelfDebugger, ACrashLeavesAReportAndStillEndsTheProcess)
     SCOPED_TRACE(how);
     const end_t end = crash(how);
     EXPECT_TRUE(WIFSIGNALED(end.status) && WTERMSIG(end.status) == signal) << end.status;
-    EXPECT_THAT(end.output, HasSubstr(" got signal " + std::to_string(signal)));
-    EXPECT_THAT(end.output, HasSubstr("(worker)\n"));
+    const std::string address = signal == SIGABRT ? "0x0\n" : "0x[0-9a-f]+\n";
+    EXPECT_THAT(end.output, ContainsRegex("[*]{3} Process [0-9]+, thread [0-9]+ [(][^)]+[)] got signal " +
+                                          std::to_string(signal) + " [(][A-Z][a-z ]+[)], address " + address));
+    EXPECT_THAT(end.output, ContainsRegex("\n[*]{3} Thread [0-9]+ [(]worker[)]\n  "));
     EXPECT_THAT(end.output, HasSubstr("\n*** End of the report"));
     if (!stacks)
       continue;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -48,20 +49,23 @@ TEST_F(NodeLibraries, CapabilitiesAreWholeNumbersOfTheList)
     EXPECT_EQ(isActive(inactive), 0) << inactive;
 }
 
-// Answers are kept for a second.
+// Answers are kept for a second; a child that is the first to ask does not have to wait for that.
 TEST_F(NodeLibraries, APositionThatIsNoneLeavesTheCallersAlone)
 {
-  const auto forgotten = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1100)); };
   ncfmBoardPos place{77, {}};
   for (const char* none : {"", "board_position = 256\n", "board_position = x\n", "board_position = -1\n"}) {
     say(none);
-    forgotten();
-    EXPECT_NE(ncfmGetMyBoardPos(&place), 0) << none;
-    EXPECT_EQ(place.position, 77) << none;
+    const pid_t child = fork();
+    if (child == 0)
+      _exit(ncfmGetMyBoardPos(&place) != 0 && place.position == 77 ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << none;
   }
-  say("board_position = 255\n");
   EXPECT_NE(ncfmGetMyBoardPos(&place), 0);
-  forgotten();
+  say("board_position = 255\n");
+  EXPECT_NE(ncfmGetMyBoardPos(&place), 0) << "as it was told a moment ago";
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
   EXPECT_EQ(ncfmGetMyBoardPos(&place), 0);
   EXPECT_EQ(place.position, 255);
 }

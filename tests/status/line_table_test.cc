@@ -98,6 +98,8 @@ TEST_F(LineTable, FollowsADialInFromPadiToPadt)
   EXPECT_EQ(up.state, line_state::up);
   EXPECT_EQ(up.session_id, 0x1234);
   EXPECT_EQ(up.setup_ns, 3 * ms);
+  EXPECT_EQ(up.pads_ns, now);
+  EXPECT_EQ(up.padt_ns, 0u);
   EXPECT_EQ(up.port, 1u);
   EXPECT_EQ(up.client, 0x021122aabbccu);
   EXPECT_EQ(up.server, 0x020000000099u);
@@ -108,11 +110,16 @@ TEST_F(LineTable, FollowsADialInFromPadiToPadt)
   says(0xa7, 0x1234);
   EXPECT_EQ(only().state, line_state::ended);
   EXPECT_FALSE(only().ended_by_client);
+  EXPECT_EQ(only().padt_ns, now);
+  EXPECT_EQ(only().seen_ns, now);
 
   dial_in(7);
   pass({.code = 0xa7, .tags = {}, .session_id = 7}, server);
   EXPECT_EQ(only().state, line_state::ended);
   EXPECT_TRUE(only().ended_by_client);
+  asks(0x19);  // to a server known from before
+  says(0x65, 8);
+  EXPECT_EQ(only().setup_ns, 0u) << "there was no PADI";
 }
 
 TEST_F(LineTable, CountsWhatIsSentAgainAndBeginsAnew)
@@ -208,6 +215,45 @@ TEST_F(LineTable, APortThatInventsClientsPushesOutItsOwnOnlyAndNoMoreThanSoManyA
   asks(0x09, {}, 2, {0x02, 1, 1, 1, 1, 1});
   says(0x07, 0, {}, {0x02, 1, 1, 1, 1, 1});
   EXPECT_EQ(std::ranges::count(lines(table), line_state::offered, &line_view::state), 1);
+}
+
+TEST_F(LineTable, AFullPortGivesUpEndedOnesThenThoseOnTheirWayTheLongestUnheardFirst)
+{
+  const auto mac_of = [](int number) { return mac{2, 0, 0, 0, 0, static_cast<unsigned char>(number)}; };
+  const std::vector<test_tag> tags{{0x0101, ""}};
+  const auto dial = [&](int number, int steps = 4) {
+    now += 2'000 * ms;
+    asks(0x09, tags, 1, mac_of(number));
+    if (steps > 1)
+      says(0x07, 0, tags, mac_of(number));
+    if (steps > 2)
+      asks(0x19, tags, 1, mac_of(number));
+    if (steps > 3)
+      says(0x65, static_cast<uint16_t>(100 + number), tags, mac_of(number));
+    now += 2'000 * ms;
+  };
+  for (int number = 0; number < 16; ++number)
+    dial(number, number >= 4 && number <= 6 ? number - 3 : 4);
+  for (const int number : {2, 1, 7}) {
+    const auto session = static_cast<uint16_t>(100 + number);
+    if (number == 1)
+      pass({.code = 0xa7, .tags = {}, .session_id = session, .source = mac_of(number)}, server);
+    else
+      says(0xa7, session, {}, mac_of(number));
+    now += 2'000 * ms;
+  }
+  dial(0);
+  std::string given_up;
+  for (int number = 16; number < 26; ++number) {
+    const auto before = lines(table);
+    dial(number);
+    const auto after = lines(table);
+    EXPECT_EQ(after.size(), 16u);
+    for (const line_view& line : before)
+      if (std::ranges::find(after, line.client, &line_view::client) == after.end())
+        given_up += std::to_string(line.client & 0xff) + " ";
+  }
+  EXPECT_EQ(given_up, "2 1 7 4 5 6 3 8 9 10 ");
 }
 
 TEST_F(LineTable, ANodeIsFullUntilALineHasEnded)
