@@ -1,4 +1,4 @@
-#include "tools/pppoeiactl/refusal.h"
+#include "tools/pppoeiactl/commands.h"
 
 #include "tools/pppoeiactl/agent/bridge_report.h"
 #include "tools/pppoeiactl/agent/discovery.h"
