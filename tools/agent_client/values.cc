@@ -1,11 +1,12 @@
 #include "tools/agent_client/values.h"
 
 #include "pppoeia/api/records.h"
+#include "pppoeia/api/table.h"
 #include "rte/BLL/util/kv_util.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -189,39 +190,6 @@ std::optional<buffer> encode_number(const api::argument& argument, std::string_v
   return bytes_of(static_cast<uint32_t>(*number));
 }
 
-// Stands for every positive result.
-constexpr int32_t inapplicable = 1;
-
-struct refusal {
-  std::string_view operation;  // empty: any
-  int32_t result;
-  std::string_view means;  // empty: what the system says of the number
-};
-
-// The first row that fits holds.
-constexpr refusal refusals[] = {
-    {"pppoeia_init", inapplicable, ""},
-    {"pppoeia_fini", -ENOENT, "agent not initialised"},
-    {"pppoeia_bridge_add", inapplicable, ""},
-    {"pppoeia_bridge_add", -ENODEV, "bridge already exists"},
-    {"pppoeia_bridge_vendor_set", -ENOMEM, "text too long"},
-    {"pppoeia_port_add", -ENOSPC, "port id out of range"},
-    {"pppoeia_vlan_name_set", -ENODEV, "no such VLAN"},
-    {"pppoeia_test_dump", inapplicable, "no such bridge"},
-    {"pppoeia_test_set", inapplicable, "no such bridge"},
-    {"pppoeia_test_debug", inapplicable, "no such bridge"},
-    {"pppoeia_test_run", inapplicable, "no such bridge"},
-    {"", inapplicable, "not applicable to this bridge or port"},
-    {"", -EPERM, "not possible"},
-    {"", -ENOENT, "no such bridge or entry"},
-    {"", -ENXIO, "agent not initialised"},
-    {"", -ENOMEM, "no memory"},
-    {"", -ENODEV, "no such port"},
-    {"", -EINVAL, "invalid value"},
-    {"", -EMFILE, "no such kernel bridge"},
-    {"", -ENOSPC, "text too long"},
-};
-
 }  // namespace
 
 std::optional<int64_t> number_parse(const api::argument& argument, std::string_view text)
@@ -305,10 +273,48 @@ std::string number_word(const api::argument& argument, int64_t number)
 
 std::string error_text(std::string_view operation, int32_t result)
 {
-  for (const refusal& row : refusals)
-    if ((row.operation.empty() || row.operation == operation) && row.result == std::min(result, inapplicable))
-      return row.means.empty() ? std::strerror(result) : std::string(row.means);
-  return std::strerror(-result);
+  using enum api::meaning;
+  const api::operation* row = api::find_operation(operation);
+  switch (row ? api::meaning_of(*row, result) : api::usual_meaning(result)) {
+  case no_bridge_or_entry:
+  case no_entry_behind:
+    return "no such bridge or entry";
+  case no_port:
+    return "no such port";
+  case not_initialised:
+    return "agent not initialised";
+  case invalid_value:
+  case name_too_long:
+  case above_mtu:
+  case port_zero:
+    return "invalid value";
+  case text_too_long:
+    return "text too long";
+  case no_memory:
+  case too_many_slots:
+    return "no memory";
+  case no_kernel_bridge:
+    return "no such kernel bridge";
+  case not_possible:
+  case kvbridge_out_of_reach:
+  case kernel_refuses:
+    return "not possible";
+  case not_applicable:
+  case no_atm_port:
+    return "not applicable to this bridge or port";
+  case no_bridge:
+    return "no such bridge";
+  case no_vlan:
+    return "no such VLAN";
+  case bridge_exists:
+    return "bridge already exists";
+  case port_out_of_range:
+    return "port id out of range";
+  case kvmng_out_of_reach:
+  case system_error:
+    break;
+  }
+  return std::strerror(std::abs(result));
 }
 
 }  // namespace agent_client
