@@ -54,7 +54,7 @@ struct parameter<record<Name, Kind, Record>> {
 template <typename... Arguments>
 using signature = int (*)(typename parameter<Arguments>::type...);
 
-#define PPPOEIA_ROW(id, operation_, command, summary, ...)                                                             \
+#define PPPOEIA_ROW(id, operation_, command, summary, refusals, ...)                                                   \
   call<static_cast<signature<__VA_ARGS__>>(&operation_) __VA_OPT__(, ) __VA_ARGS__>,
 constexpr caller callers[] = {PPPOEIA_OPERATIONS(PPPOEIA_ROW)};
 #undef PPPOEIA_ROW

@@ -1,6 +1,8 @@
 #include "tools/agent_client/agent_client.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 
 namespace agent_client {
@@ -53,6 +55,52 @@ void connection::call_all(std::span<question> questions)
   for (size_t i = 0; i < calls.size(); ++i)
     questions[i].told = {calls[i].reply.error, calls[i].reply.status, calls[i].reply.result,
                          std::move(calls[i].arguments)};
+}
+
+std::string error_text(std::string_view operation, int32_t result)
+{
+  using enum api::meaning;
+  const api::operation* row = api::find_operation(operation);
+  switch (row ? api::meaning_of(*row, result) : api::usual_meaning(result)) {
+  case no_bridge_or_entry:
+  case no_entry_behind:
+    return "no such bridge or entry";
+  case no_port:
+    return "no such port";
+  case not_initialised:
+    return "agent not initialised";
+  case invalid_value:
+  case name_too_long:
+  case above_mtu:
+  case port_zero:
+    return "invalid value";
+  case text_too_long:
+    return "text too long";
+  case no_memory:
+  case too_many_slots:
+    return "no memory";
+  case no_kernel_bridge:
+    return "no such kernel bridge";
+  case not_possible:
+  case kvbridge_out_of_reach:
+  case kernel_refuses:
+    return "not possible";
+  case not_applicable:
+  case no_atm_port:
+    return "not applicable to this bridge or port";
+  case no_bridge:
+    return "no such bridge";
+  case no_vlan:
+    return "no such VLAN";
+  case bridge_exists:
+    return "bridge already exists";
+  case port_out_of_range:
+    return "port id out of range";
+  case kvmng_out_of_reach:
+  case system_error:
+    break;
+  }
+  return std::strerror(std::abs(result));
 }
 
 }  // namespace agent_client

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace agent_client {
@@ -57,6 +58,9 @@ private:
   bool open_ = false;
   ippc::client client_;
 };
+
+// What an operation's result other than 0 says.
+std::string error_text(std::string_view operation, int32_t result);
 
 }  // namespace agent_client
 

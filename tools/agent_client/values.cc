@@ -4,7 +4,6 @@
 #include "rte/BLL/util/kv_util.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <limits>
@@ -189,39 +188,6 @@ std::optional<buffer> encode_number(const api::argument& argument, std::string_v
   return bytes_of(static_cast<uint32_t>(*number));
 }
 
-// Stands for every positive result.
-constexpr int32_t inapplicable = 1;
-
-struct refusal {
-  std::string_view operation;  // empty: any
-  int32_t result;
-  std::string_view means;  // empty: what the system says of the number
-};
-
-// The first row that fits holds.
-constexpr refusal refusals[] = {
-    {"pppoeia_init", inapplicable, ""},
-    {"pppoeia_fini", -ENOENT, "agent not initialised"},
-    {"pppoeia_bridge_add", inapplicable, ""},
-    {"pppoeia_bridge_add", -ENODEV, "bridge already exists"},
-    {"pppoeia_bridge_vendor_set", -ENOMEM, "text too long"},
-    {"pppoeia_port_add", -ENOSPC, "port id out of range"},
-    {"pppoeia_vlan_name_set", -ENODEV, "no such VLAN"},
-    {"pppoeia_test_dump", inapplicable, "no such bridge"},
-    {"pppoeia_test_set", inapplicable, "no such bridge"},
-    {"pppoeia_test_debug", inapplicable, "no such bridge"},
-    {"pppoeia_test_run", inapplicable, "no such bridge"},
-    {"", inapplicable, "not applicable to this bridge or port"},
-    {"", -EPERM, "not possible"},
-    {"", -ENOENT, "no such bridge or entry"},
-    {"", -ENXIO, "agent not initialised"},
-    {"", -ENOMEM, "no memory"},
-    {"", -ENODEV, "no such port"},
-    {"", -EINVAL, "invalid value"},
-    {"", -EMFILE, "no such kernel bridge"},
-    {"", -ENOSPC, "text too long"},
-};
-
 }  // namespace
 
 std::optional<int64_t> number_parse(const api::argument& argument, std::string_view text)
@@ -301,14 +267,6 @@ std::string number_word(const api::argument& argument, int64_t number)
     if (name.value == number || (name.value == -1 && minus_one))
       return std::string(name.word);
   return std::to_string(number);
-}
-
-std::string error_text(std::string_view operation, int32_t result)
-{
-  for (const refusal& row : refusals)
-    if ((row.operation.empty() || row.operation == operation) && row.result == std::min(result, inapplicable))
-      return row.means.empty() ? std::strerror(result) : std::string(row.means);
-  return std::strerror(-result);
 }
 
 }  // namespace agent_client

@@ -37,9 +37,6 @@ int64_t number_of(const api::argument& argument, const buffer& bytes);
 // The word for a number where the argument has one, else the number.
 std::string number_word(const api::argument& argument, int64_t number);
 
-// What an operation's negative result says.
-std::string error_text(std::string_view operation, int32_t result);
-
 }  // namespace agent_client
 
 #endif

@@ -1,8 +1,7 @@
-#include "tools/pppoeiactl/command.h"
+#include "tools/pppoeiactl/commands.h"
 
 #include "tools/pppoeiactl/config/commands.h"
 #include "tools/pppoeiactl/format/commands.h"
-#include "tools/pppoeiactl/operation_command.h"
 #include "tools/pppoeiactl/show/commands.h"
 #include "tools/pppoeiactl/words/commands.h"
 #include "tools/pppoeiactl/words/help.h"

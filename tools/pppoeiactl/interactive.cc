@@ -1,7 +1,5 @@
-#include "tools/pppoeiactl/interactive.h"
+#include "tools/pppoeiactl/commands.h"
 
-#include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/completion.h"
 #include "tools/pppoeiactl/words/line.h"
 
 #include <cstdio>

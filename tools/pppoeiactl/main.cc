@@ -1,13 +1,9 @@
 // pppoeiactl: the agent's command line.
 #include "tools/pppoeiactl/agent/context.h"
 #include "tools/pppoeiactl/agent/report.h"
-#include "tools/pppoeiactl/command.h"
-#include "tools/pppoeiactl/completion.h"
-#include "tools/pppoeiactl/interactive.h"
-#include "tools/pppoeiactl/refusal.h"
+#include "tools/pppoeiactl/commands.h"
 #include "tools/pppoeiactl/words/commands.h"
 #include "tools/pppoeiactl/words/help.h"
-#include "tools/pppoeiactl/words/reference.h"
 
 #include <CLI/CLI.hpp>
 

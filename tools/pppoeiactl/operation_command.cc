@@ -1,4 +1,4 @@
-#include "tools/pppoeiactl/operation_command.h"
+#include "tools/pppoeiactl/commands.h"
 
 #include "tools/pppoeiactl/agent/discovery.h"
 #include "tools/pppoeiactl/agent/report.h"

@@ -1,4 +1,4 @@
-#include "tools/pppoeiactl/refusal.h"
+#include "tools/pppoeiactl/commands.h"
 
 #include "tools/pppoeiactl/agent/bridge_report.h"
 #include "tools/pppoeiactl/agent/discovery.h"
@@ -6,6 +6,7 @@
 #include "tools/pppoeiactl/words/line.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 
@@ -19,8 +20,6 @@ public:
   refused_call(const context& context, const api::operation& operation, const words& inputs)
       : context_(context), operation_(operation), inputs_(inputs)
   {}
-
-  bool is(std::string_view name) const { return operation_.name == name; }
 
   std::optional<std::string> input(std::string_view name) const
   {
@@ -52,28 +51,29 @@ public:
   std::string text(int32_t result) const;
 
 private:
-  std::string not_found() const;
+  std::string not_found(const char* what) const;
   std::string no_bridge() const;
-  std::string no_entry() const;
-  std::string no_device() const;
+  std::string no_entry(const char* what) const;
+  std::string no_vlan() const;
+  std::string no_port() const;
   std::string no_slot() const;
-  std::string no_space() const;
-  std::string not_valid() const;
+  std::string no_room() const;
+  std::string above_mtu() const;
   std::string not_made() const;
-  std::string other(int32_t result) const;
+  std::string named(api::meaning meaning, int32_t result) const;
 
   const context& context_;
   const api::operation& operation_;
   const words& inputs_;
 };
 
-constexpr char not_initialised[] = "the agent is not initialised ('init' does it)";
+constexpr char no_state[] = "the agent is not initialised ('init' does it)";
 
 std::string refused_call::no_bridge() const
 {
   const std::string begin = "bridge " + bridge() + ": ";
   if (!is_initialised(context_))
-    return begin + not_initialised;
+    return begin + no_state;
   std::string names;
   for (const std::string& name : bridges_of(context_))
     names += (names.empty() ? "" : ", ") + name;
@@ -81,7 +81,7 @@ std::string refused_call::no_bridge() const
          (names.empty() ? "there is none; 'bridge add' adds one)" : "bridges: " + names + "; 'show bridge')");
 }
 
-std::string refused_call::no_entry() const
+std::string refused_call::no_entry(const char* what) const
 {
   if (!input("port"))
     return object() + ": no such entry";
@@ -89,32 +89,31 @@ std::string refused_call::no_entry() const
   std::vector<uint32_t> vlans;
   for (const pppoeia_port_vlan_entry& entry : port_vlans_of(context_, *input("bridge"), id))
     vlans.push_back(static_cast<uint16_t>(entry.vlan_id));
-  const std::string what = is("pppoeia_port_vlan_get_next") ? ": no entry behind it" : ": no such entry";
   return object() + what + " (VLAN entries: " + ranges_text(vlans) + "; 'show port-vlan " + bridge() + " " + port() +
          "')";
 }
 
 // The agent answers alike for a bridge and for an entry that is not there, and for both when it has no state.
-std::string refused_call::not_found() const
+std::string refused_call::not_found(const char* what) const
 {
   if (!input("bridge"))
-    return object() + ": " + not_initialised;
+    return object() + ": " + no_state;
   if (context_.ask(row("pppoeia_bridge_state_get"), {*input("bridge")}).result != 0)
     return no_bridge();
-  return no_entry();
+  return no_entry(what);
 }
 
-std::string refused_call::no_device() const
+std::string refused_call::no_vlan() const
 {
-  if (is("pppoeia_bridge_add"))
-    return object() + ": exists already ('show bridge " + bridge() + "')";
-  if (is("pppoeia_vlan_name_set")) {
-    std::vector<uint32_t> named;
-    for (const auto& [id, name] : bridge_report_read(context_, *input("bridge")).vlans)
-      named.push_back(id);
-    return object() + ": not among the named VLANs (" + ranges_text(named) + "; 'vlan add " + bridge() + " " + vlan() +
-           "' makes it one)";
-  }
+  std::vector<uint32_t> named;
+  for (const auto& [id, name] : bridge_report_read(context_, *input("bridge")).vlans)
+    named.push_back(id);
+  return object() + ": not among the named VLANs (" + ranges_text(named) + "; 'vlan add " + bridge() + " " + vlan() +
+         "' makes it one)";
+}
+
+std::string refused_call::no_port() const
+{
   if (!input("port"))
     return object() + ": ended at a port that was removed";
   const std::vector<uint32_t> ports = ports_of(context_, *input("bridge"));
@@ -137,10 +136,9 @@ std::string refused_call::no_slot() const
          "; 'bridge add' says how many slots a bridge has)";
 }
 
-std::string refused_call::no_space() const
+// Of the texts, which is longer than the agent takes.
+std::string refused_call::no_room() const
 {
-  if (is("pppoeia_port_add"))
-    return no_slot();
   auto next = inputs_.begin();
   for (const api::argument& argument : operation_.arguments()) {
     if (api::is_output(argument.what) || next == inputs_.end())
@@ -153,67 +151,78 @@ std::string refused_call::no_space() const
   return object() + ": no room";
 }
 
-std::string refused_call::not_valid() const
+std::string refused_call::above_mtu() const
 {
-  if (is("pppoeia_bridge_max_pdu_set")) {
-    const agent_client::answer now = context_.ask(row("pppoeia_bridge_max_pdu_get"), {*input("bridge")});
-    const int64_t limit =
-        agent_client::number_of(row("pppoeia_bridge_max_pdu_get").arguments().back(), now.buffers.back());
-    return object() + ": max-pdu '" + input("max-pdu").value_or("") + "' is above the MTU that " + bridge() +
-           "_pppoe had at 'bridge add' (now " + std::to_string(limit) + "; 'bridge max-pdu get " + bridge() + "')";
-  }
-  if (is("pppoeia_port_add"))
-    return "port " + port() + ": ports of " + bridge() + " begin at 1";
-  if (is("pppoeia_bridge_add"))
-    return object() + ": the name has " + std::to_string(input("bridge").value_or("").size()) +
-           " characters, at most 10";
-  return object() + ": " + std::strerror(EINVAL);
+  const api::operation& getter = *api::getter_of(operation_);
+  const agent_client::answer now = context_.ask(getter, {*input("bridge")});
+  const int64_t limit = agent_client::number_of(getter.arguments().back(), now.buffers.back());
+  return object() + ": max-pdu '" + input("max-pdu").value_or("") + "' is above the MTU that " + bridge() +
+         "_pppoe had at 'bridge add' (now " + std::to_string(limit) + "; 'bridge max-pdu get " + bridge() + "')";
 }
 
-// A bridge that could not be added for want of memory, or whatever it is that kernels say.
+// A bridge that could not be added for want of memory.
 std::string refused_call::not_made() const
 {
   constexpr uint64_t slots_max = 65536;
   const std::string ports = input("ports").value_or("");
-  if (is("pppoeia_bridge_add") && !ports.empty() && std::strtoull(ports.c_str(), nullptr, 0) > slots_max)
+  if (!ports.empty() && std::strtoull(ports.c_str(), nullptr, 0) > slots_max)
     return object() + ": '" + ports + "' port slots, at most " + std::to_string(slots_max);
-  return is("pppoeia_bridge_vendor_set") ? no_space() : object() + ": " + std::strerror(ENOMEM);
+  return object() + ": " + std::strerror(ENOMEM);
 }
 
-std::string refused_call::other(int32_t result) const
+// Behind the object's name.
+std::string refused_call::named(api::meaning meaning, int32_t result) const
 {
-  if (result > 0 && operation_.name.starts_with("pppoeia_test_"))
-    return no_bridge();
-  if (result > 0 && (is("pppoeia_port_pvc_set") || is("pppoeia_port_pvc_get")))
-    return object() + ": a PVC is for ports of type atm ('port add ... --type atm')";
-  if (result > 0 && is("pppoeia_init"))
-    return object() + ": the kernel module kvmng cannot be reached: " + std::strerror(result);
-  if (result == -EPERM && is("pppoeia_init"))
-    return object() + ": the kernel module kvbridge cannot be reached";
-  if (result == -EPERM && is("pppoeia_bridge_add"))
-    return object() + ": the kernel refuses; the agent's log says what";
-  return object() + ": " + std::strerror(result < 0 ? -result : result);
+  using enum api::meaning;
+  const auto because = [&](const std::string& reason) { return object() + ": " + reason; };
+  switch (meaning) {
+  case not_initialised:
+    return because(no_state);
+  case bridge_exists:
+    return because("exists already ('show bridge " + bridge() + "')");
+  case name_too_long:
+    return because("the name has " + std::to_string(input("bridge").value_or("").size()) + " characters, at most 10");
+  case no_kernel_bridge:
+    return because("the kernel has no bridge of that name ('ls /proc/net/kvbridge')");
+  case no_atm_port:
+    return because("a PVC is for ports of type atm ('port add ... --type atm')");
+  case kvmng_out_of_reach:
+    return because(std::string("the kernel module kvmng cannot be reached: ") + std::strerror(result));
+  case kvbridge_out_of_reach:
+    return because("the kernel module kvbridge cannot be reached");
+  case kernel_refuses:
+    return because("the kernel refuses; the agent's log says what");
+  default:
+    return because(std::strerror(std::abs(result)));
+  }
 }
 
 std::string refused_call::text(int32_t result) const
 {
-  switch (-result) {
-  case ENOENT:
-    return not_found();
-  case ENXIO:
-    return object() + ": " + not_initialised;
-  case ENODEV:
-    return no_device();
-  case ENOSPC:
-    return no_space();
-  case EINVAL:
-    return not_valid();
-  case ENOMEM:
+  const api::meaning meaning = api::meaning_of(operation_, result);
+  switch (meaning) {
+  case api::meaning::no_bridge_or_entry:
+    return not_found(": no such entry");
+  case api::meaning::no_entry_behind:
+    return not_found(": no entry behind it");
+  case api::meaning::no_bridge:
+    return no_bridge();
+  case api::meaning::no_vlan:
+    return no_vlan();
+  case api::meaning::no_port:
+    return no_port();
+  case api::meaning::port_out_of_range:
+    return no_slot();
+  case api::meaning::port_zero:
+    return "port " + port() + ": ports of " + bridge() + " begin at 1";
+  case api::meaning::text_too_long:
+    return no_room();
+  case api::meaning::above_mtu:
+    return above_mtu();
+  case api::meaning::too_many_slots:
     return not_made();
-  case EMFILE:
-    return object() + ": the kernel has no bridge of that name ('ls /proc/net/kvbridge')";
   default:
-    return other(result);
+    return named(meaning, result);
   }
 }
 

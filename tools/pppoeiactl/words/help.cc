@@ -1,5 +1,8 @@
 #include "tools/pppoeiactl/words/help.h"
 
+#include "pppoeia/api/settings.h"
+#include "pppoeia/api/table.h"
+#include "tools/agent_client/values.h"
 #include "tools/pppoeiactl/words/line.h"
 #include "tools/pppoeiactl/words/operation_words.h"
 
@@ -9,27 +12,44 @@ namespace {
 
 using api::kind;
 
+std::string at_most(size_t characters)
+{
+  return "at most " + std::to_string(characters) + " characters";
+}
+
+// Of a text whose field has that size.
+std::string cut_behind(size_t size)
+{
+  return "more than " + std::to_string(size - 1) + " characters are cut";
+}
+
+std::string format_most()
+{
+  return at_most(sizeof bridge_settings::pppoeia_cid_format - 1) + "; of a VLAN entry " +
+         std::to_string(port_vlan_format_max);
+}
+
 // Arguments by their names in the table of operations: one that stands for the rest in examples, and what it is.
 struct argument_note {
   std::string_view name;
   std::string_view sample;
-  std::string_view what;  // empty: its words or its range say it
+  std::string what;  // empty: its words or its range say it
 };
-constexpr argument_note argument_notes[] = {
-    {"bridge", "br0", "a bridge's name, at most 10 characters"},
+const argument_note argument_notes[] = {
+    {"bridge", "br0", "a bridge's name, " + at_most(bridge_name_max)},
     {"ports", "65", "slots for ports 1 to one less, at most 65536"},
     {"max-pdu", "1492", "bytes, Ethernet header included; at most the MTU of the bridge's device"},
     {"port", "3", "a port's id, 1 to one less than the bridge's slots"},
     {"vlan", "100", "0 to 4095; 0 is what untagged frames have"},
-    {"device", "line3", "the line's interface; more than 16 characters are cut"},
-    {"port-name", "0/3", "$INTF; more than 14 characters are cut"},
+    {"device", "line3", "the line's interface; " + cut_behind(sizeof port_settings::dev_name)},
+    {"port-name", "0/3", "$INTF; " + cut_behind(sizeof port_settings::port_name)},
     {"vendor", "ACCESSNODE", ""},
     {"shelf-id", "1", ""},
     {"remote-id", "C-4711", ""},
-    {"description", "'Flat 5'", "more than 64 characters are cut"},
-    {"cpe-serial", "SN0042", "more than 12 characters are cut"},
+    {"description", "'Flat 5'", cut_behind(sizeof port_settings::intf_descr)},
+    {"cpe-serial", "SN0042", cut_behind(sizeof port_settings::cpe_serial)},
     {"cpe-mac", "02:aa:bb:00:00:07", "a MAC address"},
-    {"format", "'$SYSNAME eth $INTF:$VLAN'", "text and macros, at most 128 characters; of a VLAN entry 127"},
+    {"format", "'$SYSNAME eth $INTF:$VLAN'", "text and macros, " + format_most()},
     {"sysname", "AN12", ""},
     {"location", "'Main Street'", ""},
     {"contact", "noc@example.net", ""},
@@ -43,7 +63,7 @@ constexpr argument_note argument_notes[] = {
     {"cvid", "5", "the second tag's VLAN; none: there is none"},
     {"option", "pppoeiaTestSetVlan", "of the test data"},
     {"value", "7", "a text"},
-    {"id", "36", "0 to 88: the operation's number"},
+    {"id", "36", "0 to " + std::to_string(api::operations.size() - 1) + ": the operation's number"},
     {"word", "bridge", "of a command"},
     {"file", "card.conf", "commands as of a batch; -: standard input"},
 };
@@ -54,9 +74,9 @@ constexpr std::string_view good_samples[] = {"untrusted", "custom",  "subscriber
 
 struct option_note {
   std::string_view name;
-  std::string_view what;
+  std::string what;
 };
-constexpr option_note option_notes[] = {
+const option_note option_notes[] = {
     {"--columns", "bridge, port, name, side, trust, state, vlans, circuit-id, remote-id, padi, padr, pado, pads, padt, "
                   "dropped, unknown, malformed, unchanged; in COLUMN=VALUE (is), != (is not) and ~ (has in it) too"},
     {"--sort", "a column"},
@@ -68,7 +88,7 @@ constexpr option_note option_notes[] = {
     {"--mode",
      "of format set: unset, ethernet, atm, custom; custom where a Circuit ID format is given. Of format test: test, "
      "available"},
-    {"--circuit-id", "a format, at most 128 characters; of a VLAN entry 127"},
+    {"--circuit-id", "a format, " + format_most()},
     {"--remote-id", "likewise"},
     {"--force", "of init: an agent that is initialised too, whose bridges go on out of reach"},
     {"--dry-run", "changes nothing, prints the commands"},
@@ -84,34 +104,59 @@ constexpr option_note option_notes[] = {
     {"--tty", "a device that the agent writes to instead of this terminal"},
 };
 
-struct default_note {
-  std::string_view setting;
-  std::string_view value;
+struct default_value {
+  std::string_view setter;
+  std::string text;  // as a word; empty: none that means anything
 };
-constexpr default_note default_notes[] = {
-    {"log level", "info"},
-    {"node debug-state", "off"},
-    {"bridge state", "on"},
-    {"bridge max-pdu", "1500"},
-    {"bridge vsa-mode", "remove"},
-    {"bridge insert-circuit-id", "on"},
-    {"bridge insert-remote-id", "on"},
-    {"bridge vendor", "VELTRONA"},
-    {"bridge shelf-id", "''"},
-    {"bridge circuit-id-cvlan", "off"},
-    {"bridge chassis-id", "99"},
-    {"bridge vlan", "off"},
-    {"format circuit-id", "''"},
-    {"format remote-id", "''"},
-    {"port state", "disabled"},
-    {"port trust", "trusted"},
-    {"port circuit-id-mode", "ethernet"},
-    {"port remote-id", "''"},
-    {"port parent", "0"},
-    {"port-vlan circuit-id-mode", "unset"},
-    {"port-vlan circuit-id-format", "''"},
-    {"port-vlan remote-id-format", "''"},
-};
+
+std::string value_text(const api::argument&, std::string_view text)
+{
+  return text.empty() ? "''" : word_write(std::string(text));
+}
+
+std::string value_text(const api::argument& argument, int64_t number)
+{
+  return agent_client::number_word(argument, number);
+}
+
+template <typename Factory>
+default_value default_of(std::string_view setter, const Factory& factory)
+{
+  return {setter, value_text(api::find_operation(setter)->arguments().back(), factory)};
+}
+
+// Nobody sees a default that no operation tells, and the two numbers of a new port's PVC stand for none.
+template <typename Factory>
+default_value of_agent(std::string_view setter, const Factory& factory)
+{
+  const api::operation* getter = api::getter_of(*api::find_operation(setter));
+  if (!getter || getter->name == "pppoeia_port_pvc_get")
+    return {setter, ""};
+  return default_of(setter, factory);
+}
+
+// The first of a setter holds.
+const std::vector<default_value>& defaults()
+{
+  static const entry_settings entry;
+  static const std::vector<default_value> all{
+      {"pppoeia_bridge_max_pdu_set", "1500"},  // of nearly all devices
+      {"pppoeia_bridge_vlan_set", "off"},
+      default_of("pppoeia_circuit_id_mode_port_vlan_set", entry.cid_mode),
+      default_of("pppoeia_circuit_id_format_port_vlan_set", entry.cid_format),
+      default_of("pppoeia_remote_id_format_port_vlan_set", entry.rid_format),
+#define OF_BRIDGE(name, field, setter, ...) of_agent(#setter, bridge_factory.field),
+#define OF_PORT(name, field, setter, ...) of_agent(#setter, port_factory.field),
+#define OF_OWN(name, factory, setter, ...) of_agent(#setter, factory),
+      PPPOEIA_PROCESS_SETTINGS(OF_OWN)                       //
+      PPPOEIA_BRIDGE_SETTINGS(OF_BRIDGE, OF_BRIDGE, OF_OWN)  //
+      PPPOEIA_PORT_SETTINGS(OF_PORT, OF_PORT, OF_OWN)        //
+#undef OF_BRIDGE
+#undef OF_PORT
+#undef OF_OWN
+  };
+  return all;
+}
 
 std::string upper(std::string_view text)
 {
@@ -147,7 +192,7 @@ std::string what_it_takes(const api::argument& argument)
     return joined(list);
   const argument_note* note = note_of(argument.name);
   if (note && !note->what.empty())
-    return std::string(note->what);
+    return note->what;
   return argument.what == kind::text ? "a text, at most " + std::to_string(argument.size) + " characters" : "a number";
 }
 
@@ -181,10 +226,9 @@ command_facts facts_of(const api::operation& operation, std::string_view options
     if (is_written(argument))
       facts.values.emplace_back(upper(argument.name), what_it_takes(argument));
   add_options(facts, options);
-  const std::string_view setting = operation.command.substr(0, operation.command.rfind(' '));
-  const auto* note = std::ranges::find(default_notes, setting, &default_note::setting);
-  if (note != std::end(default_notes) && operation.command.ends_with(" set"))
-    facts.default_value = note->value;
+  const auto found = std::ranges::find(defaults(), operation.name, &default_value::setter);
+  if (found != defaults().end())
+    facts.default_value = found->text;
   return facts;
 }
 

@@ -1,4 +1,5 @@
-// What a command or a noun is about: usage, values, defaults, examples.
+// What is said about commands: help of a command or a noun with usage, values, defaults and examples, and references
+// made from the tables.
 #ifndef TOOLS_PPPOEIACTL_WORDS_HELP_H
 #define TOOLS_PPPOEIACTL_WORDS_HELP_H
 
@@ -21,5 +22,11 @@ std::string example_of(const command_row& row);
 // All commands that begin with these words, in full; of no words, what there is to ask about. Throws where no command
 // begins so.
 std::string help_text(const words& begin);
+
+// The operations as a Markdown table, for docs/ippc.md.
+std::string operations_table();
+
+// The manual page pppoeiactl(8), in man macros.
+std::string manual_page();
 
 #endif

@@ -1,7 +1,6 @@
-#include "tools/pppoeiactl/words/reference.h"
+#include "tools/pppoeiactl/words/help.h"
 
 #include "tools/pppoeiactl/words/commands.h"
-#include "tools/pppoeiactl/words/help.h"
 
 #include "pppoeia/api/table.h"
 
