@@ -1,7 +1,6 @@
 // What the status socket tells, to the last field: metrics, lines, dropped frames, and which of them were asked for.
 #include "platform/kvbridge/record_header.h"
 #include "pppoeia/status/bridge_status.h"
-#include "pppoeia/status/metrics.h"
 #include "pppoeia/status/reports.h"
 
 #include <gmock/gmock.h>
