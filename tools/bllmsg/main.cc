@@ -138,7 +138,8 @@ exit_status send_and_show(const settings& given)
 
 }  // namespace
 
-int main(int argc, char** argv)
+// What is sent is caught; what else is thrown is a fault of the program.
+int main(int argc, char** argv)  // NOLINT(bugprone-exception-escape)
 {
   std::signal(SIGPIPE, SIG_IGN);  // a service that closes the connection is a refusal, not the end
   settings given;

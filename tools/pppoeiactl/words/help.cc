@@ -243,7 +243,7 @@ std::string entry(const command_row& row)
   std::string text = row.usage + "\n    " + row.summary + "\n";
   for (const auto& [name, what] : facts.values)
     if (name != "BRIDGE" && name != "PORT")
-      text += "      " + name + ": " + what + "\n";
+      text.append("      ").append(name).append(": ").append(what).append("\n");
   if (!facts.default_value.empty())
     text += "    Default: " + facts.default_value + "\n";
   return text + "    Example: pppoeiactl " + example_of(row) + "\n";
