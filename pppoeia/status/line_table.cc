@@ -437,8 +437,10 @@ void line_table::learn(const frame_record& record, const frame_result& result, u
               .to = to,
               .from = from,
               .session_id = be16_at(sent, ethertype + pppoe::session_id)};
+  // A dropped frame may claim more than came.
   const size_t first = ethertype + pppoe::tags;
-  tags_note(frame, {sent, first, first + be16_at(sent, ethertype + pppoe::payload_length)}, result.vendor_tag);
+  const size_t end = std::min(first + be16_at(sent, ethertype + pppoe::payload_length), sent.size());
+  tags_note(frame, {sent, first, end}, result.vendor_tag);
   if (asks(frame.code))
     return from_client(slot, client, frame);
   if (frame.code == pppoe::padt)

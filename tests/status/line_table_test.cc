@@ -279,6 +279,20 @@ TEST_F(LineTable, ANodeIsFullUntilALineHasEnded)
   EXPECT_EQ(lines(small).size(), 2u) << "a deleted bridge gives back what it had";
 }
 
+// The frame path lets no such frame come this far; the table holds its own bounds all the same.
+TEST_F(LineTable, AFrameThatClaimsMoreThanCameTellsNothingOfWhatLiesBehind)
+{
+  byte_string record = test_frame{.tags = {{0x0103, "mine"}, {0x0101, "theirs"}}, .payload_length = 0x4000}.build();
+  const auto received = static_cast<uint32_t>(record.size() - 4);  // the rest of the Service-Name is another frame's
+  for (const uint16_t claimed : {uint16_t{6}, uint16_t{60}, uint16_t{0x3000}}) {
+    be16_put(record, record.size() - 8, claimed);
+    const frame_record view{record.data(), received, static_cast<uint32_t>(record.size())};
+    table.learn(view, {.what = fate::tag_untrusted, .code = 0x09, .port = 1, .ethertype = 119}, now += ms);
+    EXPECT_EQ(only().service_name, "") << claimed;
+  }
+  EXPECT_EQ(only().drops, 3u);
+}
+
 TEST_F(LineTable, TellsADroppedRequest)
 {
   bridge->port[0].trust = 1;
