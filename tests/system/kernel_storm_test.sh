@@ -14,6 +14,7 @@ for ((port = 1; port <= ports; port++)); do
 done | ip -batch -
 ip link set br0 up
 kvbridged_start_on_kernel --port uplink=99
+export PPPOEIA_RING_KIB=4096  # a node with one bridge of many lines, as its manual has it
 agent_start
 {
   cat <<'BATCH'
