@@ -76,7 +76,8 @@ draft format_expand(const macro_source& source, const std::string& format, Next 
     at = macro->begin + macro->text.size();
   }
   id.text.append(format, at);
-  pppoeia_log(log_debug, "<%s> >> Generated custom ID '%s'.", source.name(), id.text.c_str());
+  if (log_enabled(log_debug))
+    pppoeia_log(log_debug, "<%s> >> Generated custom ID '%s'.", source.name(), id.text.c_str());
   return id;
 }
 
@@ -121,7 +122,8 @@ void trace_bytes(const std::vector<unsigned char>& genIdBin)
 void custom_id_expand(const macro_source& source, const std::string& format, std::string& text,
                       std::vector<unsigned char>& bytes)
 {
-  pppoeia_log(log_debug, "<%s> >> genCustomId", source.name());
+  if (log_enabled(log_debug))
+    pppoeia_log(log_debug, "<%s> >> genCustomId", source.name());
   draft id = format_expand(source, format);
   text = std::move(id.text);
   if (!id.hex_segments.empty()) {

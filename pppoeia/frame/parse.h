@@ -89,14 +89,14 @@ struct tag_area {
   bool header_inside(size_t tag) const { return tag + pppoe::tag_header <= record.size(); }
   uint16_t type(size_t tag) const { return be16_at(record, tag); }
   uint16_t length(size_t tag) const { return be16_at(record, tag + 2); }
-  size_t next(size_t tag) const { return tag + pppoe::tag_header + length(tag); }
+  [[gnu::always_inline]] size_t next(size_t tag) const { return tag + pppoe::tag_header + length(tag); }
   // True when the tag is there and ends within the PPPoE end.
   bool fits(size_t tag) const { return header_inside(tag) && next(tag) <= end; }
 
   // The walk. A tag is stepped to only when its own end lies within the PPPoE end. Nothing steps to the first tag, so
   // it is looked at whatever length it claims; only an empty payload has none.
   size_t begin() const { return first < end ? first : no_tag; }
-  size_t behind(size_t tag) const
+  [[gnu::always_inline]] size_t behind(size_t tag) const
   {
     return type(tag) == pppoe::tag_end_of_list || !fits(next(tag)) ? no_tag : next(tag);
   }

@@ -36,7 +36,8 @@ int32_t mode_select(const pppoeia_bridge& bridge, const pppoeia_port& port, uint
     pppoeia_log(log_debug, "<%s> >> Interface CID mode: %d\n", bridge.name, mode);
     CUSTOMID_TRACE("\t", "pppoeia_build_circuit_id", "interface CID mode=%d\n", mode);
   }
-  pppoeia_log(log_debug, "<%s> >> Selected CID mode: %d\n", bridge.name, mode);
+  if (log_enabled(log_debug))
+    pppoeia_log(log_debug, "<%s> >> Selected CID mode: %d\n", bridge.name, mode);
   return mode;
 }
 
@@ -138,7 +139,8 @@ void pppoeia_build_circuit_id(char* out, pppoeia_bridge* bridge, pppoeia_port* p
 {
   if (!out || !bridge)
     return;
-  pppoeia_log(log_debug, "<%s> >> pppoeia_build_circuit_id\n", bridge->name);
+  if (log_enabled(log_debug))
+    pppoeia_log(log_debug, "<%s> >> pppoeia_build_circuit_id\n", bridge->name);
   if (!port)
     return;
   switch (mode_select(*bridge, *port, vid)) {
