@@ -6,7 +6,7 @@
 // Usage: whole_path_bench [--seconds N]     N for each measurement, default 2
 //        whole_path_bench --worker CLIENTS [--rate N] [--seconds N]
 //                                           one measurement of the worker alone: CPU time a frame in ns, frames sent
-//                                           and not taken; status_cost.sh compares two builds by it
+//                                           and not taken; status_cost.py compares two builds by it
 #include "bench/agent/bare_loops.h"
 #include "bench/agent/cores.h"
 #include "bench/agent/tap_load.h"

@@ -30,14 +30,14 @@ protected:
     bridge_statuses::close(first);
   }
 
-  // A frame of 60 bytes of client 02:00:00:00:00:`client`, as the frame path leaves it.
-  static void done(bridge_status* bridge, fate what, uint8_t code, uint16_t port, unsigned char client = 1,
+  // A frame of 60 bytes of client 02:00:00:00:00:`last_byte`, as the frame path leaves it.
+  static void done(bridge_status* bridge, fate what, uint8_t code, uint16_t port, unsigned char last_byte = 1,
                    uint64_t at_ns = 1)
   {
     unsigned char record[kernel_header::size + 100] = {};
     unsigned char* const frame = record + kernel_header::size;
     frame[6] = 2;
-    frame[11] = client;
+    frame[11] = last_byte;
     const frame_record view{record, kernel_header::size + 60, sizeof record};
     bridge->frame_done(view, {.length = 0, .what = what, .code = code, .port = port, .vid = 9}, at_ns);
   }
