@@ -110,7 +110,7 @@ TEST_F(SelfDebuggerStacks, AWaitingThreadIsShownAndGoesOn)
     const std::string stack = stackOf(tid);
     leave.release();
     waiting.join();
-    const std::string begin = "\n#[0-9]+ +0x[0-9a-f]{12} ", end = " (at self_debugger_test.cc:[0-9]+|in [^ ]+)\n";
+    const std::string begin = "\n#[0-9]+ +0x[0-9a-f]{12} ", end = " (at [^ ]+:[0-9]+|in [^ ]+)\n";
     EXPECT_THAT(stack, ContainsRegex(begin + "waitDeepInsideAPlugIn[(][^\n]*[)]" + end));
     EXPECT_THAT(stack, ContainsRegex(begin + "void waitBelow<[^\n]{142}[^\n]{143}[.]{3}" + end)) << "a long name";
     EXPECT_EQ(stack.find("#64 "), stack.npos);
