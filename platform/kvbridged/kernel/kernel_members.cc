@@ -186,7 +186,9 @@ void kernel_members::member_check(int index)
     return;
   if (!is_still_member(index))
     return;
-  const bool lost = one.attached;
+  // Back from another bridge so soon that its leaving was not heard of yet: nobody took anything off.
+  const auto found = found_programs::at(index);
+  const bool lost = one.attached && !(found && found->bridge() != settings_.name);
   member_put(index, one);
   if (lost && one.attached)
     tell(settings_.name, "the programs at " + one.name + " were taken off by somebody else, and are back");
