@@ -30,7 +30,8 @@ bool netlink_hand_out(const char* bytes, size_t size, const netlink_callback& to
 class netlink_request {
 public:
   template <typename Header>
-  netlink_request(uint16_t type, unsigned flags, const Header& header) : message_(mnl_nlmsg_put_header(buffer_.data()))
+  netlink_request(uint16_t type, unsigned flags, const Header& header)
+      : buffer_{}, message_(mnl_nlmsg_put_header(buffer_.data()))
   {
     message_->nlmsg_type = type;
     message_->nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
@@ -47,7 +48,7 @@ public:
   int send(const netlink_callback& told = [](const nlmsghdr*) {});
 
 private:
-  alignas(nlmsghdr) std::array<char, netlink_message_most> buffer_{};
+  alignas(nlmsghdr) std::array<char, netlink_message_most> buffer_;
   nlmsghdr* message_;
 };
 

@@ -31,7 +31,8 @@ public:
   RPCProxy(startFunction_t startFunction, std::string name, then_t then);
   // The same; a proxy called "BLLManager_mng" or "dhcpra_fun" serves, any other ends.
   RPCProxy(startFunction_t startFunction, std::string name);
-  ~RPCProxy();  // stops and waits; never on the proxy's own thread
+  // Stops and waits; never on the proxy's own thread.
+  ~RPCProxy();  // NOLINT(bugprone-exception-escape): only what a broken lock throws, which ends the host
   RPCProxy(const RPCProxy&) = delete;
   RPCProxy& operator=(const RPCProxy&) = delete;
 

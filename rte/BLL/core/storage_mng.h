@@ -10,8 +10,8 @@
 #include <boost/shared_ptr.hpp>
 #include <string>
 
-struct _xmlDoc;
-struct _xmlNode;
+struct _xmlDoc;   // NOLINT(bugprone-reserved-identifier): the name is libxml2's
+struct _xmlNode;  // NOLINT(bugprone-reserved-identifier): the same
 
 namespace Storage {
 

@@ -66,7 +66,7 @@ bool CKvUtil::stringToMac(std::string_view text, uint8_t mac[6])
   for (size_t i = 0; i < 6; ++i) {
     const size_t end = i < 5 ? text.find_first_of(":-") : text.size();
     unsigned group = 0;
-    if (end == std::string_view::npos || end > 2 || !number_parse(text.substr(0, end), 16, 0xff, group))
+    if (end > 2 || !number_parse(text.substr(0, end), 16, 0xff, group))
       return false;
     parsed[i] = static_cast<uint8_t>(group);
     text.remove_prefix(i < 5 ? end + 1 : end);

@@ -25,14 +25,14 @@ words unknown_of(const card& found)
     std::string keys = bridge.values[bridge_slots] ? "" : "the number of port slots (the fewest stand here)";
     for (size_t i = bridge_max_pdu; i < bridge_values; ++i)
       if (!bridge.values[i])
-        keys += (keys.empty() ? "" : ", ") + std::string(bridge_settings()[i].key);
+        keys.append(keys.empty() ? "" : ", ").append(bridge_settings()[i].key);
     if (!keys.empty())
-      list.push_back("bridge " + name + ": " + keys);
+      list.push_back(std::string("bridge ").append(name).append(": ").append(keys));
     for (const auto& [id, port] : bridge.ports) {
       keys.clear();
       for (size_t i = 0; i < port_values; ++i)
         if (!port.values[i])
-          keys += (keys.empty() ? "" : ", ") + std::string(port_settings()[i].key);
+          keys.append(keys.empty() ? "" : ", ").append(port_settings()[i].key);
       if (!keys.empty())
         list.push_back(port_text(name, id) + ": " + keys);
     }

@@ -17,10 +17,10 @@ public:
   explicit text_table(std::vector<table_column> columns) : columns_(std::move(columns)) {}
 
   // One text a column. `marked`: to be seen at once, where there are colours.
-  void add(std::vector<std::string> row, bool marked = false);
+  void add(std::vector<std::string> cells, bool marked = false);
 
-  // The whole table; `width` 0: no limit. What is cut ends in an ellipsis.
-  std::string text(size_t width, bool colours) const;
+  // The whole table; `limit` of its width, 0: none. What is cut ends in an ellipsis.
+  std::string text(size_t limit, bool colours) const;
 
 private:
   std::vector<size_t> widths(size_t limit) const;

@@ -50,7 +50,7 @@ struct option_name {
 std::vector<option_name> option_names(std::string_view options)
 {
   std::vector<option_name> names;
-  for (std::string word : line_split(options)) {
+  for (const std::string& word : line_split(options)) {
     const bool has_value = word.ends_with('=');
     names.push_back({has_value ? word.substr(0, word.size() - 1) : word, has_value});
   }

@@ -48,7 +48,7 @@ private:
 
   bool request(amqp_method_number_t id, void* method);
   bool receive(amqp_frame_t& frame);
-  bool receive(amqp_channel_t channel, amqp_method_number_t id, amqp_frame_t& frame);
+  bool receive(amqp_channel_t from, amqp_method_number_t id, amqp_frame_t& frame);
   outcome_t unexpected(const amqp_frame_t& frame);
   void putOff();
   void reportOutage();

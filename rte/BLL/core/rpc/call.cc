@@ -31,7 +31,7 @@ private:
   static call_t& of(SVCXPRT* transport) { return *static_cast<call_t*>(transport->xp_p1); }
   static bool_t getArguments(SVCXPRT* transport, xdrproc_t routine, void* arguments);
   static bool_t freeArguments(SVCXPRT* transport, xdrproc_t routine, void* arguments);
-  static bool_t sendReply(SVCXPRT* transport, rpc_msg* reply);
+  static bool_t sendReply(SVCXPRT* transport, rpc_msg* message);
   std::optional<uint32_t> word(size_t index) const;
 
   std::span<char> message_;

@@ -96,9 +96,10 @@ RPCProxy::RPCProxy(startFunction_t startFunction, std::string name, then_t then)
     : startFunction_(startFunction), name_(std::move(name)), then_(then), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {}
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): plug-ins are built against this signature
 RPCProxy::RPCProxy(startFunction_t startFunction, std::string name) : RPCProxy(startFunction, name, usualFor(name)) {}
 
-RPCProxy::~RPCProxy()
+RPCProxy::~RPCProxy()  // NOLINT(bugprone-exception-escape): only what a broken lock throws, which ends the host
 {
   stop(false);
   {
