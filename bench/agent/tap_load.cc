@@ -85,7 +85,11 @@ void tap_load::drop_returned(bool drop) const
 load_result tap_load::run(const load_settings& settings)
 {
   drop_returned(!settings.counted);
-  std::vector<byte_string> records = records_of(settings);
+  if (records_.empty() || settings.ports != records_ports_ || settings.clients != records_clients_) {
+    records_ = records_of(settings);
+    records_ports_ = settings.ports;
+    records_clients_ = settings.clients;
+  }
   std::vector<double> latencies;
   if (settings.timed)
     latencies.reserve(4'000'000);
@@ -109,7 +113,7 @@ load_result tap_load::run(const load_settings& settings)
   while (elapsed() < settings.seconds) {
     const bool due = settings.rate <= 0 || static_cast<double>(result.sent) < settings.rate * elapsed();
     for (unsigned i = 0; due && i < settings.burst; ++i) {
-      byte_string& record = records[result.sent % records.size()];
+      byte_string& record = records_[result.sent % records_.size()];
       stamp(record);
       if (write(tap_.get(), record.data(), record.size()) > 0)
         ++result.sent;

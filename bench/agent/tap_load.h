@@ -43,6 +43,9 @@ private:
 
   std::string name_;
   descriptor tap_;
+  std::vector<std::vector<unsigned char>> records_;  // of the last run: turns of one load are short
+  unsigned records_ports_ = 0;
+  unsigned records_clients_ = 0;
 };
 
 #endif

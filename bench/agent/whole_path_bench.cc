@@ -5,8 +5,8 @@
 //
 // Usage: whole_path_bench [--seconds N]     N for each measurement, default 2
 //        whole_path_bench --worker CLIENTS [--rate N] [--seconds N]
-//                                           one measurement of the worker alone: CPU time a frame in ns, frames sent
-//                                           and not taken; status_cost.py compares two builds by it
+//                                           the worker alone, a turn for each line of the standard input: CPU time a
+//                                           frame in ns, frames sent and not taken; status_cost.py compares two builds
 #include "bench/agent/bare_loops.h"
 #include "bench/agent/cores.h"
 #include "bench/agent/tap_load.h"
@@ -27,7 +27,9 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <time.h>
 #include <unistd.h>
@@ -90,21 +92,63 @@ measured run_bare(tap_load& tap, const bare_loop& loop, const load_settings& set
   return result;
 }
 
+// The agent's worker on a bridge of its own.
+class served_bridge {
+public:
+  served_bridge(const tap_load& tap, const char* format, unsigned ports) : bridge_(ports + 1)
+  {
+    for (uint32_t id = 1; id <= ports; ++id)
+      bridge_.port(id, 1, 1).vsa_circuit_id_mode = format ? 2 : 0;
+    if (format)
+      text_copy(bridge_->pppoeia_cid_format, format);
+    text_copy(bridge_->sysname, "node-17");
+    bridge_->sock = tap.packet_socket();
+    bridge_->ring = kernel_linux.ring_open(bridge_->sock);
+    bridge_->status = bridge_statuses::open("bench", ports + 1);
+    worker_thread_start(*bridge_);
+    settle(bridge_->thread);
+  }
+  ~served_bridge()
+  {
+    bridge_->stop = 1;
+    worker_thread_join(*bridge_);
+    bridge_statuses::close(bridge_->status);
+    kernel_linux.ring_close(bridge_->ring);
+    kernel_linux.close(bridge_->sock);
+  }
+  served_bridge(const served_bridge&) = delete;
+  served_bridge& operator=(const served_bridge&) = delete;
+
+  measured run(tap_load& tap, const load_settings& settings)
+  {
+    const double cpu = cpu_seconds(bridge_->thread);
+    const uint64_t before = frames();
+    measured result;
+    result.load = tap.run(settings);
+    result.cpu = cpu_seconds(bridge_->thread) - cpu;
+    result.frames = frames() - before;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    result.taken = frames() - before;
+    return result;
+  }
+
+  pppoeia_bridge& operator*() { return *bridge_; }
+
+private:
+  uint64_t frames()
+  {
+    const bridge_lock lock(*bridge_);
+    return bridge_->stats.padi;
+  }
+
+  test_bridge bridge_;
+};
+
 // Runs the agent's worker under load; `meanwhile` runs beside it.
 measured run_worker(tap_load& tap, const char* format, const load_settings& settings,
                     const std::function<void(pppoeia_bridge&, const std::atomic<bool>&)>& meanwhile = {})
 {
-  test_bridge bridge(settings.ports + 1);
-  for (uint32_t id = 1; id <= settings.ports; ++id)
-    bridge.port(id, 1, 1).vsa_circuit_id_mode = format ? 2 : 0;
-  if (format)
-    text_copy(bridge->pppoeia_cid_format, format);
-  text_copy(bridge->sysname, "node-17");
-  bridge->sock = tap.packet_socket();
-  bridge->ring = kernel_linux.ring_open(bridge->sock);
-  bridge->status = bridge_statuses::open("bench", settings.ports + 1);
-  worker_thread_start(*bridge);
-  settle(bridge->thread);
+  served_bridge bridge(tap, format, settings.ports);
   std::atomic<bool> done{false};
   std::thread beside;
   if (meanwhile)
@@ -112,24 +156,10 @@ measured run_worker(tap_load& tap, const char* format, const load_settings& sett
       keep_nowhere(pthread_self());
       meanwhile(*bridge, done);
     });
-  measured result;
-  result.load = tap.run(settings);
-  result.cpu = cpu_seconds(bridge->thread);
-  const auto frames = [&] {
-    const bridge_lock lock(*bridge);
-    return bridge->stats.padi;
-  };
-  result.frames = frames();
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  result.taken = frames();
+  const measured result = bridge.run(tap, settings);
   done = true;
   if (beside.joinable())
     beside.join();
-  bridge->stop = 1;
-  worker_thread_join(*bridge);
-  bridge_statuses::close(bridge->status);
-  kernel_linux.ring_close(bridge->ring);
-  kernel_linux.close(bridge->sock);
   return result;
 }
 
@@ -303,12 +333,17 @@ void storms_compared(tap_load& tap, double seconds, bool counted)
   print_given_back("worker, default identifiers", worker, loop_b_sum);
 }
 
-void worker_alone(tap_load& tap, double seconds, double rate, unsigned clients)
+// A turn for each line that comes in, so that two builds can take turns that are short beside what else a machine does.
+void worker_turns(tap_load& tap, double seconds, double rate, unsigned clients)
 {
-  const measured result =
-      run_worker(tap, nullptr, {.seconds = seconds, .rate = rate, .counted = false, .ports = 64, .clients = clients});
-  std::printf("%.1f %llu %llu\n", result.cpu_us() * 1000, static_cast<unsigned long long>(result.load.sent),
-              static_cast<unsigned long long>(result.load.sent - result.taken));
+  const load_settings load{.seconds = seconds, .rate = rate, .counted = false, .ports = 64, .clients = clients};
+  served_bridge bridge(tap, nullptr, load.ports);
+  for (std::string line; std::getline(std::cin, line);) {
+    const measured result = bridge.run(tap, load);
+    std::printf("%.1f %llu %llu\n", result.cpu_us() * 1000, static_cast<unsigned long long>(result.load.sent),
+                static_cast<unsigned long long>(result.load.sent - result.taken));
+    std::fflush(stdout);
+  }
 }
 
 // The number behind an option, or `usual`.
@@ -335,7 +370,7 @@ int main(int argc, char** argv)
     keep_on(pthread_self(), core::sender);
     tap_load tap("piabench" + std::to_string(getpid() % 1000));
     if (const double clients = number_of(argc, argv, "--worker", 0); clients > 0) {
-      worker_alone(tap, seconds, number_of(argc, argv, "--rate", 0), static_cast<unsigned>(clients));
+      worker_turns(tap, seconds, number_of(argc, argv, "--rate", 0), static_cast<unsigned>(clients));
       return 0;
     }
     full_load(tap, seconds);

@@ -21,9 +21,9 @@ inline constexpr uint8_t discovery_codes[] = {pppoe::padi, pppoe::pado, pppoe::p
 inline constexpr size_t code_count = std::size(discovery_codes) + 1;  // the last one is any other
 
 // Of a port; number 0 stands for frames that are of no port.
-struct port_figures {
+struct alignas(64) port_figures {
+  tally codes[code_count];  // accepted frames; in the same line of the cache as the tags that were put in
   tally fates[fate_count];
-  tally codes[code_count];     // accepted frames
   shared<uint64_t> last_drop;  // reason in the high 16 bits, client MAC in the others
 
   uint64_t drops() const;

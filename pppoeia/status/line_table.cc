@@ -115,8 +115,8 @@ void tags_note(Heard& frame, const tag_area& tags, size_t own_vendor_tag)
 line_table::line_table(uint32_t ports, line_limits limits)
     : ports_(ports), per_port_(std::clamp(limits.node / std::max(ports, 1u), 1u, std::max(limits.port, 1u))),
       node_most_(limits.node), bucket_shift_(static_cast<unsigned>(64 - std::bit_width(slots() | 1))),
-      entries_(slots() + 1), keys_(slots() + 1), worth_(slots() + 1), next_(slots() + 1),
-      by_client_(size_t{1} << (64 - bucket_shift_)), pushed_(size_t{ports} + 1)
+      entries_(slots() + 1), places_(slots() + 1), by_client_(size_t{1} << (64 - bucket_shift_)),
+      pushed_(size_t{ports} + 1)
 {}
 
 line_table::~line_table()
@@ -129,7 +129,7 @@ line_table::slot_number line_table::of_client(uint32_t port, uint16_t vid, uint6
   const uint64_t key = key_of(client, vid);
   const slot_number first = (port - 1) * per_port_ + 1;
   for (slot_number slot = first; slot < first + per_port_; ++slot)
-    if (keys_[slot] == key)
+    if (places_[slot].key == key)
       return slot;
   return 0;
 }
@@ -138,12 +138,12 @@ line_table::slot_number line_table::of_client(uint32_t port, uint16_t vid, uint6
 line_table::slot_number line_table::victim(uint32_t port) const
 {
   const slot_number first = (port - 1) * per_port_ + 1;
-  const uint32_t* const worth = &worth_[first];
+  const place* const places = &places_[first];
   uint32_t least = 0;
-  uint32_t least_worth = worth[0];
-  for (uint32_t place = 1; place < per_port_ && least_worth != 0; ++place)
-    if (worth[place] < least_worth)
-      least_worth = worth[least = place];
+  uint32_t least_worth = places[0].worth;
+  for (uint32_t i = 1; i < per_port_ && least_worth != 0; ++i)
+    if (places[i].worth < least_worth)
+      least_worth = places[least = i].worth;
   return first + least;
 }
 
@@ -169,14 +169,14 @@ void line_table::count_pushed(uint32_t port, uint64_t now_ns)
 
 void line_table::worth_set(slot_number slot, uint64_t now_ns)
 {
-  worth_[slot] = worth_of(entries_[slot].state.own(), now_ns);
+  places_[slot].worth = worth_of(entries_[slot].state.own(), now_ns);
 }
 
 // A client that repeats its PADI within the second is counted; what it says was read a moment ago.
 bool line_table::is_repeated(slot_number slot, const frame_result& result, uint64_t now_ns)
 {
   if (slot == 0 || result.code != pppoe::padi || result.what != fate::tag_inserted ||
-      worth_[slot] != worth_of(line_state::discovering, now_ns) ||
+      places_[slot].worth != worth_of(line_state::discovering, now_ns) ||
       entries_[slot].state.own() != line_state::discovering)
     return false;
   entry& line = entries_[slot];
@@ -197,12 +197,12 @@ bool line_table::take_from_node()
   for (int look = 0; look < looks; ++look) {
     hand_ = hand_ % slots() + 1;
     const auto slot = static_cast<slot_number>(hand_);
-    if (keys_[slot] == 0 || entries_[slot].state.own() != line_state::ended)
+    if (places_[slot].key == 0 || entries_[slot].state.own() != line_state::ended)
       continue;
     unlink(slot);
     count_change(line_state::ended, -1);
-    keys_[slot] = 0;
-    worth_[slot] = 0;
+    places_[slot].key = 0;
+    places_[slot].worth = 0;
     entries_[slot].used.set(0);
     replaced_.add();
     return true;
@@ -227,16 +227,16 @@ void line_table::state_set(entry& line, line_state state)
 
 void line_table::unlink(slot_number slot)
 {
-  uint32_t* link = chain_of(keys_[slot] >> 16);
+  uint32_t* link = chain_of(places_[slot].key >> 16);
   while (*link != slot)
-    link = &next_[*link];
-  *link = next_[slot];
+    link = &places_[*link].next;
+  *link = places_[slot].next;
 }
 
 line_table::slot_number line_table::make(const heard& frame, uint64_t client)
 {
   const slot_number slot = victim(frame.port);
-  if (keys_[slot] != 0) {
+  if (places_[slot].key != 0) {
     unlink(slot);
     count_change(entries_[slot].state.own(), -1);
     replaced_.add();
@@ -245,9 +245,9 @@ line_table::slot_number line_table::make(const heard& frame, uint64_t client)
     unlearned_.add();
     return 0;
   }
-  keys_[slot] = key_of(client, frame.vid);
+  places_[slot].key = key_of(client, frame.vid);
   uint32_t* const chain = chain_of(client);
-  next_[slot] = *chain;
+  places_[slot].next = *chain;
   *chain = slot;
   entry& line = entries_[slot];
   line.changes.begin();
@@ -288,7 +288,7 @@ bool line_table::ends_session(slot_number slot, const heard& frame) const
 line_table::slot_number line_table::waiting(const heard& frame)
 {
   const auto fits = [&](slot_number slot) {
-    if (keys_[slot] != key_of(frame.to, frame.vid))
+    if (places_[slot].key != key_of(frame.to, frame.vid))
       return 0;
     if (!(frame.code == pppoe::padt ? ends_session(slot, frame) && entries_[slot].server.own() == frame.from
                                     : expects(slot, frame)))
@@ -296,7 +296,7 @@ line_table::slot_number line_table::waiting(const heard& frame)
     return frame.host_uniq != 0 && entries_[slot].host_uniq == frame.host_uniq ? 2 : 1;
   };
   slot_number best = 0;
-  for (slot_number slot = *chain_of(frame.to); slot != 0; slot = next_[slot])
+  for (slot_number slot = *chain_of(frame.to); slot != 0; slot = places_[slot].next)
     if (const int fit = fits(slot); fit > 0 && (best == 0 || std::pair(fit, entries_[slot].seen_ns.own()) >
                                                                  std::pair(fits(best), entries_[best].seen_ns.own())))
       best = slot;

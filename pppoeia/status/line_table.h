@@ -81,6 +81,12 @@ private:
   struct entry;
   struct heard;
   using slot_number = uint32_t;  // 0 is none: a place's index and 1
+  // What a search reads of an entry, beside the entries, so that it touches little memory; worker only.
+  struct place {
+    uint64_t key;      // client, VLAN; 0: no line
+    uint32_t worth;    // the least is given up first: 0 for no line, else state and when it was last heard
+    slot_number next;  // of the same bucket
+  };
 
   uint32_t* chain_of(uint64_t client) { return &by_client_[client * 0x9e3779b97f4a7c15u >> bucket_shift_]; }
   slot_number of_client(uint32_t port, uint16_t vid, uint64_t client) const;
@@ -112,10 +118,7 @@ private:
   size_t hand_ = 0;    // where a search for an ended line goes on
   uint32_t made_ = 0;  // lines there are
   zeroed<entry> entries_;
-  // Beside the entries, so that a search touches little memory; worker only.
-  zeroed<uint64_t> keys_;   // client, VLAN; 0: no line
-  zeroed<uint32_t> worth_;  // the least is given up first: 0 for no line, else state and when it was last heard
-  zeroed<uint32_t> next_;   // of the same bucket
+  zeroed<place> places_;
   zeroed<uint32_t> by_client_;
   zeroed<uint64_t> pushed_;  // by port: the second in which lines were last pushed out, and how many
   shared<uint32_t> counts_[line_state_count];
