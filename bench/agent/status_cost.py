@@ -47,8 +47,8 @@ def compare(builds, pairs, seconds, clients, rate, words):
         worker.end()
     times = [[cpu for cpu, _ in of] for of in figures]
     lost = [sum(frames for _, frames in of) for of in figures]
-    ratios = [a / b for a, b in zip(*times)]
-    error = 1.25 * statistics.stdev(ratios) / pairs ** 0.5
+    ratios = [a / b for a, b in zip(*times) if a > 0 and b > 0]  # 0: what else went on kept the worker off its core
+    error = 1.25 * statistics.stdev(ratios) / len(ratios) ** 0.5
     print(f'{words:42} {statistics.median(times[0]):7.1f} ns beside {statistics.median(times[1]):7.1f}: '
           f'{statistics.median(ratios):.3f} (+-{error:.3f}); lost {lost[0]} beside {lost[1]}', flush=True)
 
