@@ -153,6 +153,13 @@ TEST_F(SelfDebuggerStacks, SignalsOfTheHostDoNotDisturb)
   sigaction(SIGALRM, &before, nullptr);
 }
 
+TEST_F(SelfDebuggerStacks, AHostThatIgnoresTheEndOfItsChildrenGetsThem)
+{
+  const sighandler_t before = std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_NE(stackOf(gettid()), "");
+  std::signal(SIGCHLD, before);
+}
+
 // What another thread has locked while the reporter is forked stays locked there.
 TEST_F(SelfDebuggerStacks, AReporterForkedBesideThreadsThatLogAnswers)
 {

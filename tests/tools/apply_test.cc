@@ -138,6 +138,15 @@ TEST(Apply, AddsABridgeAgainForItsSlots)
   EXPECT_THAT(commands_of(applied(agent, other)), ElementsAre());
 }
 
+// Neither its device nor its file are on this host, and its name is none that is looked for.
+TEST(Apply, FindsABridgeThatOnlyTheFileNames)
+{
+  running_agent agent;
+  const std::string card = "init\nbridge add hidden 4\nport add hidden 2 line2 2 --type eth\n";
+  EXPECT_THAT(commands_of(applied(agent, card)), Not(ElementsAre()));
+  EXPECT_THAT(commands_of(applied(agent, card)), ElementsAre());
+}
+
 // The kernel has br0 to br15.
 TEST(Apply, UndoesWhatWasDoneBeforeARefusal)
 {
