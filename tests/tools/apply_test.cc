@@ -142,8 +142,9 @@ TEST(Apply, AddsABridgeAgainForItsSlots)
 TEST(Apply, FindsABridgeThatOnlyTheFileNames)
 {
   running_agent agent;
-  const std::string card = "init\nbridge add hidden 4\nport add hidden 2 line2 2 --type eth\n";
+  const std::string card = "init\nbridge add hidden 4\nbridge vlan set hidden 7 on\n";
   EXPECT_THAT(commands_of(applied(agent, card)), Not(ElementsAre()));
+  unlink((agent.socket() + ".known").c_str());
   EXPECT_THAT(commands_of(applied(agent, card)), ElementsAre());
 }
 
