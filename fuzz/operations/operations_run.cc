@@ -20,11 +20,11 @@ string raw(uint64_t value, size_t size)
   return text;
 }
 
-// An empty file of this process.
+// An empty file of this process. Arguments are cut at random: nobody has a file whose name begins like this one's.
 const string& terminal()
 {
   struct file {
-    string path = "/tmp/operations.XXXXXX";
+    string path = "/tmp/~operations.XXXXXX";
     file() { close(mkstemp(path.data())); }
     ~file() { unlink(path.c_str()); }
   };
