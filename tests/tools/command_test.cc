@@ -488,11 +488,14 @@ TEST(Completion, FindsBridgesOfAnyName)
   if (geteuid() != 0)
     GTEST_SKIP() << "needs root";
   const own_folder files;
-  const std::string script = "mkdir -p " + files.path + "/kvbridge/gate; mount --bind " + files.path +
+  // In a chroot the root is no mount point that could be made private, /proc is one everywhere.
+  const std::string script = "mount --make-rprivate /proc; mkdir -p " + files.path + "/kvbridge/gate; mount --bind " +
+                             files.path +
                              " /proc/$$/net; ip link add access_pppoe type veth peer name hidden_other; "
                              "exec " PPPOEIACTL " --complete --socket " +
                              agent.socket() + " show port ''";
-  EXPECT_EQ(run({"/usr/bin/unshare", "--net", "--mount", "sh", "-c", script}).out, "br3\nbr11\ngate\naccess\n");
+  EXPECT_EQ(run({"/usr/bin/unshare", "--net", "--mount", "--propagation", "unchanged", "sh", "-c", script}).out,
+            "br3\nbr11\ngate\naccess\n");
 }
 
 TEST(Completion, WorksInBash)
