@@ -274,23 +274,6 @@ TEST_F(BridgeInstance, FiniDeletesAllAndASecondOneIsRefused)
   EXPECT_EQ(pppoeia_bridge_state_set("br0", 1), -ENOENT);
 }
 
-TEST_F(BridgeInstance, TracesOfCreationAndDeletion)
-{
-  pppoeia_log_level = log_debug;
-  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
-  ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
-  std::vector<std::string> lines = messages();
-  // The worker's own two lines stand anywhere.
-  EXPECT_EQ(std::erase(lines, "<br0> Worker started."), 1u);
-  EXPECT_EQ(std::erase(lines, "<br0> Finished."), 1u);
-  EXPECT_THAT(lines, ElementsAre("pppoeia_bridge_add(br0)", "Frame adjust is 106 bytes.", "Frame adjust is 106 bytes.",
-                                 "<br0> Flags set.",
-                                 "<br0> Bridge added (S-Tag EtherType=0x88a8, ports=4, MTU=1500, buffer=1606).",
-                                 "pppoeia_bridge_add()=0", "pppoeia_bridge_del(br0)",
-                                 "<br0> Pseudo device 'br0_pppoe' deleted.", "<br0> Bridge deleted.",
-                                 "pppoeia_bridge_del()=0"));
-}
-
 // As when the process that plays the kernel modules is killed, and another one is started after a while.
 TEST_F(BridgeInstance, DeviceThatVanishesIsMadeAnewAndServedAsBefore)
 {

@@ -107,15 +107,6 @@ TEST_F(Settings, NumbersFromTheFactoryToTheirBounds)
   }
 }
 
-TEST_F(Settings, OfNoObjectAreRefused)
-{
-  char text[256];
-  EXPECT_EQ(pppoeia_bridge_contact_get("brX", text), -ENOENT);
-  EXPECT_EQ(pppoeia_bridge_contact_set("brX", ""), -ENOENT);
-  EXPECT_EQ(pppoeia_bridge_intf_descr_get("br0", port + 1, text), -ENODEV);
-  EXPECT_EQ(pppoeia_bridge_intf_descr_set("br0", port + 1, ""), -ENODEV);
-}
-
 // A bridge, a port and a VLAN, as far as the operation names them.
 api_call on_objects(const api::operation& operation)
 {

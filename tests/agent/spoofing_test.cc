@@ -110,27 +110,4 @@ TEST_F(Spoofing, NoForgedFrameOfAnyKindPassesForTheLines)
   EXPECT_GT(left - with_own, count / 50);
 }
 
-// A tag list that a careless walk and a careful reader take for different ones.
-TEST_F(Spoofing, ReadersOfDoubtAreShownTheLinesTagFirst)
-{
-  const std::string forged = vendor_value("FORGED", "");
-  const auto sent_of = [&](test_frame frame) {
-    const byte_string record = frame.build();
-    return leaving({record.begin() + kernel_header::size, record.end()});
-  };
-  const test_frame lists[] = {
-      {.tags = {{0x0101, ""}, {0, ""}, {vendor, forged}}},              // behind End-Of-List
-      {.tags = {{0x0101, ""}, {vendor, forged}}, .payload_length = 4},  // behind a tag that ends the payload
-      {.tags = {{0x0101, ""}, {vendor, forged}}, .payload_length = 9},  // overrunning, not the first
-      {.tags = {{0x0101, ""}, {0x0103, "abcd"}, {vendor, forged}}, .payload_length = 11},  // behind an overrunning one
-      {.tags = {}, .trailer = {0x01, 0x01, 0, 2, 'n', 'o', 0x01, 0x05, 0, 0}},             // behind an empty payload
-      {.tags = {{0, "eol"}}, .trailer = {0x01, 0x05, 0, 0}, .payload_length = 0},
-  };
-  for (const test_frame& list : lists)
-    EXPECT_EQ(spoofing::complaint(sent_of(list), own), "") << &list - lists;
-  // First and overrunning: as bad as whole.
-  EXPECT_TRUE(sent_of({.tags = {{vendor, forged}}, .payload_length = 9}).empty());
-  EXPECT_EQ(bridge->stats.dropped, 1u);
-}
-
 }  // namespace
