@@ -161,8 +161,9 @@ private:
   void give(const model::identifier& from, const pppoeia_port& port, uint16_t vid, identifier& to)
   {
     asked.emplace_back(port.port_id, vid);
-    std::strcpy(to.text, from.text.c_str());
-    to.bin = from.binary;
+    if (!from.text.empty())
+      std::strcpy(to.text, from.text.c_str());
+    to.bin.insert(to.bin.end(), from.binary.begin(), from.binary.end());
   }
   const model::world& w_;
 };
@@ -217,7 +218,7 @@ model::outcome agent(const model::world& w, const model::bytes& record, model::b
   constexpr uint32_t no_port = UINT32_MAX;
   bridge->cur_port = no_port;
   given_identifiers identifiers(w);
-  frame_services services{identifiers, address_get};
+  frame_services services{identifiers, address_get, {"of a frame before", {1, 2, 3}}, {"and another", {4}}};
   syslog_take();
   const uint32_t length =
       frame_process(*bridge,
