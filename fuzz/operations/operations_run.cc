@@ -169,6 +169,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
     break;
   default:
     text = string(choose.below(8) ? 300 : choose.below(wanted.size), '~');
+    if (choose.one_in(4) && !text.empty())  // what stands behind its end stays, too, when nothing is answered
+      text[choose.below(static_cast<unsigned>(text.size()))] = '\0';
   }
   if (choose.one_in(40) && wanted.what != api::kind::out_entry)
     text.resize(choose.below(static_cast<unsigned>(text.size()) + 1));
