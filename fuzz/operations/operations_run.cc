@@ -156,7 +156,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.name == "mode")
       text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu, 0xfffffffeu}), 4);
     if (wanted.name == "ports")
-      text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65537u}), 4);
+      text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65536u, 65537u}), 4);
     break;
   case api::kind::mac:
     text = raw(0x665544332211u + choose.below(256), 6);
