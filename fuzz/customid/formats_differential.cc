@@ -23,6 +23,17 @@ size_t below(random_source& random, size_t n)
   return random() % n;
 }
 
+// Options that stand together; a number that would be small if 32 bits of it counted.
+std::string random_options(random_source& random)
+{
+  static const char* const words[] = {"h", "h", "z", "s",  "d-", "d:",  "0",
+                                      "2", "3", "7", "63", "99", "100", "4294967298"};
+  std::string options;
+  for (size_t count = below(random, 4); count > 0; --count)
+    options += words[below(random, std::size(words))];
+  return options;
+}
+
 // Pieces of the language, likelier to fit together than bytes are.
 std::string random_format(random_source& random)
 {
@@ -38,6 +49,8 @@ std::string random_format(random_source& random)
     else if (kind < 13)
       format += std::string("$") + words[below(random, std::size(words))] +
                 std::string(macro_rows[below(random, customIdFormatCount)].name);
+    else if (kind < 16)
+      format += "$" + random_options(random) + std::string(macro_rows[below(random, customIdFormatCount)].name);
     else if (kind < 19)
       format += words[below(random, std::size(words))];
     else
