@@ -1,7 +1,8 @@
-// The macro language beside its model: random formats, and texts, bytes and log lines compared. A difference is shown
-// by the shortest format that has it. Usage: formats_differential [SEED [SECONDS]]; by default a seed of its own for 2
-// seconds.
+// The macro language beside its model: random formats of a node's line and of made-up values, and texts, bytes and log
+// lines compared. A difference is shown by the shortest format that has it. Usage: formats_differential [SEED
+// [SECONDS]]; by default a seed of its own for 2 seconds.
 #include "fuzz/customid/oracle.h"
+#include "pppoeia/customid/customid.h"
 #include "pppoeia/customid/vocabulary.h"
 #include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/log.h"
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <random>
 
 namespace {
@@ -21,6 +23,17 @@ using random_source = std::mt19937_64;
 size_t below(random_source& random, size_t n)
 {
   return random() % n;
+}
+
+// Options that stand together; a number that would be small if 32 bits of it counted.
+std::string random_options(random_source& random)
+{
+  static const char* const words[] = {"h", "h", "z", "s",  "d-", "d:",  "0",
+                                      "2", "3", "7", "63", "99", "100", "4294967298"};
+  std::string options;
+  for (size_t count = below(random, 4); count > 0; --count)
+    options += words[below(random, std::size(words))];
+  return options;
 }
 
 // Pieces of the language, likelier to fit together than bytes are.
@@ -38,6 +51,8 @@ std::string random_format(random_source& random)
     else if (kind < 13)
       format += std::string("$") + words[below(random, std::size(words))] +
                 std::string(macro_rows[below(random, customIdFormatCount)].name);
+    else if (kind < 16)
+      format += "$" + random_options(random) + std::string(macro_rows[below(random, customIdFormatCount)].name);
     else if (kind < 19)
       format += words[below(random, std::size(words))];
     else
@@ -46,8 +61,10 @@ std::string random_format(random_source& random)
   return format.substr(0, bridge_format_max);
 }
 
+using value_map = std::map<std::string, oracle_value>;
+
 // Port 9 of the example node, whose IPv6 address may be missing.
-std::map<std::string, oracle_value> values_of_port_9(bool ipv6)
+value_map values_of_port_9(bool ipv6)
 {
   return {{"SHELF", {"shelf-1", ""}},
           {"CHASSIS", {"99", ""}},
@@ -81,12 +98,92 @@ std::map<std::string, oracle_value> values_of_port_9(bool ipv6)
           {"CPE_MAC", {"00:00:00:00:00:00", ""}}};
 }
 
-oracle_identifier generate(const pppoeia_bridge& bridge, const std::string& format, int32_t level)
+// Groups of an IPv6 address, mostly; with gaps and colons where none may be.
+std::string random_ipv6(random_source& random)
+{
+  static const char* const groups[] = {"0", "1", "1", "db8", "2001", "ffff", "ffff", "", "00001", "g"};
+  static const size_t counts[] = {0, 1, 2, 4, 6, 7, 8, 8, 9};
+  const size_t count = counts[below(random, std::size(counts))];
+  const size_t gap = below(random, 2) ? below(random, count + 1) : count + 1;
+  std::string text = gap == 0 ? "::" : "";
+  for (size_t i = 1; i <= count; ++i) {
+    text += groups[below(random, below(random, 8) ? 7 : std::size(groups))];
+    text += i == gap ? "::" : i < count ? ":" : "";
+  }
+  return text;
+}
+
+// A value of that shape, also as no node has it: missing, cut or out of range.
+std::string random_value(random_source& random, macro_shape shape)
+{
+  const auto one_of = [&](std::initializer_list<const char*> all) { return all.begin()[below(random, all.size())]; };
+  switch (shape) {
+  case macro_shape::number:
+    return one_of({"", "0", "7", "99", "255", "4096", "4294967295", "4294967296", "4294967551"});
+  case macro_shape::mac:
+    return one_of({"", "02:11:22:AA:BB:CC", "2:11:22"});
+  case macro_shape::ipv4:
+    return one_of({"", "10.1.2.30", "0.0.0.0", "255.255.255.255", "10.1", "300.1.2.999"});
+  case macro_shape::ipv6:
+    return random_ipv6(random);
+  case macro_shape::text:
+  case macro_shape::user:
+    break;
+  }
+  return one_of({"", "a", "0/9", "aBc", "some text", "$PORT"});
+}
+
+// Made-up values as a source.
+class made_up_source final : public macro_source {
+public:
+  explicit made_up_source(const value_map& values) : values_(values) {}
+
+  const char* name() const override { return "br0"; }
+  bool value(customIdFormat macro, std::string& value) const override
+  {
+    const oracle_value& made = values_.at(macroFormatTypeToString(macro));
+    value = made.text;
+    return made.known;
+  }
+
+private:
+  const value_map& values_;
+};
+
+// A line whose identifiers are built: the values that the model is told, and the way to the real one.
+struct line {
+  value_map values;
+  std::function<void(const std::string& format, oracle_identifier& id)> expand;
+};
+
+line port_9(const pppoeia_bridge& bridge, bool ipv6)
+{
+  return {values_of_port_9(ipv6), [&bridge, ipv6](const std::string& format, oracle_identifier& id) {
+            node().ipv6.reset();
+            if (ipv6)
+              node().ipv6 = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+            genCustomId(&bridge, 9, 300, 5, format, id.text, id.bin, idGenLive);
+          }};
+}
+
+line made_up(random_source& random)
+{
+  value_map values;
+  for (const macro_row& row : macro_rows) {
+    const bool known = below(random, 8) != 0;
+    values[std::string(row.name)] = {random_value(random, row.shape), "", known};
+  }
+  return {values, [values](const std::string& format, oracle_identifier& id) {
+            custom_id_expand(made_up_source(values), format, id.text, id.bin);
+          }};
+}
+
+oracle_identifier generate(const line& of, const std::string& format, int32_t level)
 {
   oracle_identifier id;
   syslog_take();
   pppoeia_log_level = level;
-  genCustomId(&bridge, 9, 300, 5, format, id.text, id.bin, idGenLive);
+  of.expand(format, id);
   id.log = syslog_take_texts();
   return id;
 }
@@ -105,14 +202,11 @@ std::string shown(const oracle_identifier& id)
 }
 
 // What the two make of a format, where that differs; with log lines and without.
-std::string difference(const pppoeia_bridge& bridge, const std::string& format, bool ipv6)
+std::string difference(const line& of, const std::string& format)
 {
-  node().ipv6.reset();
-  if (ipv6)
-    node().ipv6 = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-  oracle_identifier said = oracle_generate(format, values_of_port_9(ipv6));
+  oracle_identifier said = oracle_generate(format, of.values);
   for (const int32_t level : {int32_t{log_debug}, int32_t{log_info}}) {
-    const oracle_identifier seen = generate(bridge, format, level);
+    const oracle_identifier seen = generate(of, format, level);
     if (level == log_info)
       said.log.clear();
     if (seen != said)
@@ -121,16 +215,19 @@ std::string difference(const pppoeia_bridge& bridge, const std::string& format, 
   return "";
 }
 
-void show_shortest(const pppoeia_bridge& bridge, std::string format, bool ipv6)
+void show_shortest(const line& of, std::string format)
 {
   for (size_t at = format.size(); at-- > 0;) {
     std::string shorter = format;
     shorter.erase(at, 1);
-    if (!difference(bridge, shorter, ipv6).empty())
+    if (!difference(of, shorter).empty())
       format = shorter;
   }
-  std::printf("format '%s'%s:\n%s", format.c_str(), ipv6 ? "" : " without an IPv6 address",
-              difference(bridge, format, ipv6).c_str());
+  std::printf("format '%s':\n", format.c_str());
+  for (const auto& [name, value] : of.values)
+    if (format.find(name) != std::string::npos)
+      std::printf("  %s is '%s'%s\n", name.c_str(), value.text.c_str(), value.known ? "" : ", unknown");
+  std::printf("%s", difference(of, format).c_str());
 }
 
 }  // namespace
@@ -149,12 +246,12 @@ int main(int argc, char** argv)
       std::printf("%lu formats alike\n", count);
       return 0;
     }
-    const bool ipv6 = below(random, 4) != 0;
+    const line of = below(random, 4) == 0 ? made_up(random) : port_9(example.bridge(), below(random, 4) != 0);
     const std::string format = random_format(random);
-    if (difference(example.bridge(), format, ipv6).empty())
+    if (difference(of, format).empty())
       continue;
     std::printf("after %lu formats: ", count);
-    show_shortest(example.bridge(), format, ipv6);
+    show_shortest(of, format);
     return 1;
   }
 }

@@ -31,6 +31,7 @@ struct machine {
 
   bool options_read(const string& text, options& o);
   bool options_fit(const string& name, const options& o);
+  std::optional<string> ipv6_joined(const string& text, const string& by);
   std::optional<string> formatted(const string& name, const options& o, string value);
   bool cut_or_pad(const string& name, const options& o, string& value);
   bool macro(const string& written, const string& name, string::size_type name_at);
@@ -41,6 +42,8 @@ bool in(const string& name, const char* list)
 {
   return string(list).find(" " + name + " ") != string::npos;
 }
+
+const char* const digits_of_either_case = "0123456789abcdefABCDEF";
 
 bool mac_name(const string& name)
 {
@@ -133,11 +136,24 @@ bool machine::options_fit(const string& name, const options& o)
   return true;
 }
 
-// Eight groups of four digits, by way of the address itself.
-string ipv6_joined(const string& text, const string& by)
+// Eight groups of four digits, by way of the address itself; of a text that is none, only the number of groups may be
+// wrong, or the groups.
+std::optional<string> machine::ipv6_joined(const string& text, const string& by)
 {
   unsigned char a[16];
-  inet_pton(AF_INET6, text.c_str(), a);
+  if (inet_pton(AF_INET6, text.c_str(), a) != 1) {
+    size_t groups = 0;
+    bool wrong = false;
+    for (size_t at = 0; !text.empty() && at <= text.size(); ++groups) {
+      const string group = text.substr(at, text.find(':', at) - at);
+      wrong =
+          wrong || group.empty() || group.size() > 4 || group.find_first_not_of(digits_of_either_case) != string::npos;
+      at += group.size() + 1;
+    }
+    return fail(wrong ? "ERROR: ipv6AddrStrToVector failed for: " + text + "\n"
+                      : "ERROR: invalid ipv6Parts.size(): " + std::to_string(groups) + "\n"),
+           std::nullopt;
+  }
   string out;
   for (size_t i = 0; i < 16; i += 2)
     out += (i ? by : "") + printed("%04lx", a[i] * 256ul + a[i + 1]);
@@ -157,7 +173,7 @@ std::optional<string> machine::formatted(const string& name, const options& o, s
     return fail("ERROR: invalid flags"), std::nullopt;
   if (name == "HEX") {
     for (char& c : value) {
-      if (!c || !strchr("0123456789abcdefABCDEF", c))
+      if (!c || !strchr(digits_of_either_case, c))
         return std::nullopt;
       if (c >= 'a')
         c = static_cast<char>(c - 'a' + 'A');
@@ -172,19 +188,20 @@ std::optional<string> machine::formatted(const string& name, const options& o, s
     return v4 ? ipv4_joined(value, "%03lu", o.delimiter ? kept_delimiter : ".")
               : ipv6_joined(value, o.delimiter ? kept_delimiter : ":");
   }
-  if (o.hex) {
+  if (v6 && (o.hex ? !value.empty() : o.delimiter)) {
+    const std::optional<string> joined = ipv6_joined(value, o.hex ? "" : kept_delimiter);
+    if (!joined)
+      return std::nullopt;
+    value = *joined;
+  } else if (o.hex) {
     if (mac_name(name))
       value = replaced(value, ":", "");
     else if (v4 || v6)
-      value = value.empty() ? "" : v4 ? ipv4_joined(value, "%02lX", "") : ipv6_joined(value, "");
+      value = value.empty() ? "" : ipv4_joined(value, "%02lX", "");
     else if (value = printed("%lx", number_of(value)); value.size() % 2)
       value = "0" + value;
   } else if (o.delimiter) {
-    if (v6 && value.empty())
-      return fail("ERROR: invalid ipv6Parts.size(): 0\n"), std::nullopt;
-    if (v6)
-      value = ipv6_joined(value, kept_delimiter);
-    else if (v4 || mac_name(name))
+    if (v4 || mac_name(name))
       value = replaced(value, v4 ? "." : ":", kept_delimiter);
     else
       return fail("ERROR: macro not supported for delimiter"), std::nullopt;
@@ -240,7 +257,9 @@ void machine::bytes()
     for (size_t k = 0; k < length; k += 2, i += 2) {
       if (i + 1 >= id.text.size())
         return log(opening + "idStringToBinaryVector failed!");
-      id.bin.push_back(static_cast<unsigned char>(std::stoul(id.text.substr(i, 2), nullptr, 16)));
+      const string pair = id.text.substr(i, 2);
+      const bool digits = pair.find_first_not_of(digits_of_either_case) == string::npos;
+      id.bin.push_back(static_cast<unsigned char>(digits ? std::stoul(pair, nullptr, 16) : 0));
     }
     if (length == 0)
       id.bin.push_back(static_cast<unsigned char>(id.text[i++]));

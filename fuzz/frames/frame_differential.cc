@@ -1,6 +1,6 @@
 // The frame path beside its model: random bridges and records, and everything that can be seen compared: bytes sent,
-// counters, log lines with level and order. A difference is shown by the shortest record that has it.
-// Usage: frame_differential [SEED [SECONDS]]; by default a seed of its own for 2 seconds.
+// what is told of the record, counters, log lines with level and order. A difference is shown by the shortest record
+// that has it. Usage: frame_differential [SEED [SECONDS]]; by default a seed of its own for 2 seconds.
 #include "fuzz/frames/frame_model.h"
 #include "pppoeia/log.h"
 #include "tests/support/records_fixture.h"
@@ -161,8 +161,9 @@ private:
   void give(const model::identifier& from, const pppoeia_port& port, uint16_t vid, identifier& to)
   {
     asked.emplace_back(port.port_id, vid);
-    std::strcpy(to.text, from.text.c_str());
-    to.bin = from.binary;
+    if (!from.text.empty())
+      std::strcpy(to.text, from.text.c_str());
+    to.bin.insert(to.bin.end(), from.binary.begin(), from.binary.end());
   }
   const model::world& w_;
 };
@@ -217,15 +218,14 @@ model::outcome agent(const model::world& w, const model::bytes& record, model::b
   constexpr uint32_t no_port = UINT32_MAX;
   bridge->cur_port = no_port;
   given_identifiers identifiers(w);
-  frame_services services{identifiers, address_get};
+  frame_services services{identifiers, address_get, {"of a frame before", {1, 2, 3}}, {"and another", {4}}};
   syslog_take();
-  const uint32_t length =
-      frame_process(*bridge,
-                    {buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(buffer.size())},
-                    services)
-          .length;
+  const frame_result result = frame_process(
+      *bridge, {buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(buffer.size())}, services);
   model::outcome seen;
-  seen.sent.assign(buffer.begin(), buffer.begin() + length);
+  seen.branch = words_of(result.what).name;
+  seen.told = {result.port, result.vid, result.code, result.of_subscriber, result.ethertype, result.vendor_tag};
+  seen.sent.assign(buffer.begin(), buffer.begin() + result.length);
   seen.counted = counted(bridge->stats);
   seen.kept = {bridge->frame_client_mac, bridge->frame_vlan_words,
                bridge->cur_port == no_port ? 0 : bridge->cur_port + 1, identifiers.asked};
@@ -252,6 +252,10 @@ std::string difference(const model::outcome& seen, const model::outcome& said)
         return text + ", first difference at " + std::to_string(i);
     return text;
   }
+  if (seen.branch != said.branch)
+    return "told that it is " + seen.branch;
+  if (seen.told != said.told)
+    return "told of port, VLAN, code, side, or of the places of EtherType or vendor tag";
   if (seen.kept != said.kept)
     return "kept client, tag words, port, or what identifiers were asked for";
   if (seen.counted != said.counted)

@@ -24,23 +24,26 @@ public:
     for (size_t i = 113; i < 119; ++i)
       result.kept.client = result.kept.client * 256 + byte(i);
     result.kept.words = net16(4) * 65536 + net16(6);
+    result.told.port = host16(52);
     if (received == 0 || host32(48) != received || received > w.longest_record)
-      return drop("record");
+      return drop("record_length");
     length = received;
     if (w.off)
-      return pass("bridge off");
+      return pass("bridge_off");
     say("<%s> >> @%s (%s <-- %s/%04x:%04x), %d bytes.", name(), text16(74).c_str(), mac(107).c_str(), mac(113).c_str(),
         net16(4), net16(6), shown(length));
     dump(">>  ");
     const unsigned port = host16(52);
     if (port == 0 || port >= w.ports.size() || !w.ports[port - 1].present) {
       say("<%s> >> Input device '%s', %d not found.", name(), text16(74).c_str(), port);
-      return drop("port");
+      return drop("unknown_port");
     }
     at = &w.ports[port - 1];
     result.kept.port = port;
-    if (!vlan_comes_under_rules(port))
-      return pass("vlan");
+    const bool enabled = vlan_comes_under_rules(port);
+    result.told.vid = vid;
+    if (!enabled)
+      return pass("vlan_not_enabled");
     return discovery();
   }
 
@@ -163,9 +166,9 @@ private:
   {
     if (net16(ethertype) != 0x8863) {
       say("<%s> >> 0x%04x is not an PPPoE Discovery EtherType.", name(), net16(ethertype));
-      return drop("ethertype");
+      return drop("not_discovery");
     }
-    code = byte(ethertype + 3);
+    code = result.told.code = byte(ethertype + 3);
     payload = net16(ethertype + 6);
     first = ethertype + 8;
     end = first + payload;
@@ -177,8 +180,10 @@ private:
     if (end > received) {
       say("<%s>    PPPoE PDU doesn't fit into frame.", name());
       result.counted = "malformed";
-      return drop("misfit");
+      return drop("payload_past_end");
     }
+    result.told.ethertype = ethertype;
+    result.told.of_subscriber = at->side == 0 || at->side == 1;
     tags_tell();
     return judged();
   }
@@ -270,7 +275,7 @@ private:
     if (at->side == 0) {
       say("<%s> >> PPPoE is disabled on '%s'. Forwarding unchanged.", name(), text16(74).c_str());
       result.counted = "unchanged";
-      return pass("port off");
+      return pass("port_disabled");
     }
     if (at->side == 1 && !from_client && !from_both) {
       say("<%s> >> Only PPPoE client is allowed on '%s'.", name(), text16(74).c_str());
@@ -288,7 +293,7 @@ private:
       if (at->trust == 1) {
         say("<%s>    Port is untrusted, there should be no VSA tag.", name());
         result.counted = "dropped";
-        return drop("untrusted");
+        return drop("tag_untrusted");
       }
     }
     result.counted = code == 0x09   ? "padi"
@@ -297,7 +302,7 @@ private:
                      : code == 0x65 ? "pads"
                      : code == 0xa7 ? "padt"
                                     : "unknown";
-    result.branch = "as it is";
+    result.branch = "unedited";
     bool goes_on = true;
     if (from_server)
       goes_on = vendor_tag_out();
@@ -325,7 +330,7 @@ private:
     const int64_t new_length = static_cast<int64_t>(length) + by;
     if (new_payload < 0 || new_payload > 65535 || new_length < static_cast<int64_t>(first)) {
       say("<%s>    PPPoE PDU doesn't fit into frame.", name());
-      result.branch = "no such length";
+      result.branch = code == 0x09 || code == 0x19 ? "insertion_misfit" : "removal_misfit";
       return false;
     }
     payload = static_cast<size_t>(new_payload);
@@ -349,10 +354,12 @@ private:
   {
     if (vendor == nowhere) {
       say("<%s>    No VSA tag to remove.", name());
+      result.branch = "tag_absent";
       return true;
     }
     if (w.vendor_tag_mode != 1) {
       say("<%s>    VSA tag kept.", name());
+      result.branch = "tag_kept";
       return true;
     }
     const bytes before = r;
@@ -363,7 +370,7 @@ private:
       for (size_t i = next; i < received; ++i)
         r[vendor + i - next] = before[i];
     say("<%s>    Removed VSA tag.", name());
-    result.branch = "removed";
+    result.branch = "tag_removed";
     return true;
   }
 
@@ -441,13 +448,14 @@ private:
     if (w.remote_wanted)
       say("<%s>    Added Remote Agent ID '%s' (%d bytes).", name(), w.remote.text.c_str(),
           static_cast<int>(remote.size()));
-    result.branch = replaces ? "replaced" : "inserted";
+    result.branch = replaces ? "tag_replaced" : "tag_inserted";
+    result.told.vendor_tag = point;
     return true;
   }
 
   bool error_answer()
   {
-    result.branch = "error answer";
+    result.branch = w.own_address ? "error_answered" : "no_own_address";
     say("<%s>    MTU exceeded.", name());
     std::copy_n(r.begin() + 74, 16, r.begin() + 90);
     const std::string device = (w.bridge + "_pppoe").substr(0, 15);

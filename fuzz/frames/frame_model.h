@@ -61,12 +61,24 @@ struct memory {
   bool operator==(const memory&) const = default;
 };
 
+// What is told of a record, for the lists of lines and of drops; 0 for what it did not come to.
+struct account {
+  unsigned port = 0;  // as its header names it
+  unsigned vid = 0;
+  unsigned code = 0;
+  bool of_subscriber = false;
+  size_t ethertype = 0;   // place of that field
+  size_t vendor_tag = 0;  // place of the one that was put in
+  bool operator==(const account&) const = default;
+};
+
 struct outcome {
   memory kept;
+  account told;
   bytes sent;           // empty: dropped
   std::string counted;  // of bridge and port alike; empty: nothing
   std::vector<log_line> log;
-  std::string branch;  // the last decision, for whoever looks for a difference
+  std::string branch;  // the last decision: the record's fate, by its name
 };
 
 // `where` is the address that the record stands at, which some log lines show.

@@ -156,7 +156,7 @@ string argument_make(chooser& choose, const api::argument& wanted)
     if (wanted.name == "mode")
       text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu, 0xfffffffeu}), 4);
     if (wanted.name == "ports")
-      text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65537u}), 4);
+      text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65536u, 65537u}), 4);
     break;
   case api::kind::mac:
     text = raw(0x665544332211u + choose.below(256), 6);
@@ -169,6 +169,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
     break;
   default:
     text = string(choose.below(8) ? 300 : choose.below(wanted.size), '~');
+    if (choose.one_in(4) && !text.empty())  // what stands behind its end stays, too, when nothing is answered
+      text[choose.below(static_cast<unsigned>(text.size()))] = '\0';
   }
   if (choose.one_in(40) && wanted.what != api::kind::out_entry)
     text.resize(choose.below(static_cast<unsigned>(text.size()) + 1));
