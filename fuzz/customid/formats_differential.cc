@@ -151,12 +151,12 @@ private:
 };
 
 // A line whose identifiers are built: the values that the model is told, and the way to the real one.
-struct line {
+struct tried_line {
   value_map values;
   std::function<void(const std::string& format, oracle_identifier& id)> expand;
 };
 
-line port_9(const pppoeia_bridge& bridge, bool ipv6)
+tried_line port_9(const pppoeia_bridge& bridge, bool ipv6)
 {
   return {values_of_port_9(ipv6), [&bridge, ipv6](const std::string& format, oracle_identifier& id) {
             node().ipv6.reset();
@@ -166,7 +166,7 @@ line port_9(const pppoeia_bridge& bridge, bool ipv6)
           }};
 }
 
-line made_up(random_source& random)
+tried_line made_up(random_source& random)
 {
   value_map values;
   for (const macro_row& row : macro_rows) {
@@ -178,7 +178,7 @@ line made_up(random_source& random)
           }};
 }
 
-oracle_identifier generate(const line& of, const std::string& format, int32_t level)
+oracle_identifier generate(const tried_line& of, const std::string& format, int32_t level)
 {
   oracle_identifier id;
   syslog_take();
@@ -202,7 +202,7 @@ std::string shown(const oracle_identifier& id)
 }
 
 // What the two make of a format, where that differs; with log lines and without.
-std::string difference(const line& of, const std::string& format)
+std::string difference(const tried_line& of, const std::string& format)
 {
   oracle_identifier said = oracle_generate(format, of.values);
   for (const int32_t level : {int32_t{log_debug}, int32_t{log_info}}) {
@@ -215,7 +215,7 @@ std::string difference(const line& of, const std::string& format)
   return "";
 }
 
-void show_shortest(const line& of, std::string format)
+void show_shortest(const tried_line& of, std::string format)
 {
   for (size_t at = format.size(); at-- > 0;) {
     std::string shorter = format;
@@ -246,7 +246,7 @@ int main(int argc, char** argv)
       std::printf("%lu formats alike\n", count);
       return 0;
     }
-    const line of = below(random, 4) == 0 ? made_up(random) : port_9(example.bridge(), below(random, 4) != 0);
+    const tried_line of = below(random, 4) == 0 ? made_up(random) : port_9(example.bridge(), below(random, 4) != 0);
     const std::string format = random_format(random);
     if (difference(of, format).empty())
       continue;
