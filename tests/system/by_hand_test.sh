@@ -15,6 +15,7 @@ bash -ex "$work/lines" >"$work/shown" 2>"$work/lines.log" || { cat "$work/shown"
 cat "$work/shown"
 grep -q 'a-server' "$work/shown" || fail "the subscriber does not find the server"
 grep -qE '^padi +1$' "$work/shown" || fail "the PADI is not counted"
-! ip link show line1 2>/dev/null || fail "a cable is left"
+gone() { ! ip link show "$1" >/dev/null 2>&1; }
+wait_for gone line1 || fail "a cable is left"  # the kernel takes its time once the namespace is off
 [ -z "$(ip netns list)" ] || fail "a namespace is left"
 no_sanitizer_complains
