@@ -174,7 +174,7 @@ class Source:
         match = INTEGER.match(token.text)
         if not match or self.word(i - 1) == "=" and self.word(i - 2) in (")", "const", "noexcept", "override"):
             return
-        if WAIT.search(self.line_at(token.start)):
+        if WAIT.search(self.line_at(token.start)) or self.is_parameter_size(i):
             return
         digits, suffix = match.groups()
         digits = digits.replace("'", "")
@@ -183,6 +183,10 @@ class Source:
         value = 0 if value == 1 else value - 1 if self.is_array_size(i) else value + 1
         shape = "0x{:x}" if digits[:2].lower() == "0x" else "0{:o}" if re.fullmatch(r"0[0-7]+", digits) else "{}"
         yield token.start, token.text, [shape.format(value) + suffix]
+
+    def is_parameter_size(self, i):
+        """Of an array that is a parameter: a pointer, whatever its length."""
+        return self.word(i - 1) == "[" and self.is_array_size(i) and self.word(self.within[i - 1]) == "("
 
     def is_array_size(self, i):
         if self.word(i - 1) == "[" and self.word(i + 1) == "]" and self.tokens[i - 2].kind == "word":
