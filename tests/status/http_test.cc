@@ -57,8 +57,10 @@ TEST(HttpRequest, IsRefusedWhenItIsNone)
 // Parts without an end, as a monitor's.
 class endless_body : public http_body {
 public:
+  static inline std::atomic<int> asked{0};
   more next(std::string& to) override
   {
+    ++asked;
     to += "more\n";
     return more::later;
   }
@@ -195,6 +197,7 @@ TEST_F(HttpServer, EndlessAnswersAreFewAndKeepNobodyOut)
     readers.push_back(http_connect(path));
     ASSERT_TRUE(is_served(readers.back()));
   }
+  EXPECT_LT(endless_body::asked, 5000) << "once in some 20 ms";
   EXPECT_EQ(http_exchange(path, request), refusal("503 Service Unavailable"));
   EXPECT_EQ(http_get(path, "/"), "here\n");
   readers.pop_back();  // who leaves makes room
