@@ -135,18 +135,18 @@ TEST(HttpAddress, IsServedAndGivenBack)
   const std::string address = std::string(inet_ntoa(to.sin_addr)) + ":9411";
   const auto open_before = entries("/proc/self/fd");
   for (int round = 0; round < 2; ++round) {
-    http_server server([](const http_request&) { return http_answer{.text = "here\n"}; });
+    http_server serving([](const http_request&) { return http_answer{.text = "here\n"}; });
     for (const char* wrong : {"127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:65536", "127.0.0.1:1 ", "me:1"}) {
-      EXPECT_FALSE(server.listen_at_address(wrong));
+      EXPECT_FALSE(serving.listen_at_address(wrong));
       EXPECT_EQ(errno, EINVAL) << wrong;
     }
-    ASSERT_TRUE(server.listen_at_address(address)) << strerror(errno);
-    EXPECT_FALSE(server.listen_at_address(address));
+    ASSERT_TRUE(serving.listen_at_address(address)) << strerror(errno);
+    EXPECT_FALSE(serving.listen_at_address(address));
     EXPECT_EQ(errno, EADDRINUSE);
     const descriptor peer(socket(AF_INET, SOCK_STREAM, 0));
     ASSERT_EQ(connect(peer.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
     send(peer.get(), "GET / HTTP/1.1\r\n\r\n", 19, MSG_NOSIGNAL);
-    server.serve(std::chrono::minutes(10));
+    serving.serve(std::chrono::minutes(10));
     EXPECT_THAT(http_rest(peer.get()), testing::EndsWith("here\n"));
   }
   EXPECT_EQ(entries("/proc/self/fd"), open_before);

@@ -22,7 +22,7 @@ std::optional<filter> read(const values& asked)
   return filter_read(request);
 }
 
-std::string replaced(const std::string& text, const char* what, const char* by)
+std::string exchanged(const std::string& text, const char* what, const char* by)
 {
   return std::regex_replace(text, std::regex(what), by);
 }
@@ -30,7 +30,7 @@ std::string replaced(const std::string& text, const char* what, const char* by)
 // Times are of no two runs the same.
 std::string without_times(const std::string& text)
 {
-  return replaced(replaced(text, "\"time_ns\":\\d+", "NS"), "\"\\d{4}-[-0-9T:.]+Z\"", "T");
+  return exchanged(exchanged(text, "\"time_ns\":\\d+", "NS"), "\"\\d{4}-[-0-9T:.]+Z\"", "T");
 }
 
 class Reports : public testing::Test {
@@ -63,32 +63,32 @@ protected:
   // A dial-in whose texts are anybody's, to its end with an error of that tag; without one the PADI alone.
   static void dial_in(bridge_status* bridge, uint16_t port, const std::string& text, uint16_t error = 0)
   {
-    const byte_string client = test_frame{}.source, server{0x02, 0, 0, 0, 0, 0x99};
-    const std::string vendor = vendor_value(text, "r") + std::string("\x02\x00", 2);
+    const byte_string line = test_frame{}.source, access{0x02, 0, 0, 0, 0, 0x99};
+    const std::string identifiers = vendor_value(text, "r") + std::string("\x02\x00", 2);
     const auto learn = [&](const test_frame& frame, uint64_t at_ns) {
       byte_string record = frame.build();
-      std::ranges::copy(frame.source == server ? client : server, record.begin() + kernel_header::size);
+      std::ranges::copy(frame.source == access ? line : access, record.begin() + kernel_header::size);
       const auto size = static_cast<uint32_t>(record.size());
       const auto first_tag = static_cast<uint32_t>(frame.tags_offset());
       bridge->lines.learn({record.data(), size, size},
                           {.length = size,
                            .what = fate::tag_inserted,
                            .code = frame.code,
-                           .of_subscriber = frame.source == client,
+                           .of_subscriber = frame.source == line,
                            .port = port,
                            .vid = 9,
                            .ethertype = static_cast<uint32_t>(frame.ethertype_offset()),
-                           .vendor_tag = frame.source == client ? first_tag : 0},
+                           .vendor_tag = frame.source == line ? first_tag : 0},
                           at_ns);
     };
-    learn({.code = 0x09, .tags = {{0x0105, vendor}, {0x0101, text}}}, 1'000'000);
+    learn({.code = 0x09, .tags = {{0x0105, identifiers}, {0x0101, text}}}, 1'000'000);
     if (error == 0)
       return;
-    learn({.code = 0x07, .tags = {{0x0102, text}}, .source = server}, 2'000'000);
-    learn({.code = 0x19, .tags = {{0x0105, vendor}}}, 3'000'000);
-    learn({.code = 0x65, .session_id = 77, .source = server}, 4'999'999);
-    learn({.code = 0xa7, .tags = {{0x0000, ""}}, .session_id = 76, .source = client}, 5'000'000);
-    learn({.code = 0xa7, .tags = {{error, text}}, .session_id = 77, .source = error == 0x0201 ? client : server},
+    learn({.code = 0x07, .tags = {{0x0102, text}}, .source = access}, 2'000'000);
+    learn({.code = 0x19, .tags = {{0x0105, identifiers}}}, 3'000'000);
+    learn({.code = 0x65, .session_id = 77, .source = access}, 4'999'999);
+    learn({.code = 0xa7, .tags = {{0x0000, ""}}, .session_id = 76, .source = line}, 5'000'000);
+    learn({.code = 0xa7, .tags = {{error, text}}, .session_id = 77, .source = error == 0x0201 ? line : access},
           5'000'000);
   }
   static std::string all_of(http_body& body)
@@ -132,8 +132,8 @@ TEST_F(Reports, AreWrittenAsEver)
   dial_in(first, 1, "half");
   const std::string metrics = metrics_text(metrics_style::openmetrics);
   EXPECT_EQ(metrics + lines({}) + drops({}) + all_of(*monitor), file_text(TEST_FOLDER "/reports.txt"));
-  EXPECT_EQ(replaced(metrics_text(metrics_style::prometheus), R"((# \w+ \w+)_total )", "$1 "),
-            replaced(metrics, "# UNIT.*\n", ""));
+  EXPECT_EQ(exchanged(metrics_text(metrics_style::prometheus), R"((# \w+ \w+)_total )", "$1 "),
+            exchanged(metrics, "# UNIT.*\n", ""));
   EXPECT_EQ(lines({{"bridge", "a"}, {"port", "1"}}) + lines({{"mac", "02:11:22:aa:bb:cd"}}),
             lines({{"bridge", "a"}, {"port", "1"}, {"mac", "02:11:22:aa:bb:cc"}}) + "{\"lines\":[\n]}\n");
   EXPECT_EQ(std::ranges::count(lines({{"port", "2"}}), '\n'), 3);
