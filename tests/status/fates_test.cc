@@ -77,7 +77,7 @@ std::map<std::string, int> counters()
   std::map<std::string, int> all;
   std::istringstream text(metrics_text(metrics_style::prometheus));
   for (std::string line; std::getline(text, line);)
-    if (!line.starts_with("#") && line.find("_seconds") == line.npos)
+    if (!line.starts_with("#") && line.find("_seconds") == line.npos && line.find("_depth") == line.npos)
       all[line.substr(0, line.rfind(' '))] = std::stoi(line.substr(line.rfind(' ')));
   return all;
 }
