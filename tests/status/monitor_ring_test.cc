@@ -61,15 +61,16 @@ TEST(MonitorRing, FramesAreWholeWhileTheWorkerGoesOn)
   constexpr uint64_t frames = 300'000;
   const auto ring = std::make_unique<monitor_ring>();
   monitor_ring::place at = ring->watch();
+  watched_frame frame;
+  uint64_t lost = 0, read = 1;
   pass(*ring, 1);
+  ASSERT_TRUE(ring->read(at, frame, lost));  // from here on it is told what it loses
   std::atomic<bool> done{false};
   std::thread worker([&] {
     for (uint64_t number = 2; number <= frames; ++number)
       pass(*ring, number);
     done = true;
   });
-  watched_frame frame;
-  uint64_t lost = 0, read = 0;
   for (bool over = false; !over && !HasFatalFailure();) {
     const bool ended = done;
     if (ring->read(at, frame, lost)) {
