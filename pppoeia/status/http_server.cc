@@ -23,8 +23,6 @@ constexpr size_t part_size = 64 * 1024;  // of an answer that is made before it 
 const char* reason_of(int status)
 {
   switch (status) {
-  case 200:
-    return "OK";
   case 400:
     return "Bad Request";
   case 404:

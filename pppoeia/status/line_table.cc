@@ -369,7 +369,6 @@ void line_table::server_says(entry& line, const heard& frame)
   line.pads_ns.set(frame.now_ns);
   line.setup_ns.set(line.first_padi_ns.own() ? frame.now_ns - line.first_padi_ns.own() : 0);
   line.error.set(0);
-  line.error_text.set({});
 }
 
 void line_table::ended(slot_number slot, const heard& frame, bool by_client)

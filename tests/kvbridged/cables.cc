@@ -150,7 +150,7 @@ void cabled_bridge::stop()
 
 long cabled_bridge::count(const std::string& name) const
 {
-  const std::string line = bridge_->statistics();
+  const std::string line = statistics();
   const size_t at = line.find(" " + name + " ");
   return at == std::string::npos ? -1 : std::stol(line.substr(at + name.size() + 2));
 }

@@ -55,7 +55,8 @@ public:
   void start();
   // Ends the traffic; counts are to be read from then on.
   void stop();
-  // A count of the line of statistics.
+  std::string statistics() const { return bridge_->statistics(); }
+  // A count of that line.
   long count(const std::string& name) const;
 
 private:

@@ -67,18 +67,8 @@ protected:
   std::unique_ptr<discovery_bpf, void (*)(discovery_bpf*)> loaded{nullptr, discovery_bpf__destroy};
 };
 
-int expected(frame_kind kind)
-{
-  switch (kind) {
-  case frame_kind::discovery:
-    return TC_ACT_REDIRECT;
-  case frame_kind::hidden:
-    return TC_ACT_SHOT;
-  case frame_kind::other:
-    return TC_ACT_UNSPEC;
-  }
-  return -2;
-}
+// By frame_kind.
+constexpr int verdicts[] = {TC_ACT_REDIRECT, TC_ACT_SHOT, TC_ACT_UNSPEC};
 
 // What the agent's side takes for discovery is taken out, and what it calls hidden passes here no more than there.
 TEST_F(DiscoveryProgram, AgreesWithClassify)
@@ -90,7 +80,8 @@ TEST_F(DiscoveryProgram, AgreesWithClassify)
   const auto compare = [&](frame_bytes frame, bool padded) {
     if (padded)
       frame.resize(60);
-    ASSERT_EQ(verdict(frame), expected(classify(frame, stag).kind)) << testing::PrintToString(frame);
+    ASSERT_EQ(verdict(frame), verdicts[static_cast<size_t>(classify(frame, stag).kind)])
+        << testing::PrintToString(frame);
   };
   each_stack(stag, [&](const std::vector<uint16_t>& tags) {
     for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x8864}, uint16_t{0x9400}, uint16_t{1500}})

@@ -65,16 +65,6 @@ TEST(Classify, EveryStackOfTags)
   });
 }
 
-TEST(Classify, FramesAsTheyAreWritten)
-{
-  for (const auto& [name, ethertype] : {std::pair("padi", 12u), std::pair("padi-tagged", 16u),
-                                        std::pair("padi-double-tagged", 20u), std::pair("padi-past-end", 12u)}) {
-    const frame_class found = classify(golden_frame(name), own_stag);
-    EXPECT_EQ(found.kind, frame_kind::discovery) << name;
-    EXPECT_EQ(found.ethertype, ethertype) << name;
-  }
-}
-
 TEST(Classify, AFrameThatEndsInItsTagsIsHidden)
 {
   frame_bytes frame = frame_head(everybody, host_address(1), {0x8100, 0x8100}, discovery_ethertype);
@@ -89,11 +79,7 @@ TEST(Classify, DiscoveryBehindSnapIsHidden)
     for (const std::vector<uint16_t>& inside : {std::vector<uint16_t>{}, {0x8100}})
       for (const unsigned char kind : std::initializer_list<unsigned char>{0x00, 0xf8, 0x80})
         for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
-          frame_bytes frame = frame_head(everybody, host_address(1), outside, 40);
-          for (const unsigned char byte : std::initializer_list<unsigned char>{0xaa, 0xaa, 0x03, 0x00, 0x00, kind})
-            frame.push_back(byte);
-          const frame_bytes rest = frame_head(everybody, host_address(1), inside, ethertype);
-          frame.insert(frame.end(), rest.begin() + ethertype_offset, rest.end());
+          const frame_bytes frame = behind_snap(outside, inside, kind, ethertype);
           const bool hides = ethertype == discovery_ethertype && kind != 0x80;
           EXPECT_EQ(classify(frame, own_stag).kind, hides ? frame_kind::hidden : frame_kind::other);
         }
@@ -122,6 +108,25 @@ TEST(DiscoveryFilter, AgreesWithClassify)
   cut.pop_back();
   EXPECT_FALSE(discovery.passes(cut));
   EXPECT_TRUE(others.passes(cut));
+}
+
+// Behind ten bytes of what is left to do.
+TEST(PortReader, TakesWholeFramesAlone)
+{
+  constexpr size_t left_to_do = 10, largest = 65536 + 14 + 4 * 4;
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends), 0);
+  const descriptor from(ends[0]), to(ends[1]);
+  port_reader reader;
+  for (const auto& [size, whole] :
+       {std::pair<size_t, bool>{13, false}, {14, true}, {largest, true}, {largest + 1, false}}) {
+    const frame_bytes sent(left_to_do + size, 7);
+    EXPECT_EQ(send(from.get(), sent.data(), sent.size(), 0), static_cast<ssize_t>(sent.size()));
+    const auto frame = reader.read(to.get());
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->bytes.size(), whole ? size : 0);
+  }
+  EXPECT_FALSE(reader.read(to.get()));
 }
 
 TEST(ErrorAnswer, GoesBackBehindTheSameTags)

@@ -2,11 +2,15 @@
 
 #include "base/packed.h"
 #include "platform/kvbridge/record_header.h"
+#include "platform/kvbridged/caller_memory.h"
 #include "tests/kvbridged/frames.h"
 #include "tests/support/golden_frame.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -58,6 +62,23 @@ TEST(Record, ThatSaysItIsLongerOrTooShortIsNone)
   ASSERT_TRUE(record_parse(record));
   EXPECT_EQ(record_parse(record)->frame.size(), 14u);
   EXPECT_FALSE(record_parse(frame_view(record).first(header + 13)));
+}
+
+// A name may end where the caller's memory does.
+TEST(CallerMemory, IsReadToItsEnd)
+{
+  constexpr size_t page = 4096;
+  void* const map = mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(map, MAP_FAILED);
+  auto* const begin = static_cast<char*>(map);
+  std::fill(begin, begin + 2 * page, 'x');
+  ASSERT_EQ(mprotect(begin + 2 * page, page, PROT_NONE), 0);
+  EXPECT_EQ(caller_bytes(getpid(), begin + page - 5, 16), std::string(16, 'x'));
+  EXPECT_EQ(caller_bytes(getpid(), begin + 2 * page - 5, 16), "xxxxx");
+  EXPECT_EQ(caller_bytes(getpid(), begin + 2 * page, 16), "");
+  munmap(map, 3 * page);
+  std::thread([] { EXPECT_EQ(process_of(gettid()), getpid()); }).join();
+  EXPECT_EQ(process_of(-1), 0);
 }
 
 }  // namespace

@@ -43,15 +43,17 @@ TEST(Settings, WhatIsNoneIsSaid)
   for (const char* text : {"", "eth1", "=1", "eth1=", "eth1=0", "eth1=65536", "eth1=1x"})
     EXPECT_THROW(port_number_parse(text, kernel), fatal) << text;
   EXPECT_TRUE(kernel.numbers.empty());
-  for (const char* text : {"", "0", "20,40", "20,burst=0", "20,burst=", "-1", "20,burst=40,burst=50"})
+  for (const char* text :
+       {"", "0", "20,40", "20,burst=0", "20,burst=", "-1", "20,burst=40,burst=50", "1000001", "20,burst=1000001"})
     EXPECT_THROW(padi_rate_parse(text), fatal) << text;
 }
 
 TEST(Settings, BurstOfPadiIsASecondsWorthUnlessGiven)
 {
   EXPECT_EQ(padi_rate_parse("20").burst, 20u);
-  EXPECT_EQ(padi_rate_parse("20,burst=40").burst, 40u);
-  EXPECT_EQ(padi_rate_parse("20,burst=40").per_second, 20u);
+  const padi_rate given = padi_rate_parse("20,burst=1000000");
+  EXPECT_EQ(given.burst, 1'000'000u);
+  EXPECT_EQ(given.per_second, 20u);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ protected:
   }
   ~DropAlarm() override { bridge_statuses::close(bridge); }
 
-  void drop(int count, uint16_t port = 3)
+  void drop(int count, uint16_t port = 8)
   {
     unsigned char record[kernel_header::size + 60] = {};
     record[kernel_header::size + 11] = 7;
@@ -45,12 +45,23 @@ TEST_F(DropAlarm, IsToldOnceAndWhenItIsOver)
   drop(6);
   EXPECT_THAT(told(30), IsEmpty());
   drop(5);
-  EXPECT_THAT(told(), ElementsAre("<br0> Port 3 drops frames, 11 in a minute: the port's side may not send this code."
-                                  " The last was from 00:00:00:00:00:07."));
+  alarm.look(second);
+  EXPECT_THAT(told(0), IsEmpty()) << "once a second";
+  const auto begins = ElementsAre("<br0> Port 8 drops frames, 11 in a minute: the port's side may not send this code."
+                                  " The last was from 00:00:00:00:00:07.");
+  EXPECT_THAT(told(), begins);
   drop(100);
-  EXPECT_THAT(told(58), IsEmpty());
-  EXPECT_THAT(told(5), ElementsAre("<br0> Port 3 drops hardly a frame any more, there were 111."));
+  EXPECT_THAT(told(10), IsEmpty());
+  drop(5);
+  EXPECT_THAT(told(50), IsEmpty());
+  EXPECT_THAT(told(), ElementsAre("<br0> Port 8 drops hardly a frame any more, there were 116."));
   EXPECT_THAT(told(300), IsEmpty());
+  drop(11);
+  EXPECT_THAT(told(), begins);
+  const std::weak_ptr gone = bridge_statuses::all()[0];
+  bridge_statuses::close(std::exchange(bridge, nullptr));
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_TRUE(gone.expired());
 }
 
 TEST_F(DropAlarm, CountsAMinuteAndAPort)
@@ -58,7 +69,8 @@ TEST_F(DropAlarm, CountsAMinuteAndAPort)
   for (int i = 0; i < 10; ++i) {
     drop(5);
     drop(5, 4);
-    EXPECT_THAT(told(31), IsEmpty()) << "10 in a minute are borne";
+    second += 30;  // nobody looked
+    EXPECT_THAT(told(), IsEmpty()) << "10 in a minute are borne";
   }
   drop(11, 0);
   EXPECT_THAT(told(), IsEmpty()) << "of no port";

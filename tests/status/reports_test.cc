@@ -1,16 +1,16 @@
-// What the status socket tells, to the last field: metrics, lines, dropped frames, and which of them were asked for.
+// What the status socket tells, to the last byte: metrics, lines, dropped and passing frames, and which were asked for.
 #include "platform/kvbridge/record_header.h"
 #include "pppoeia/status/bridge_status.h"
+#include "pppoeia/status/options.h"
 #include "pppoeia/status/reports.h"
+#include "tests/support/files.h"
+#include "tests/support/records_fixture.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <regex>
 
 namespace {
 
-using nlohmann::json;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 using values = std::vector<std::pair<std::string, std::string>>;
@@ -22,6 +22,17 @@ std::optional<filter> read(const values& asked)
   return filter_read(request);
 }
 
+std::string exchanged(const std::string& text, const char* what, const char* by)
+{
+  return std::regex_replace(text, std::regex(what), by);
+}
+
+// Times are of no two runs the same.
+std::string without_times(const std::string& text)
+{
+  return exchanged(exchanged(text, "\"time_ns\":\\d+", "NS"), "\"\\d{4}-[-0-9T:.]+Z\"", "T");
+}
+
 class Reports : public testing::Test {
 protected:
   ~Reports() override
@@ -30,105 +41,159 @@ protected:
     bridge_statuses::close(first);
   }
 
-  // A frame of 60 bytes of client 02:00:00:00:00:`last_byte`, as the frame path leaves it.
+  // A frame of client 02:00:00:00:00:`last_byte`, of `size` bytes, as the frame path leaves it.
   static void done(bridge_status* bridge, fate what, uint8_t code, uint16_t port, unsigned char last_byte = 1,
-                   uint64_t at_ns = 1)
+                   uint64_t at_ns = 1, uint32_t size = 60)
   {
-    unsigned char record[kernel_header::size + 100] = {};
-    unsigned char* const frame = record + kernel_header::size;
+    std::vector<unsigned char> record(kernel_header::size + size + 100);
+    unsigned char* const frame = record.data() + kernel_header::size;
+    frame[0] = 4;
     frame[6] = 2;
     frame[11] = last_byte;
-    const frame_record view{record, kernel_header::size + 60, sizeof record};
-    bridge->frame_done(view, {.length = 0, .what = what, .code = code, .port = port, .vid = 9}, at_ns);
+    const auto all = static_cast<uint32_t>(record.size());
+    const frame_record view{record.data(), all - 100, all};
+    const bool dropped = class_of(what) == fate_class::dropped;
+    const frame_result result{
+        .length = dropped ? 0 : view.received, .what = what, .code = code, .port = port, .vid = 9};
+    bridge->monitor.came(view);
+    if (bridge->monitor.watched())
+      bridge->monitor.left(view, result, at_ns);
+    bridge->frame_done(view, result, at_ns);
   }
-  static std::vector<std::string> lines_with(const std::string& part, metrics_style style)
+  // A dial-in whose texts are anybody's, to its end with an error of that tag; without one the PADI alone.
+  static void dial_in(bridge_status* bridge, uint16_t port, const std::string& text, uint16_t error = 0)
   {
-    std::vector<std::string> found;
-    std::istringstream text(metrics_text(style));
-    for (std::string line; std::getline(text, line);)
-      if (line.find(part) != std::string::npos)
-        found.push_back(line);
-    return found;
+    const byte_string line = test_frame{}.source, access{0x02, 0, 0, 0, 0, 0x99};
+    const std::string identifiers = vendor_value(text, "r") + std::string("\x02\x00", 2);
+    const auto learn = [&](const test_frame& frame, uint64_t at_ns) {
+      byte_string record = frame.build();
+      std::ranges::copy(frame.source == access ? line : access, record.begin() + kernel_header::size);
+      const auto size = static_cast<uint32_t>(record.size());
+      const auto first_tag = static_cast<uint32_t>(frame.tags_offset());
+      bridge->lines.learn({record.data(), size, size},
+                          {.length = size,
+                           .what = fate::tag_inserted,
+                           .code = frame.code,
+                           .of_subscriber = frame.source == line,
+                           .port = port,
+                           .vid = 9,
+                           .ethertype = static_cast<uint32_t>(frame.ethertype_offset()),
+                           .vendor_tag = frame.source == line ? first_tag : 0},
+                          at_ns);
+    };
+    learn({.code = 0x09, .tags = {{0x0105, identifiers}, {0x0101, text}}}, 1'000'000);
+    if (error == 0)
+      return;
+    learn({.code = 0x07, .tags = {{0x0102, text}}, .source = access}, 2'000'000);
+    learn({.code = 0x19, .tags = {{0x0105, identifiers}}}, 3'000'000);
+    learn({.code = 0x65, .session_id = 77, .source = access}, 4'999'999);
+    learn({.code = 0xa7, .tags = {{0x0000, ""}}, .session_id = 76, .source = line}, 5'000'000);
+    learn({.code = 0xa7, .tags = {{error, text}}, .session_id = 77, .source = error == 0x0201 ? line : access},
+          5'000'000);
   }
-  static json dropped(const values& asked) { return json::parse(drops_report(read(asked).value()))["drops"]; }
+  static std::string all_of(http_body& body)
+  {
+    std::string text;
+    while (body.next(text) == http_body::more::yes) {
+    }
+    return without_times(text);
+  }
+  static std::string lines(const values& asked) { return all_of(*lines_report(read(asked).value())); }
+  static std::string drops(const values& asked) { return without_times(drops_report(read(asked).value())); }
+  static std::ptrdiff_t drop_count(const values& asked) { return std::ranges::count(drops(asked), '\n') - 2; }
 
+  bridge_status* second = bridge_statuses::open("z\"\\\n\x1f \x7f~", 3);
   bridge_status* first = bridge_statuses::open("a", 3);
-  bridge_status* second = bridge_statuses::open("z\"\\\n\x7f~", 2);
 };
 
-TEST_F(Reports, MetricsAreSummedNamedAndEscaped)
+TEST_F(Reports, AreWrittenAsEver)
 {
+  const auto monitor = monitor_report({});
+  done(second, fate::tag_untrusted, 0x09, 2, 7, 10'500'000'000);
   done(first, fate::role, 0x07, 3);
-  done(first, fate::role, 0x07, 1);
+  done(first, fate::role, 0x65, 1);
   done(first, fate::unknown_port, 0, 2);
   done(first, fate::tag_inserted, 0x09, 3);
-  done(first, fate::tag_inserted, 0x42, 3);
-  done(first, fate::role, 0x07, 4);
-  first->records.add(7);
-  second->queue_depth.set(5);
-  const auto style = metrics_style::openmetrics;
-  EXPECT_THAT(
-      lines_with("a\",port=", style),
-      ElementsAre("pppoeia_port_accepted_packets_total{bridge=\"a\",port=\"3\",code=\"padi\"} 1",
-                  "pppoeia_port_accepted_packets_total{bridge=\"a\",port=\"3\",code=\"other\"} 1",
-                  "pppoeia_port_vendor_specific_tag_inserted_packets_to_server_total{bridge=\"a\",port=\"3\"} 2",
-                  "pppoeia_port_dropped_packets_total{bridge=\"a\",port=\"1\",reason=\"role\"} 1",
-                  "pppoeia_port_dropped_packets_total{bridge=\"a\",port=\"3\",reason=\"role\"} 1"));
-  EXPECT_THAT(lines_with("bridge_dropped_packets_total{bridge=\"a\",reason=\"", style),
-              testing::IsSupersetOf({"pppoeia_bridge_dropped_packets_total{bridge=\"a\",reason=\"role\"} 3",
-                                     "pppoeia_bridge_dropped_packets_total{bridge=\"a\",reason=\"unknown_port\"} 1"}));
-  EXPECT_THAT(lines_with("inserted_packets_to_server_total{", style), testing::SizeIs(3));
-  EXPECT_THAT(lines_with("queue_depth", style),
-              ElementsAre(HasSubstr("# HELP"), "# TYPE pppoeia_bridge_queue_depth gauge",
-                          "pppoeia_bridge_queue_depth{bridge=\"a\"} 0",
-                          "pppoeia_bridge_queue_depth{bridge=\"z\\\"\\\\\\\\x0a\\\\x7f~\"} 5"));
-  EXPECT_THAT(lines_with("bridge_records", style),
-              ElementsAre(HasSubstr("# HELP pppoeia_bridge_records Rec"), "# TYPE pppoeia_bridge_records counter",
-                          "pppoeia_bridge_records_total{bridge=\"a\"} 7", HasSubstr("} 0")));
-  EXPECT_THAT(lines_with("TYPE pppoeia_bridge_records", metrics_style::prometheus),
-              ElementsAre("# TYPE pppoeia_bridge_records_total counter"));
-  EXPECT_THAT(lines_with("pppoeia_bridges", style),
-              ElementsAre(HasSubstr("# HELP"), "# TYPE pppoeia_bridges gauge", "pppoeia_bridges 2"));
-  EXPECT_TRUE(metrics_text(style).ends_with("\n# EOF\n"));
-}
-
-TEST_F(Reports, PathTimesAreCountedUpToTheirBounds)
-{
+  done(first, fate::port_disabled, 0x42, 3);
+  done(first, fate::error_answered, 0x42, 3);
+  done(first, fate::role, 0x07, 4, 0xff, 1, 66);
   for (const uint64_t ns : {0, 250, 251, 64'000, 64'001, 1'000'000, 1'000'001})
     first->path.add(ns);
-  const std::string name = "pppoeia_bridge_frame_path_seconds";
-  const auto bucket = [&](const char* bound, int count) {
-    return name + "_bucket{bridge=\"a\",le=\"" + bound + "\"} " + std::to_string(count);
-  };
-  EXPECT_THAT(lines_with(name + "_", metrics_style::openmetrics),
-              testing::IsSupersetOf({bucket("2.5e-07", 2), bucket("5e-07", 3), bucket("1e-06", 3), bucket("6.4e-05", 4),
-                                     bucket("0.001", 6), bucket("+Inf", 7), name + "_sum{bridge=\"a\"} 0.002128503",
-                                     name + "_count{bridge=\"a\"} 7"}));
-  EXPECT_THAT(lines_with("# UNIT", metrics_style::openmetrics), ElementsAre("# UNIT " + name + " seconds"));
-  EXPECT_THAT(lines_with("# UNIT", metrics_style::prometheus), ElementsAre());
+  first->records.add(7);
+  first->batches.add(6);
+  first->send_failures.add(2);
+  first->lost.add(4);
+  second->queue_depth.set(5);
+  const std::string strange("\x00\x1b[2J\"\\\xff\xc3\n ~\x7f", 13);
+  dial_in(first, 2, "plain", 0x0201);
+  dial_in(second, 1, strange);
+  dial_in(second, 3, strange, 0x0203);
+  dial_in(first, 3, "", 0x0202);
+  dial_in(first, 1, "half");
+  const std::string metrics = metrics_text(metrics_style::openmetrics);
+  EXPECT_EQ(metrics + lines({}) + drops({}) + all_of(*monitor), file_text(TEST_FOLDER "/reports.txt"));
+  EXPECT_EQ(exchanged(metrics_text(metrics_style::prometheus), R"((# \w+ \w+)_total )", "$1 "),
+            exchanged(metrics, "# UNIT.*\n", ""));
+  EXPECT_EQ(lines({{"bridge", "a"}, {"port", "1"}}) + lines({{"mac", "02:11:22:aa:bb:cd"}}),
+            lines({{"bridge", "a"}, {"port", "1"}, {"mac", "02:11:22:aa:bb:cc"}}) + "{\"lines\":[\n]}\n");
+  EXPECT_EQ(std::ranges::count(lines({{"port", "2"}}), '\n'), 3);
+  EXPECT_EQ(first->lines.slots(), 3 * 16u);
 }
 
 TEST_F(Reports, TheLastDropsAreToldOldestFirst)
 {
-  const size_t most = drop_list::most;
+  const size_t most = 1024;
   for (uint64_t i = 1; i <= most + 3; ++i)
-    done(first, fate::role, 0x07, 1, 1, i * 1'000'000'000);
+    done(first, fate::role, 0x07, 1, 1, std::max<uint64_t>(i, 6) * 1'000'000'000);
   done(second, fate::tag_untrusted, 0x09, 2, 7, 10'500'000'000);
-  EXPECT_EQ(first->drops.all().size(), most);
-  EXPECT_EQ(first->drops.all()[0].at_ns, 4'000'000'000u);
-  const json all = dropped({});
-  ASSERT_EQ(all.size(), most) << "of all bridges";
-  EXPECT_EQ(all[6]["bridge"], "z\"\\\n\x7f~");
-  EXPECT_EQ(all[6]["client"], "02:00:00:00:00:07");
-  EXPECT_EQ(all[6]["vlan"], 9);
-  EXPECT_EQ(all[6]["code"], "PADI");
-  EXPECT_EQ(all[6]["meaning"], words_of(fate::tag_untrusted).text);
-  EXPECT_EQ(all[6]["length"], 60);
-  EXPECT_EQ(all[6]["bytes"].get<std::string>().size(), 120u);
-  EXPECT_EQ(dropped({{"bridge", "a"}}).size(), most);
-  EXPECT_EQ(dropped({{"bridge", "b"}}).size(), 0u);
+  ASSERT_EQ(first->drops.all().size(), most);
+  EXPECT_EQ(first->drops.all()[3].at_ns, 7'000'000'000u);
+  EXPECT_EQ(drop_count({}), most) << "of all bridges";
+  const std::string text = drops({});
+  EXPECT_EQ(std::ranges::count(text.substr(0, text.find(":07\"")), '\n'), 7) << "by time";
+  EXPECT_EQ(drop_count({{"bridge", "a"}}), most);
+  EXPECT_EQ(drops({{"bridge", "b"}}), "{\"drops\":[\n]}\n");
   for (const auto& one : values{{"port", "2"}, {"mac", "02:00:00:00:00:07"}, {"code", "PADI"}})
-    EXPECT_EQ(dropped({one}).size(), 1u) << one.first;
+    EXPECT_EQ(drop_count({one}), 1) << one.first;
+}
+
+// Bridges come and go under a watcher, who may want less than all and may not keep up.
+TEST_F(Reports, AMonitorTellsWhatIsWantedAndHowMuchItLost)
+{
+  auto monitor = monitor_report(read({{"port", "2"}, {"code", "PADI"}, {"dropped", "1"}}).value());
+  const auto other = monitor_report(read({{"bridge", "b"}}).value());
+  bridge_status* const late = bridge_statuses::open("b", 2);
+  EXPECT_EQ(all_of(*monitor) + all_of(*other), "");
+  for (bridge_status* bridge : {first, second, late}) {
+    done(bridge, fate::role, 0x09, 1);
+    done(bridge, fate::role, 0x07, 2);
+    done(bridge, fate::tag_inserted, 0x09, 2);
+    done(bridge, fate::role, 0x09, 2);
+  }
+  std::string text = all_of(*monitor);
+  EXPECT_EQ(std::ranges::count(text, '\n'), 3);
+  EXPECT_EQ(std::ranges::count(all_of(*other), '\n'), 4);
+  for (int i = 0; i < 100; ++i)
+    done(late, fate::role, 0x09, 2, 1, 1, 3000);
+  text.clear();
+  EXPECT_EQ(monitor->next(text), http_body::more::yes) << "in parts";
+  text += all_of(*monitor);
+  EXPECT_EQ(std::ranges::count(text, '\n'), 100);
+  EXPECT_THAT(text, HasSubstr("\"length_before\":3000,\"length_after\":0,\"before\":\"04"));
+  EXPECT_THAT(text, testing::Not(HasSubstr(std::string(2 * 2048, '0'))));
+  for (int i = 0; i < 9000; ++i)
+    done(late, fate::role, 0x09, 2);
+  EXPECT_EQ(all_of(*monitor), "");
+  done(late, fate::tag_inserted, 0x09, 2);
+  EXPECT_EQ(all_of(*monitor), "{\"lost\":9000}\n");
+  const std::weak_ptr gone = bridge_statuses::all()[1];
+  bridge_statuses::close(late);
+  EXPECT_EQ(all_of(*monitor) + all_of(*other), "");
+  EXPECT_TRUE(gone.expired());
+  monitor_report({}).reset();
+  EXPECT_TRUE(first->monitor.watched());
+  monitor.reset();
+  EXPECT_FALSE(first->monitor.watched());
 }
 
 TEST(WallClock, WritesTimesOfTheSteadyClock)
@@ -148,16 +213,12 @@ TEST(Filter, IsReadFromARequest)
   const auto all =
       read({{"bridge", "br0"}, {"port", "7"}, {"mac", "02:11-22:aA:bb:cc"}, {"code", "pads"}, {"dropped", "1"}});
   ASSERT_TRUE(all);
-  EXPECT_EQ(all->bridge, "br0");
-  EXPECT_EQ(all->port, 7u);
-  EXPECT_EQ(all->client, 0x021122aabbccu);
   EXPECT_EQ(all->code, 0x65);
   EXPECT_TRUE(all->dropped_only);
   EXPECT_TRUE(all->wants("br0") && all->wants(7, 0x021122aabbcc));
   EXPECT_FALSE(all->wants("br1") || all->wants(8, 0x021122aabbcc) || all->wants(7, 1));
-  EXPECT_FALSE(read({{"dropped", "0"}})->dropped_only);
+  EXPECT_FALSE(read({{"dropped", "0"}})->dropped_only || read({})->dropped_only);
   EXPECT_EQ(read({{"code", "167"}})->code, 0xa7);
-  EXPECT_TRUE(read({})->wants("any") && read({})->wants(1, 2));
   for (const auto& [name, value] : {std::pair("port", ""),
                                     {"port", "7x"},
                                     {"port", "-1"},
@@ -172,6 +233,31 @@ TEST(Filter, IsReadFromARequest)
                                     {"colour", "red"}})
     EXPECT_FALSE(read({{name, value}})) << name << "=" << value;
   EXPECT_EQ(code_text(0x19) + code_text(0xa7) + code_text(8), "PADRPADT8");
+}
+
+TEST(Options, AreTakenFromTheLeastToTheMost)
+{
+  std::string taken;
+  for (const char* given : {"", "1", "2", "9", "10", "5x", "-5", "99999999999"}) {
+    setenv("PPPOEIA_TEST_NUMBER", given, 1);
+    taken += std::to_string(number_option("PPPOEIA_TEST_NUMBER", 7, 2, 9)) + " ";
+  }
+  EXPECT_EQ(taken, "7 7 2 9 7 7 7 7 ");
+}
+
+// Values of one thread that another reads: bytes of every length, over longer and shorter ones.
+TEST(SharedBytes, AreTheFirstSoMany)
+{
+  unsigned char bytes[80];
+  for (size_t i = 0; i < sizeof bytes; ++i)
+    bytes[i] = static_cast<unsigned char>(200 + i);
+  shared_bytes<63> kept;
+  for (size_t size = 0; size <= sizeof bytes; ++size) {
+    kept.set(const_bytes(bytes, size));
+    EXPECT_EQ(kept.get(), std::string(reinterpret_cast<const char*>(bytes), std::min<size_t>(size, 63)));
+    kept.set({});
+    EXPECT_EQ(kept.get(), "");
+  }
 }
 
 }  // namespace

@@ -79,6 +79,15 @@ protected:
     running.emplace(std::vector<std::string>{PROGRAMS "/kvbridged", "run", "--bridge", "br0"});
     ASSERT_TRUE(wait_until([] { return access(mng.c_str(), R_OK) == 0; })) << running->output();
   }
+  // The bridge's control file, its filter attached by it.
+  static descriptor filter_attached()
+  {
+    descriptor bridge(open((tree + "/kvbridge/br0/bridge").c_str(), O_RDONLY | O_CLOEXEC));
+    char record[34] = "pppoe";
+    std::strcpy(record + 17, "br0_pppoe");
+    EXPECT_EQ(request(bridge.get(), kvbridge_filter_attach, record), 0);
+    return bridge;
+  }
   static std::string mount_count() { return run("wc -l </proc/self/mountinfo").second; }
   // Time of the processor that it has used, in hundredths of a second.
   int cpu_ticks() const
@@ -111,9 +120,9 @@ TEST_F(Kvbridged, ControlFilesAreRootsAlone)
 
 TEST_F(Kvbridged, ControlFilesAnswerAsThoseOfTheModules)
 {
-  EXPECT_EQ(run("cd " + tree + " && find . -printf '%y%m %p\\n' | LC_ALL=C sort -k2").second,
-            "d500 .\nd500 ./kvbridge\nd500 ./kvbridge/br0\nf400 ./kvbridge/br0/bridge\nf400 ./kvbridge/config\n"
-            "d500 ./mng\nf400 ./mng/config\n");
+  EXPECT_EQ(run("cd " + tree + " && find . -printf '%p %y%m %n %i\\n' | LC_ALL=C sort").second,
+            ". d500 1 1\n./kvbridge d500 1 3\n./kvbridge/br0 d500 1 16\n./kvbridge/br0/bridge f400 1 17\n"
+            "./kvbridge/config f400 1 5\n./mng d500 1 2\n./mng/config f400 1 4\n");
   const auto number = [](const std::string& file, unsigned long code) {
     const descriptor fd(open((tree + file).c_str(), O_RDONLY | O_CLOEXEC));
     int32_t value = 0;
@@ -128,12 +137,8 @@ TEST_F(Kvbridged, ControlFilesAnswerAsThoseOfTheModules)
   // The filter is the process's, whichever of its threads attached it.
   ASSERT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
   const std::string owner = "br0 " + std::to_string(getpid()) + "\n";
-  const descriptor bridge(open((tree + "/kvbridge/br0/bridge").c_str(), O_RDONLY | O_CLOEXEC));
-  std::thread([&] {
-    char record[34] = "pppoe";
-    std::strcpy(record + 17, "br0_pppoe");
-    EXPECT_EQ(request(bridge.get(), kvbridge_filter_attach, record), 0);
-  }).join();
+  descriptor bridge;
+  std::thread([&] { bridge = filter_attached(); }).join();
   EXPECT_THAT(file_text(tree + ".lock"), testing::StartsWith(owner));
   EXPECT_EQ(in_child([] { return opened_request(kvmng_device_delete, "br0_pppoe"); }), 0);
   EXPECT_THAT(file_text(tree + ".lock"), testing::StartsWith(owner));
@@ -177,14 +182,20 @@ TEST_F(Kvbridged, NextOneTakesOverWhatAKilledOneLeft)
                            "test -e /proc/net/mng/config && test -e /proc/self/status && test -e /proc/net/dev";
   background command({PROGRAMS "/kvbridged", "exec", "--", "sh", "-c", look});
   ASSERT_TRUE(wait_until([&] { return command.output() == "waits\n"; }));
+  const std::string own = "br0 " + std::to_string(getpid()) + "\n.\n";
+  descriptor filter;
   for (int round = 0; round < 3; ++round) {
     running->signal(SIGKILL);
     running->wait();
     EXPECT_NE(access(mng.c_str(), R_OK), 0);
     EXPECT_EQ(status_of("exec -- true"), 1);
     start();
+    EXPECT_EQ(file_text(tree + ".lock"), round == 0 ? "" : own);
     EXPECT_EQ(opened_request(kvmng_device_create, "br0_pppoe"), 0);
+    filter = filter_attached();
   }
+  EXPECT_EQ(opened_request(kvmng_device_delete, "br0_pppoe"), 0);
+  EXPECT_EQ(file_text(tree + ".lock"), ".\n");
   std::ofstream(go).close();
   EXPECT_EQ(command.wait(), 0);
 }
