@@ -1,18 +1,12 @@
-// What is shown of many lines: rows chosen, sorted and cut, rates, and JSON by its schema.
-#include "tests/support/files.h"
+// Tables as wide as a terminal, rates, and JSON by its schema.
 #include "tests/tools/running_agent.h"
 #include "tools/pppoeiactl/agent/report.h"
 #include "tools/pppoeiactl/show/text_table.h"
 
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <sstream>
+#include <gtest/gtest.h>
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using words = std::vector<std::string>;
 
 class ManyLines : public testing::Test {
@@ -20,11 +14,8 @@ protected:
   ManyLines()
   {
     const outcome made = agent.batch(
-        "init\nbridge add br0 8\nbridge add br1 4\n"
-        "port add br0 1 line1 south --type eth\nport add br0 2 line2 north --type eth\nport add br0 7 up7 uplink\n"
-        "port add br1 1 line1 atm1 --type atm\nport state set br0 1 subscriber\nport trust set br0 1 untrusted\n"
-        "port state set br0 7 network\nport-vlan add br0 1 100\nport-vlan add br0 1 101\nport pvc set br1 1 8 35\n"
-        "format remote-id set br0 '$PORT_REM_ID'\nport remote-id set br0 2 C-2\n");
+        "init\nbridge add br0 8\nbridge add br1 4\nport add br0 1 line1 south --type eth\nport add br0 2 line2 north\n"
+        "port add br1 1 line1 atm1 --type atm\nport trust set br0 1 untrusted\nport-vlan add br0 1 100\n");
     EXPECT_EQ(made.err, "");
   }
 
@@ -34,60 +25,8 @@ protected:
     return agent.ctl(command).json();
   }
 
-  // "bridge/port", in order.
-  words shown(words filters)
-  {
-    filters.insert(filters.begin(), {"show", "lines"});
-    words list;
-    const nlohmann::json told = json(filters);
-    for (const nlohmann::json& line : told["lines"])
-      list.push_back(line["bridge"].get<std::string>() + "/" + line["port"].dump());
-    return list;
-  }
-
   running_agent agent;
 };
-
-TEST_F(ManyLines, AreChosenAndSorted)
-{
-  EXPECT_THAT(shown({}), ElementsAre("br0/1", "br0/2", "br0/7", "br1/1"));
-  EXPECT_THAT(shown({"br1"}), ElementsAre("br1/1"));
-  EXPECT_THAT(shown({"br0", "side=network"}), ElementsAre("br0/7"));
-  EXPECT_THAT(shown({"trust!=untrusted", "circuit-id~th:<"}), ElementsAre("br0/2"));
-  EXPECT_THAT(shown({"--sort", "name"}), ElementsAre("br1/1", "br0/2", "br0/1", "br0/7"));
-  EXPECT_THAT(shown({"--sort", "port"}), ElementsAre("br0/1", "br1/1", "br0/2", "br0/7")) << "equals as they were";
-  EXPECT_THAT(shown({"--sort", "side"}), ElementsAre("br0/2", "br1/1", "br0/7", "br0/1"));
-  EXPECT_EQ(agent.told({"show", "lines", "br0", "remote-id=C-2", "--columns", "port,remote-id,vlans"}),
-            "port  remote-id  vlans\n   2  C-2\n");
-  EXPECT_EQ(agent.told({"show", "lines", "br0", "-b", "port=1"}),
-            "bridge  port  name   side        trust      state\nbr0        1  south  subscriber  untrusted  on\n");
-  EXPECT_EQ(agent.told({"show", "port", "br0"}), agent.told({"show", "lines", "br0", "-b"}));
-  EXPECT_THAT(agent.ctl({"show", "lines", "colour=red"}).err, HasSubstr("show lines: 'colour' is no column (bridge,"));
-  EXPECT_THAT(agent.ctl({"show", "lines", "--columns", "port,nam"}).err, HasSubstr("did you mean 'name'?"));
-  EXPECT_EQ(agent.ctl({"show", "lines", "br5"}).status, 1);
-}
-
-// A terminal is one that "script" makes.
-TEST_F(ManyLines, AreTypedAboutOnATerminal)
-{
-  const own_folder home;
-  const std::string command =
-      std::string("HOME=") + home.path + " TERM=dumb " + PPPOEIACTL + " --socket " + agent.socket();
-  const outcome typed = run({"/usr/bin/script", "-qec", command, "/dev/null"},
-                            "po tr g br0 1\nport trust get br0 70\nhelp bridge state\nexit\n");
-  EXPECT_EQ(typed.status, 0);
-  EXPECT_THAT(typed.out, HasSubstr("trust untrusted"));
-  EXPECT_THAT(typed.out, HasSubstr("port 70: br0 has ports 1, 2, 7"));
-  EXPECT_THAT(typed.out, HasSubstr("Default: on"));
-  EXPECT_THAT(file_text(home.path + "/.pppoeiactl_history"), HasSubstr("help"));
-  const std::string table = std::string(PPPOEIACTL) + " --socket " + agent.socket() + " show lines br1 -b";
-  const outcome narrow = run(
-      {"/usr/bin/script", "-qec",
-       "stty cols 14; TERM=xterm " + table + "; NO_COLOR=1 " + table + "; TERM=dumb NO_COLOR= " + table, "/dev/null"});
-  EXPECT_EQ(narrow.out, "\x1b[1mbridge  port\xe2\x80\xa6\x1b[0m\r\nbr1        1\xe2\x80\xa6\r\n"
-                        "bridge  port\xe2\x80\xa6\r\nbr1        1\xe2\x80\xa6\r\n"
-                        "bridge  port\xe2\x80\xa6\r\nbr1        1\xe2\x80\xa6\r\n");
-}
 
 TEST(TextTable, IsNoWiderThanTheTerminal)
 {
@@ -119,24 +58,6 @@ TEST(Watch, TellsWhatChangedASecond)
   rounds.round(begin + std::chrono::seconds(4));
   EXPECT_EQ(rounds.rate("padi", 106), "");
   EXPECT_EQ(rounds.rate("padr", 3), "");  // reset meanwhile
-}
-
-TEST_F(ManyLines, AreWatchedAsJsonLines)
-{
-  const outcome seen = run(
-      {"/bin/bash", "-c",
-       std::string(PPPOEIACTL) + " --socket " + agent.socket() + " --watch 0.01 --json show lines br1 | head -n 3"});
-  std::istringstream lines(seen.out);
-  size_t count = 0;
-  for (std::string line; std::getline(lines, line); ++count)
-    EXPECT_EQ(nlohmann::json::parse(line)["lines"].size(), 1u);
-  EXPECT_EQ(count, 3u);
-  const std::string table = "port  dropped\n   1        0\n";
-  EXPECT_EQ(run({"/bin/bash", "-c",
-                 std::string(PPPOEIACTL) + " --socket " + agent.socket() +
-                     " --watch 0.01 show lines br1 --columns port,dropped | head -n 5"})
-                .out,
-            table + "\n" + table);
 }
 
 // Everything that --json prints, one "definition<TAB>document" a line, goes to a validator.

@@ -1,5 +1,7 @@
 #include "tests/tools/running_agent.h"
 
+#include "tests/support/files.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -70,6 +72,14 @@ std::string fresh_socket()
 {
   static int number = 0;
   return testing::TempDir() + "ctl" + std::to_string(getpid()) + "." + std::to_string(++number);
+}
+
+void expect_as_written(const std::string& told, const std::string& file)
+{
+  const std::string path = TEST_SOURCE_DIR "/tests/tools/" + file;
+  if (std::getenv("TOOLS_WRITE"))
+    std::ofstream(path) << told;
+  EXPECT_EQ(told, file_text(path));
 }
 
 running_agent::running_agent() : socket_(fresh_socket())

@@ -25,6 +25,9 @@ outcome ctl(const std::string& socket, std::vector<std::string> arguments, const
 // A name for a socket of this process that no other uses.
 std::string fresh_socket();
 
+// Expects the text to be that of a file of this folder. TOOLS_WRITE=1 writes the file anew, to be looked through.
+void expect_as_written(const std::string& told, const std::string& file);
+
 // One agent, from the moment its socket answers until it is destroyed.
 class running_agent {
 public:
