@@ -1,4 +1,4 @@
-// What people type and what they are told, to the byte: tests/tools/sessions, each played on an agent of its own.
+// What people type and what they are told, to the byte: tests/tools/transcripts, each played on an agent of its own.
 //
 //   ## ...       a remark
 //   > NAME       a file of the lines that follow, up to an empty one
@@ -28,13 +28,13 @@ outcome answered(const running_agent& agent, const std::string& line)
   return line[0] == '$' ? agent.ctl(line_split(line.substr(2))) : run({"/bin/sh", "-c", line.substr(2)});
 }
 
-std::string played(const std::string& session)
+std::string played(const std::string& transcript)
 {
   const running_agent agent;
   setenv("SOCKET", agent.socket().c_str(), 1);
   setenv("CTL", ("pppoeiactl -t 20 --socket " + agent.socket()).c_str(), 1);
   std::string told;
-  std::istringstream lines(session);
+  std::istringstream lines(transcript);
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with("## "))
       told += line + "\n";
@@ -55,11 +55,11 @@ std::string played(const std::string& session)
   return told;
 }
 
-class Sessions : public testing::TestWithParam<const char*> {};
+class Transcripts : public testing::TestWithParam<const char*> {};
 
-TEST_P(Sessions, AreAnsweredAsWritten)
+TEST_P(Transcripts, AreAnsweredAsWritten)
 {
-  const std::string name = std::string("sessions/") + GetParam() + ".txt";
+  const std::string name = std::string("transcripts/") + GetParam() + ".txt";
   const auto former = std::filesystem::current_path();
   const own_folder home;
   std::filesystem::current_path(home.path);
@@ -70,9 +70,9 @@ TEST_P(Sessions, AreAnsweredAsWritten)
   expect_as_written(told, name);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Sessions,
+INSTANTIATE_TEST_SUITE_P(All, Transcripts,
                          testing::Values("apply", "cards", "check", "formats", "lines", "mistakes", "notes", "reports",
                                          "status", "words"),
-                         [](const auto& session) { return std::string(session.param); });
+                         [](const auto& one) { return std::string(one.param); });
 
 }  // namespace
