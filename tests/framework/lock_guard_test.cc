@@ -4,6 +4,7 @@
 #include "rte/BLL/core/lock/supervisor.h"
 #include "rte/BLL/core/thread_registry.h"
 #include "tests/framework/lock_support.h"
+#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -62,7 +63,12 @@ protected:
     const std::lock_guard guard(played.mutex);
     return std::exchange(played.lines, {});
   }
-  static auto mine() { return BLLManager::lock.getCallerState(); }
+  // "1E 2S": what the calling thread holds.
+  static std::string held()
+  {
+    const auto mine = BLLManager::lock.getCallerState();
+    return std::to_string(mine.exclusiveCount) + "E " + std::to_string(mine.sharedCount) + "S";
+  }
   // Fails on the calling thread, and says how it is reported.
   static std::vector<std::string> failToRead()
   {
@@ -82,19 +88,36 @@ private:
 // Whoever wrote for a plain time duration need not know that other threads change this one.
 TEST(LockPeriod, BehavesAsATimeDuration)
 {
-  lockPeriod_t period(300'000'000), same(300'000'000);
-  const pt::time_duration fiveMinutes = period;
-  EXPECT_TRUE(period == pt::minutes(5) && pt::minutes(5) == period && period == same && period == fiveMinutes);
-  EXPECT_FALSE(period != pt::minutes(5) || pt::minutes(5) != period || period != same);
-  EXPECT_TRUE(period < pt::minutes(6) && period <= same && pt::minutes(6) > period && pt::minutes(4) < period);
-  EXPECT_TRUE(period > pt::minutes(4) && period >= pt::minutes(5) && !(period < same));
+  const auto compared = [](const auto& a, const auto& b) {
+    return std::array{a<b, a <= b, a> b, a >= b, a == b, a != b};
+  };
+  const lockPeriod_t periods[] = {lockPeriod_t(1), lockPeriod_t(2)};
+  for (const int a : {0, 1})
+    for (const int b : {0, 1}) {
+      EXPECT_EQ(compared(periods[a], periods[b]), compared(a, b)) << a << b;
+      EXPECT_EQ(compared(periods[a], periods[b].get()), compared(a, b)) << a << b;
+      EXPECT_EQ(compared(periods[a].get(), periods[b]), compared(a, b)) << a << b;
+    }
+  lockPeriod_t period(0);
+  period = pt::minutes(5);
   EXPECT_TRUE(period + pt::minutes(1) == pt::minutes(6) && pt::minutes(6) - period == pt::minutes(1));
-  EXPECT_TRUE(period * 2 / 5 == pt::minutes(2) && -period == pt::minutes(-5) && period - same == pt::minutes(0));
-  EXPECT_EQ(period.total_microseconds(), 300'000'000);
-  EXPECT_EQ(period.minutes(), 5);
+  EXPECT_TRUE(period * 2 / 5 == pt::minutes(2) && -period == pt::minutes(-5) && period - periods[0] < period);
   EXPECT_EQ(pt::ptime(pt::min_date_time) + period, pt::ptime(pt::min_date_time) + pt::minutes(5));
-  period = pt::pos_infin;
-  EXPECT_TRUE(period.is_special() && period.is_pos_infinity() && period > same);
+  std::ostringstream told;
+  for (const pt::time_duration& value :
+       {pt::time_duration(1, 2, 3, 4), pt::time_duration(0, 0, -90), pt::time_duration(pt::pos_infin),
+        pt::time_duration(pt::neg_infin), pt::time_duration(pt::not_a_date_time)}) {
+    period = value;
+    told << period.is_negative() << period.is_special() << period.is_pos_infinity() << period.is_neg_infinity()
+         << period.is_not_a_date_time() << " " << period.wholeSeconds() << "\n";
+    if (!period.is_special())
+      told << period.hours() << " " << period.minutes() << " " << period.seconds() << " " << period.fractional_seconds()
+           << " " << period.total_seconds() << " " << period.total_milliseconds() << " " << period.total_microseconds()
+           << " " << period.total_nanoseconds() << " " << period.ticks() << "\n";
+  }
+  EXPECT_EQ(told.str(), "00000 3723\n1 2 3 4 3723 3723000 3723000004 3723000004000 3723000004\n"
+                        "10000 -90\n0 -1 -30 0 -90 -90000 -90000000 -90000000000 -90000000\n"
+                        "01100 9223372036854775807\n11010 -9223372036854775808\n01001 0\n");
 }
 
 TEST_F(LockGuard, TakesAndReleasesWithItsScope)
@@ -103,16 +126,14 @@ TEST_F(LockGuard, TakesAndReleasesWithItsScope)
     exclusiveLock_t outer;
     EXPECT_TRUE(outer.isLocked());
     const sharedLock_t inner;
-    EXPECT_EQ(mine().exclusiveCount, 1);
-    EXPECT_EQ(mine().sharedCount, 1);
+    EXPECT_EQ(held(), "1E 1S");
     outer.unlock();
     EXPECT_FALSE(outer.isLocked());
     EXPECT_TRUE(outer.lock());
     EXPECT_TRUE(outer.lock());  // one hold a guard
-    EXPECT_EQ(mine().exclusiveCount, 1);
+    EXPECT_EQ(held(), "1E 1S");
   }
-  EXPECT_EQ(mine().exclusiveCount, 0);
-  EXPECT_EQ(mine().sharedCount, 0);
+  EXPECT_EQ(held(), "0E 0S");
   EXPECT_THAT(takeLines(), IsEmpty());
 }
 
@@ -205,8 +226,11 @@ TEST_F(LockGuard, UnlocksToOneAndRestores)
   EXPECT_FALSE(first.restoreUnlockedToOne());
   EXPECT_TRUE(first.unlockToOne());
   EXPECT_FALSE(first.unlockToOne());
-  EXPECT_EQ(mine().exclusiveCount, 1);
-  EXPECT_EQ(mine().sharedCount, 0);
+  EXPECT_EQ(held(), "1E 0S");
+  {
+    const sharedLock_t more;
+    EXPECT_FALSE(first.restoreUnlockedToOne());
+  }
   // What the one hold is for: give it up for a while.
   BLLManager::lock.unlock();
   EXPECT_FALSE(first.restoreUnlockedToOne());  // nothing held
@@ -214,8 +238,14 @@ TEST_F(LockGuard, UnlocksToOneAndRestores)
   EXPECT_TRUE(other.run([] { return exclusiveLock_t().isLocked(); }));
   BLLManager::lock.timedLock(farAway());
   EXPECT_TRUE(first.restoreUnlockedToOne());
-  EXPECT_EQ(mine().exclusiveCount, 2);
-  EXPECT_EQ(mine().sharedCount, 1);
+  EXPECT_EQ(held(), "2E 1S");
+  third.unlock();
+  EXPECT_FALSE(third.unlockToOne());
+  EXPECT_TRUE(first.unlockToOne());
+  BLLManager::lock.unlock();
+  BLLManager::lock.timedLockShared(farAway());  // of the other kind, and too much
+  EXPECT_TRUE(first.restoreUnlockedToOne());
+  EXPECT_EQ(held(), "2E 0S");
   EXPECT_FALSE(other.run([] { return sharedLock_t().isLocked(); }));
 }
 
@@ -225,19 +255,17 @@ TEST_F(LockGuard, RestoreOfAnUpgradeFailsWhileOthersReadAndCanBeTriedAgain)
   const exclusiveLock_t second;
   const sharedLock_t third;
   EXPECT_TRUE(first.unlockToOne());
-  EXPECT_EQ(mine().exclusiveCount, 0);
-  EXPECT_EQ(mine().sharedCount, 1);
+  EXPECT_EQ(held(), "0E 1S");
   actor_t reader;
   reader.run([] { BLLManager::lock.timedLockShared(farAway()); });
   testing::internal::CaptureStderr();
   EXPECT_FALSE(first.restoreUnlockedToOne());
   EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("failed to get exclusive lock.\n"));
-  EXPECT_EQ(mine().sharedCount, 1);
+  EXPECT_EQ(held(), "0E 1S");
   EXPECT_TRUE(first.isUnlockedToOne());
   reader.run([] { BLLManager::lock.unlockShared(); });
   EXPECT_TRUE(first.restoreUnlockedToOne());
-  EXPECT_EQ(mine().exclusiveCount, 1);
-  EXPECT_EQ(mine().sharedCount, 2);
+  EXPECT_EQ(held(), "1E 2S");
 }
 
 TEST_F(LockGuard, ReportTellsWhoHoldsItAndIsNotRepeatedTooSoon)

@@ -42,10 +42,10 @@ TEST_F(ManagerBoard, SectionsOfTheBoardApplyInOrder)
 {
   configure(
       "<BOARD Id='all_boards'>"
-      "  <BLE Name='a' Load='static' Start='true'/> text <!-- comment -->"
+      "  <BLE Name='a' Load='static' Library='liba.so' Start='true'/> text <!-- comment -->"
       "  <BLE Name='' Start='true'/>"
       "  <OTHER Name='b' Load='dynamic' Library='libb.so' Start='true'/>"
-      "  <BLE Name='c' Start='True'/>"
+      "  <BLE Name='c' Load='dynamic' Start='True'/>"
       "</BOARD>"
       "<BOARD Id='BOARD_BT4'><BLE Name='never' Start='true'/></BOARD>"
       "<ANYTHING Id='BOARD_BT'><BLE Name='a' Load='dynamic' Start='false'/><BLE Name='d' Start='true'/></ANYTHING>"
@@ -56,6 +56,7 @@ TEST_F(ManagerBoard, SectionsOfTheBoardApplyInOrder)
     if (board().starts(name))
       started.push_back(name);
   EXPECT_THAT(started, ElementsAre("b", "d", "e"));
+  EXPECT_THAT(board().libraries(), ElementsAre("libb.so"));
   EXPECT_FALSE(board().starts("never"));
   EXPECT_THAT(logged(), ElementsAre("BLLManager, running on board <BT5 rev 2>.\n",
                                     "BLLManager: load bll configuration from XML for BOARD_BT5 \n"));
@@ -63,6 +64,25 @@ TEST_F(ManagerBoard, SectionsOfTheBoardApplyInOrder)
   EXPECT_TRUE(board().disable("d"));
   EXPECT_FALSE(board().starts("d"));
   EXPECT_FALSE(board().disable("never"));
+}
+
+TEST_F(ManagerBoard, HasAFullNameByItsTypeAndAFolderOfLibraries)
+{
+  std::string told;
+  for (const char* id : {"BT1 x", "BT2 x", "BTB x"}) {
+    set("BLL_BOARD_ID", "board", id);
+    read_t();
+    told += logged().at(1);
+  }
+  EXPECT_EQ(told, "BLLManager: load bll configuration from XML for BT1 x \n"
+                  "BLLManager: load bll configuration from XML for BOARD_BT2 \n"
+                  "BLLManager: load bll configuration from XML for BTB x \n");
+  names_t paths;
+  for (const char* libraries : {"", "/x", "/x/"}) {
+    setenv("BLL_LIB_DIR", libraries, 1);
+    paths.push_back(board_t::libraryPath("a.so"));
+  }
+  EXPECT_THAT(paths, ElementsAre("../lib/a.so", "/x/a.so", "/x/a.so"));
 }
 
 TEST_F(ManagerBoard, WithoutFullNamesTheDescriptionIsMatched)
@@ -144,39 +164,6 @@ TEST_F(ManagerBoard, IsReadOnceAndAskedByAnyThread)
     thread.join();
   names_t lines = logged();
   EXPECT_EQ(std::ranges::count(lines, "BLLManager, running on board <BT5 rev 2>.\n"), 1);
-}
-
-// The log's back-end and a stream are other people's code: they may ask the board that is just telling them something.
-TEST_F(ManagerBoard, WhomItTellsMayAskIt)
-{
-  struct asking_t : LogImpl, std::stringbuf {
-    explicit asking_t(board_t& whom) : board(whom) {}
-    void writeMessageToLog(const logData_t&) override { ask(); }
-    std::streamsize xsputn(const char* text, std::streamsize size) override
-    {
-      ask();
-      return std::stringbuf::xsputn(text, size);
-    }
-    void ask()
-    {
-      ++asked;
-      EXPECT_EQ(board.description(), "BT5 rev 2");
-      EXPECT_TRUE(board.supports("lagmembership"));
-    }
-    board_t& board;
-    int asked = 0;
-  };
-  board_t asked;
-  asking_t asking(asked);
-  singleton<Log>::instance().reset(&asking);
-  asked.readConfiguration();
-  asked.readFeatures();
-  std::ostream out(&asking);
-  asked.dumpFeatures(out);
-  asked.setFeature("new", true, out);
-  singleton<Log>::instance().reset(nullptr);
-  EXPECT_GT(asking.asked, 20);
-  EXPECT_THAT(asking.str(), testing::EndsWith("Setting BLL feature 'new' to True\n"));
 }
 
 }  // namespace

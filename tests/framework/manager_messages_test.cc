@@ -3,8 +3,9 @@
 
 #include "base/caller.h"
 #include "rte/BLL/core/manager/messages.h"
+#include "rte/BLL/core/manager/subscribers.h"
 #include "rte/BLL/core/self_debugger.h"
-#include "tests/support/files.h"
+#include <array>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
@@ -14,7 +15,6 @@ namespace {
 using namespace manager_test;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 class ManagerMessages : public ManagerTest {
 protected:
@@ -36,55 +36,56 @@ protected:
   }
 };
 
-TEST_F(ManagerMessages, SwitchesAndTheirWrongValues)
+TEST_F(ManagerMessages, AreAnswered)
 {
-  EXPECT_EQ(reply("lockDebug", "on"), "");
-  EXPECT_TRUE(BLLManager::lockDebug);
-  reply("lockDebug", "off");
-  EXPECT_FALSE(BLLManager::lockDebug);
-  reply("lockDebug", "perhaps");
-  reply("reportBacktraces", "perhaps");
-  EXPECT_THAT(logged(),
-              ElementsAre("Warning: BLL Manager has received the message <lockDebug> with wrong value <perhaps>.\n",
-                          "bllmsg: invalid message: reportBacktraces perhaps\n"));
-  reply("reportBacktraces", "on");
-  EXPECT_TRUE(singleton<SelfDebugger>::instance().areBacktraceReportsEnabled());
-  reply("reportBacktraces", "off");
-  EXPECT_FALSE(singleton<SelfDebugger>::instance().areBacktraceReportsEnabled());
-  EXPECT_EQ(reply("deadlocktest", "start"), "Deadlock test started.\n");
-  EXPECT_EQ(reply("deadlocktest", ""), "Deadlock test stopped.\n");
+  const std::array<const char*, 3> answers[] = {
+      {"deadlocktest", "start", "Deadlock test started.\n"},
+      {"deadlocktest", "", "Deadlock test stopped.\n"},
+      {"debugLevelX", "critical", "Debug level set to Critical(0)\n"},
+      {"debugLevel", "warning", "Debug level set to Warning(1)\n"},
+      {"debugLevel", "notice", "Debug level set to Notice(2)\n"},
+      {"debugLevel", "verbose", "Debug level set to Debug(3)\n"},
+      {"debugLevel", "off", "Debug level disabled\n"},
+      {"setfeature", " dsfec = 1 = 2", "Setting BLL feature 'dsfec' to True\n"},
+      {"setfeature", "legacyalarm=0", "Setting BLL feature 'legacyalarm' to False\n"},
+      {"setfeature", "httpserver", ""},
+      {"featuresupport", "",
+       "Supported features:\n------------------\n dsfec: true\n httpserver: false\n lagmembership: true\n"
+       " legacyalarm: false\n oltintervalstat: true\n oltsfpmode: false\n onubasedoltstates: false\n"
+       " sfpuplinkspeed: false\n uplinksfpwhitelist: false\n"},
+      {"measureTimeX", "show", "No such message: measureTimeX. Known: measureTime with on, off, show or reset.\n"},
+      {"threads", "hide", ""},
+      {"lockHolders", "hide", ""},
+      {"unheard", "of", ""},
+      {"lockDebug", "perhaps", ""},
+      {"reportBacktraces", "perhaps", ""},
+  };
+  for (const auto& [message, value, answered] : answers)
+    EXPECT_EQ(reply(message, value), answered) << message;
+  EXPECT_EQ(told(), "4 Warning: BLL Manager has received the message <lockDebug> with wrong value <perhaps>.|\n"
+                    "4 bllmsg: invalid message: reportBacktraces perhaps|\n");
+  for (const std::string value : {"on", "off"}) {
+    reply("lockDebug", value);
+    EXPECT_EQ(BLLManager::lockDebug, value == "on");
+    reply("reportBacktraces", value);
+    EXPECT_EQ(singleton<SelfDebugger>::instance().areBacktraceReportsEnabled(), value == "on");
+  }
+  const BLLManager::exclusiveLock_t guard;
+  EXPECT_THAT(reply("lockHolders", "show"), HasSubstr(" |         1 | "));
 }
 
-TEST_F(ManagerMessages, Reports)
+TEST_F(ManagerMessages, ShowTheThreads)
 {
   std::thread([&] {
     manager().registerThread("worker");
-    EXPECT_THAT(reply("threads", "show"),
-                testing::ContainsRegex("^Currently registered threads \\(1\\):\n"
-                                       "thread::id \\| pid_t \\| pthread_t \\| name\n"
-                                       "0x[0-9a-f]+ \\| [0-9]+ \\| 0x[0-9a-f]+ \\| worker\n$"));
+    EXPECT_THAT(reply("threads", "show"), testing::MatchesRegex("Currently registered threads \\(1\\):\n"
+                                                                "thread::id \\| pid_t \\| pthread_t \\| name\n"
+                                                                "0x[0-9a-f]+ \\| [0-9]+ \\| 0x[0-9a-f]+ \\| worker\n"));
+    const std::string id = " (" + std::to_string(gettid()) + ")|\n";
     manager().unregisterThread();
+    EXPECT_EQ(told(),
+              "5 BLLManager: thread registered: worker" + id + "5 BLLManager: thread unregistered: worker" + id);
   }).join();
-  EXPECT_EQ(reply("threads", "hide") + reply("lockHolders", "hide") + reply("unheard", "of"), "");
-  {
-    const BLLManager::exclusiveLock_t guard;
-    EXPECT_THAT(reply("lockHolders", "show"), HasSubstr("|"));
-  }
-  EXPECT_THAT(reply("featuresupport", ""), HasSubstr(" httpserver: false\n"));
-  EXPECT_EQ(reply("setfeature", " httpserver = 1 = 2"), "Setting BLL feature 'httpserver' to True\n");
-  EXPECT_EQ(reply("setfeature", "httpserver=0"), "Setting BLL feature 'httpserver' to False\n");
-  EXPECT_EQ(reply("setfeature", "httpserver"), "");
-  EXPECT_NE(reply("measureTimeX", "show"), "");
-}
-
-TEST_F(ManagerMessages, LevelsOfTheLog)
-{
-  names_t replies;
-  for (const char* value : {"critical", "warning", "notice", "verbose", "off"})
-    replies.push_back(reply("debugLevelX", value));
-  EXPECT_THAT(replies,
-              ElementsAre("Debug level set to Critical(0)\n", "Debug level set to Warning(1)\n",
-                          "Debug level set to Notice(2)\n", "Debug level set to Debug(3)\n", "Debug level disabled\n"));
 }
 
 TEST_F(ManagerMessages, LockingPeriodIsSecondsOrAnError)
@@ -126,13 +127,15 @@ TEST_F(ManagerMessages, TheReplyReachesTheTerminalOrTheLogSaysWhyNot)
   EXPECT_STREQ(got, "the reply");
   close(reader);
 
+  logEverything();
   EXPECT_TRUE(fails(folder));
   EXPECT_TRUE(fails("/dev/full"));
   const caller_scope unknown(nullptr);  // may write nowhere
   EXPECT_TRUE(fails("/dev/null"));
-  EXPECT_THAT(logged(),
-              ElementsAre("Error opening tty file for writing: " + folder + "\n", "Error writing to file: /dev/full\n",
-                          "Error opening tty file for writing: /dev/null\n"));
+  const std::string event = "7 *** EVENT: <externalMessage>: notify all subscribers.|\n";
+  EXPECT_EQ(told(), event + "2 Error opening tty file for writing: " + folder + "|\n" + event +
+                        "2 Error writing to file: /dev/full|\n" + event +
+                        "2 Error opening tty file for writing: /dev/null|\n");
 }
 
 TEST(ManagerMessagesManual, NamesEveryMessage)
@@ -145,6 +148,38 @@ TEST(ManagerMessagesManual, NamesEveryMessage)
   }
 }
 
+// The first subscriber of all adds one in each call, who is called from the next on.
+TEST_F(ManagerMessages, AreForOneListByTheirPrefix)
+{
+  const subscribers_t subscribers{manager()};
+  std::string got;
+  manager().prefixedMessageSubscribers.emplace_back(
+      [&](const std::string& message, const std::string& value, const std::string& tty) {
+        got += message + " " + value + " " + tty;
+      });
+  manager().externalMessageSubscribers.emplace_back(
+      [&](const std::string& message, const std::string& value, std::ostringstream& out, const std::string& tty) {
+        out << message + value + tty + ": ";
+        answerWith("new ");
+      });
+  answerWith("second ");
+  const auto answers = [&](const std::string& message) {
+    std::ostringstream out;
+    subscribers.message(message, "value", out, "tty");
+    return out.str();
+  };
+  EXPECT_EQ(answers("dhcpra:show"), "");
+  EXPECT_EQ(got, "show value tty");
+  EXPECT_EQ(answers("show"), "showvaluetty: second ");
+  EXPECT_EQ(answers("show"), "showvaluetty: second new ");
+  EXPECT_EQ(got, "show value tty");
+  manager().externalMessageSubscribers.emplace_back();
+  answerWith("behind");
+  std::ostringstream out;
+  EXPECT_THROW(subscribers.message("any", "", out, ""), boost::bad_function_call);
+  EXPECT_EQ(out.str(), "any: second new new ");
+}
+
 TEST_F(ManagerMessages, EventsAreGivenUnderTheLock)
 {
   names_t got;
@@ -152,22 +187,25 @@ TEST_F(ManagerMessages, EventsAreGivenUnderTheLock)
   manager().configurationAppliedSubscribers.emplace_back(
       [&](int code) { got.push_back(std::to_string(code) + locked()); });
   manager().preConfigurationApplyingSubscribers.emplace_back([&] { got.push_back(std::string("pre") + locked()); });
+  logEverything();
   EXPECT_TRUE(manager().postConfigurationApplied(7));
   EXPECT_TRUE(manager().postPreConfigurationApplying());
   EXPECT_THAT(got, ElementsAre("7 locked", "pre locked"));
 
-  bool agrees = true;
-  for (int i = 0; i < 2; ++i)
-    manager().reloadRequestSubscribers.emplace_back(
-        [&](bool asked) { return got.push_back("reload"), asked && agrees; });
-  got.clear();
+  int asked = 0;
+  manager().reloadRequestSubscribers.emplace_back([&](bool reload) {
+    for (int i = 0; i < 100; ++i)  // enough to move the list to another place
+      manager().reloadRequestSubscribers.emplace_back([&](bool really) { return really && ++asked < 3; });
+    return reload;
+  });
   EXPECT_TRUE(manager().systemReloadRequest("why"));
-  agrees = false;
+  EXPECT_EQ(asked, 0);
   EXPECT_FALSE(manager().systemReloadRequest("why not"));
-  EXPECT_EQ(got.size(), 3u) << "the first that refuses ends the walk";
-  EXPECT_THAT(logged(), ElementsAre("BLLManager::systemReloadRequest, msg: why\n",
-                                    "BLLManager::systemReloadRequest, msg: why not\n",
-                                    "BLLManager::systemReloadRequest, reload request denied\n"));
+  EXPECT_EQ(asked, 3) << "the first that refuses ends the walk";
+  EXPECT_EQ(told(), "7 *** EVENT: <configurationApplied>, notify all subscribers.|\n"
+                    "7 *** EVENT: <preConfigurationApplying>, notify all subscribers.|\n"
+                    "4 BLLManager::systemReloadRequest, msg: why|\n4 BLLManager::systemReloadRequest, msg: why not|\n"
+                    "4 BLLManager::systemReloadRequest, reload request denied|\n");
 }
 
 }  // namespace

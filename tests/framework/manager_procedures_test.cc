@@ -1,4 +1,5 @@
 // Starting, rolling back, saving and stopping entities in the order of their dependences.
+#include "tests/framework/lock_support.h"
 #include "tests/framework/manager_support.h"
 #include "tests/support/files.h"
 
@@ -14,13 +15,6 @@ using testing::IsEmpty;
 class ManagerProcedures : public ManagerTest {
 protected:
   void SetUp() override { configureToStart({"a", "b", "c"}); }
-  // a needs b, b needs c: c, b, a.
-  void addChain()
-  {
-    add("a", {"b", "nobody"});
-    add("b", {"c"});
-    add("c");
-  }
   void applyAndForget()
   {
     manager().applyConfiguration("file");
@@ -29,165 +23,140 @@ protected:
   }
 };
 
-TEST_F(ManagerProcedures, ALifeFromConfigurationToStop)
+// manager_life.txt has what the log tells of each step, with what the entities are asked. c needs b, b needs "a a",
+// whose name XML does not allow.
+TEST_F(ManagerProcedures, ALifeAsTheLogTellsIt)
 {
-  addChain();
-  EXPECT_FALSE(manager().start());
+  configureToStart({"a a", "b", "c", "off"});
+  EXPECT_TRUE(manager().disableBLLEntity("off"));
+  logEverything();
+  told();
+  std::string life;
+  const auto step = [&](const std::string& what, bool succeeds = true) {
+    life += (life.empty() ? "= " : "\n= ") + what + (succeeds ? "\n" : ": no\n") + told();
+  };
+  const auto refused = [&] {
+    step("default settings", manager().applyDefaultSettings());
+    manager().stop(true, path("never.xml"));
+    step("stop");
+    step("register", manager().registerEntity(*entities[0]));
+  };
+  entity_t& b = add("b", {"nobody", "a a"});
+  entity_t& a = add("a a");
+  entity_t& c = add("c", {"b"});
+  add("off");
+  refused();
+  step("start", manager().start());
+  b.throwsIn = "configure";
   manager().applyConfiguration("file");
-  EXPECT_THAT(calls, ElementsAre("configure c", "configure b", "configure a"));
-  calls.clear();
-  EXPECT_TRUE(manager().start());
-  EXPECT_THAT(calls, ElementsAre("start c", "default c", "start b", "default b", "start a", "default a"));
-  EXPECT_FALSE(manager().start());
-  calls.clear();
+  step("configure, where b throws");
+  refused();
+  manager().applyConfiguration("file");
+  step("configure again");
+  a.answers = false;
+  step("start, where the first fails", manager().start());
+  a.answers = true;
+  b.throwsIn = "stop";
+  c.defaultAnswers = false;
+  step("start, where the last has no default settings and b throws when it stops", manager().start());
+  c.defaultAnswers = true;
+  step("start", manager().start());
+  step("start again", manager().start());
+  manager().applyConfiguration("file");
+  step("configure again");
+  step("default settings", manager().applyDefaultSettings());
+  b.defaultAnswers = false;
+  step("default settings, where b fails", manager().applyDefaultSettings());
   manager().stop(true, path("saved.xml"));
-  EXPECT_THAT(calls, ElementsAre("stop a", "stop b", "stop c", "save c", "save b", "save a"));
-  EXPECT_EQ(file_text(path("saved.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Configuration>\n"
-                                          "  <c Of=\"c\"/>\n  <b Of=\"b\"/>\n  <a Of=\"a\"/>\n</Configuration>\n");
-  calls.clear();
-  manager().stop(true, path("again.xml"));
-  EXPECT_FALSE(manager().applyDefaultSettings());
-  EXPECT_THAT(calls, IsEmpty());
-  EXPECT_TRUE(manager().start()) << "a stopped manager may start again";
+  step("stop, where b throws");
+  refused();
+  manager().applyConfiguration("file");
+  step("configure again");
+  b.defaultAnswers = true;
+  b.throwsIn = "save";
+  step("start again", manager().start());
+  manager().saveConfiguration(path("again.xml"));
+  step("save, where b throws");
+  EXPECT_EQ(life, file_text(FRAMEWORK_TESTS "/manager_life.txt"));
+  for (const char* file : {"saved.xml", "again.xml"})
+    EXPECT_EQ(file_text(path(file)), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Configuration>\n"
+                                     "  <b Of=\"b\"/>\n  <c Of=\"c\"/>\n</Configuration>\n");
+  EXPECT_FALSE(std::filesystem::exists(path("never.xml")));
+  EXPECT_FALSE(BLLManager::lockCheck(lockType::read));
 }
 
-TEST_F(ManagerProcedures, OnlyWhoIsToStartIsEntered)
+// Who does not get the lock does nothing, but tries again to stop; who had to wait for it asks again whether it may
+// run.
+TEST_F(ManagerProcedures, RunUnderTheLockOrNotAtAll)
 {
-  configure("<BOARD Id='all_boards'><BLE Name='a' Start='true'/><BLE Name='b' Start='no'/></BOARD>");
+  add("a");
   manager();
-  logEverything();
+  lock_test::actor_t holder, late;
+  const auto hold = [] { BLLManager::lock.timedLock(lock_test::farAway()); };
+  const auto letGo = [] { BLLManager::lock.unlock(); };
+  const auto shorten = [] { BLLManager::lock_t::lockingPeriod = boost::posix_time::milliseconds(1); };
+  const std::function<void()> configure = [&] { manager().applyConfiguration("file"); },
+                              start = [&] { manager().start(); }, stop = [&] { manager().stop(false, ""); },
+                              defaults = [&] { manager().applyDefaultSettings(); },
+                              save = [&] { manager().saveConfiguration(path("saved.xml")); },
+                              tell = [&] { manager().postConfigurationApplied(7); },
+                              tellBefore = [&] { manager().postPreConfigurationApplying(); };
+  manager().configurationAppliedSubscribers.emplace_back([&](int) { calls.push_back("told"); });
+  manager().preConfigurationApplyingSubscribers.emplace_back([&] { calls.push_back("told before"); });
+  const std::tuple<std::function<void()>, std::function<void()>, std::function<void()>> turns[] = {
+      {configure, configure, configure},
+      {start, start, start},
+      {defaults, stop, stop},
+      {save, start, start},
+      {tell, defaults, stop},
+      {tellBefore, start, start}};
+  for (const auto& [inVain, waits, runs] : turns) {
+    holder.run(hold);
+    shorten();
+    inVain();
+    holder.run(letGo);
+    std::future<void> done;
+    {
+      const BLLManager::exclusiveLock_t guard;
+      done = late.start(waits);
+      lock_test::awaitWriter(BLLManager::lock, late.id());
+      runs();
+    }
+    done.get();
+  }
+  const std::string up = "start a", given = "default a", down = "stop a";
+  EXPECT_THAT(calls, ElementsAre("configure a", up, given, down, up, given, down, up, given));
+  EXPECT_FALSE(std::filesystem::exists(path("saved.xml")));
+
+  holder.run(hold);
+  shorten();
   logged();
+  auto stopped = late.start(stop);
+  names_t lines;
+  while (std::ranges::count(lines, "Warning: Could not obtain exclusive lock for stopping BLL. Will try again.\n") == 0)
+    lines = logged();
+  holder.run(letGo);
+  stopped.get();
+  EXPECT_EQ(calls.back(), down);
+}
+
+TEST_F(ManagerProcedures, TheDurationsOfDefaultSettingsAreToldWhenWanted)
+{
   add("a");
   add("b");
-  add("unknown");
-  add("");
-  EXPECT_THAT(logged(),
-              ElementsAre("Registering BLE <a>... done.\n", "Registering BLE <b>... not registered.\n",
-                          "Registering BLE <unknown>... not registered.\n", "Registering BLE <>... not registered.\n"));
-  entity_t twin("a", calls);
-  EXPECT_TRUE(manager().registerEntity(twin)) << "takes the place of the first";
   manager().applyConfiguration("file");
-  logged();
-  EXPECT_FALSE(manager().registerEntity(twin));
-  EXPECT_THAT(logged(), ElementsAre("Registering BLE <a>... error.\n"));
-  EXPECT_THAT(calls, ElementsAre("configure a"));
-}
-
-TEST_F(ManagerProcedures, TheLogTellsOfAStart)
-{
-  addChain();
-  applyAndForget();
   EXPECT_TRUE(manager().start());
-  EXPECT_THAT(logged(), ElementsAre("\n", "BLE init order:\n", "\n", "    BLE <c>... \n", "\n", "    BLE <b>... \n",
-                                    "\n", "    BLE <a>... \n", "\n", "<<< Starting procedure has been completed.\n"));
-}
-
-TEST_F(ManagerProcedures, AFailureRollsBackInReverseOrder)
-{
-  configureToStart({"a", "b", "c"});
-  add("a");
-  entity_t& stubborn = add("b", {"a"});
-  entity_t& failing = add("c", {"b"});
-  applyAndForget();
-  failing.answers = false;
-  stubborn.throwsIn = "stop";
-  logEverything();
-  EXPECT_FALSE(manager().start());
-  EXPECT_THAT(calls, ElementsAre("start a", "default a", "start b", "default b", "start c", "stop b", "stop a"));
-  std::string all;
-  for (const std::string& line : logged())
-    all += line;
-  EXPECT_EQ(all, ">>> Starting procedure has been started.\n"
-                 "\nBLE init order:\n\n    BLE <a>... \n\n    BLE <b>... \n\n    BLE <c>... \n"
-                 "\n    BLE <a>... done.\n    BLE <b>... done.\n    BLE <c>... error.\n"
-                 "Start procedure has been interrupted by an error.\n"
-                 "Error starting c BLE.\nWill start stop procedure.\n>>> Stopping procedure has been started.\n"
-                 "\n    BLE <b>... BLE b has thrown: no stop\nerror.\nError stopping b BLE.\n"
-                 "\n    BLE <a>... done.\n<<< Stopping procedure has been completed.\n");
-  calls.clear();
-  stubborn.throwsIn.clear();
-  failing.answers = true;
-  failing.defaultAnswers = false;
-  EXPECT_FALSE(manager().start()) << "still configured, and free to try again";
-  EXPECT_EQ(calls.back(), "stop a");
-}
-
-TEST_F(ManagerProcedures, TheFirstOneFailingStopsNobody)
-{
-  add("a").throwsIn = "start";
-  applyAndForget();
-  EXPECT_FALSE(manager().start());
-  EXPECT_THAT(calls, ElementsAre("start a"));
-  EXPECT_THAT(BLLManager::lock.getStateMap(), testing::Each(testing::Truly([](const auto& row) {
-                return row.second.exclusiveCount == 0 && row.second.sharedCount == 0;
-              })));
-}
-
-TEST_F(ManagerProcedures, WhatIsThrownWithoutAResultIsReported)
-{
-  add("a").throwsIn = "configure";
-  manager();
-  logged();
-  manager().applyConfiguration("file");
-  EXPECT_THAT(logged(), ElementsAre("BLE a has thrown: no configure\n"));
-  EXPECT_TRUE(manager().start());
-  entities[0]->throwsIn = "save";
-  manager().saveConfiguration(path("saved.xml"));
-  EXPECT_TRUE(std::filesystem::exists(path("saved.xml")));
-}
-
-TEST_F(ManagerProcedures, NamesThatXmlDoesNotAllowAreNotSaved)
-{
-  configureToStart({"a b", "c"});
-  add("a b");
-  add("c");
-  applyAndForget();
-  logged();
-  manager().saveConfiguration(path("saved.xml"));
-  EXPECT_THAT(calls, ElementsAre("save a b", "save c"));
-  EXPECT_THAT(logged(), ElementsAre("BLE a b cannot be saved under its name.\n"));
-  EXPECT_THAT(file_text(path("saved.xml")), testing::EndsWith("<Configuration>\n  <c Of=\"c\"/>\n</Configuration>\n"));
-}
-
-TEST_F(ManagerProcedures, OfTwoThreadsThatStopOneDoes)
-{
-  add("a");
-  applyAndForget();
-  EXPECT_TRUE(manager().start());
-  calls.clear();
-  std::vector<std::thread> threads;
-  {
-    const BLLManager::exclusiveLock_t guard;
-    for (int i = 0; i < 2; ++i)
-      threads.emplace_back([this] { manager().stop(false, ""); });
-    const auto bothWait = [] {
-      return std::ranges::count_if(BLLManager::lock.getStateMap(),
-                                   [](const auto& row) { return row.second.waiting; }) == 2;
-    };
-    while (!bothWait())
-      std::this_thread::yield();
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_THAT(calls, ElementsAre("stop a"));
-}
-
-TEST_F(ManagerProcedures, DefaultSettingsStopAtTheFirstFailure)
-{
-  addChain();
-  applyAndForget();
-  EXPECT_TRUE(manager().start());
-  calls.clear();
-  entities[1]->defaultAnswers = false;
-  EXPECT_FALSE(manager().applyDefaultSettings());
-  EXPECT_THAT(calls, ElementsAre("default c", "default b"));
-  entities[1]->defaultAnswers = true;
   std::ostringstream out;
-  manager().onExternalMessage("scripter_debug_time", "", out);
+  logged();
   testing::internal::CaptureStdout();
-  EXPECT_TRUE(manager().applyDefaultSettings());
+  for (int times = 0; times < 2; ++times) {
+    manager().onExternalMessage("scripter_debug_time", "", out);
+    EXPECT_TRUE(manager().applyDefaultSettings());
+  }
+  const std::string set = "BLLManager::onExternalMessage: Set BLLManager::cpuUsageDebug to ",
+                    took = "\r\\([0-9]+ ms\\) took BLE ";
   EXPECT_THAT(testing::internal::GetCapturedStdout(),
-              testing::MatchesRegex("(\r\\([0-9]+ ms\\) took BLE '[abc]'.\n)+"));
+              testing::MatchesRegex(set + "1\n" + took + "'a'.\n" + took + "'b'.\n" + set + "0\n"));
 }
 
 TEST_F(ManagerProcedures, ACycleStartsNothingAndSucceeds)

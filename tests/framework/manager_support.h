@@ -19,7 +19,7 @@ namespace manager_test {
 
 using names_t = std::vector<std::string>;
 
-// Notes "start a" and so on in a list that all entities of a test share.
+// Notes "start a" and so on in a list that all entities of a test share, and "(start)" in the framework log.
 struct entity_t : BLEntity {
   entity_t(std::string entityName, names_t& callList, std::list<std::string> needed = {})
       : BLEntity(std::move(entityName)), calls(callList), needs(std::move(needed))
@@ -41,6 +41,7 @@ struct entity_t : BLEntity {
   bool note(const std::string& what) const
   {
     calls.push_back(what + " " + name);
+    singleton<Log>::instance() << "(" << what << ")";
     if (what == throwsIn)
       throw std::runtime_error("no " + what);
     return true;
@@ -108,6 +109,15 @@ protected:
     for (const syslog_line& line : syslog_take())
       texts.push_back(line.text.substr(line.text.find("] ") + 2));
     return texts;
+  }
+  // The same as one text, the priority before each line, which ends in a bar.
+  static std::string told()
+  {
+    std::string all;
+    for (const syslog_line& line : syslog_take())
+      all += std::to_string(line.priority) + " " +
+             line.text.substr(line.text.find("] ") + 2, line.text.size() - 1 - line.text.find("] ") - 2) + "|\n";
+    return all;
   }
   static void logEverything() { singleton<Log>::instance().setLogLevel(static_cast<LogImpl::logLevel_t>(4)); }
 

@@ -23,6 +23,17 @@ using std::chrono::steady_clock;
 
 constexpr auto bound = RabbitMqInterSoc::longestStep + 2s;  // and some for a busy machine and the sanitizers
 
+// On loopback; where.
+sockaddr_in listen_at(int listener, int backlog)
+{
+  sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t size = sizeof address;
+  bind(listener, reinterpret_cast<sockaddr*>(&address), size);
+  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  listen(listener, backlog);
+  return address;
+}
+
 // Listens on loopback, lets `behaviour` have one connection after another, and closes each when it returns.
 class Server {
 public:
@@ -32,13 +43,7 @@ public:
   {
     const int small = 4096;
     setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-    listen(listener_, 16);
+    const sockaddr_in address = listen_at(listener_, 16);
     settings.port = ntohs(address.sin_port);
     thread_ = std::thread([this, behaviour = std::move(behaviour)] { serve(behaviour); });
   }
@@ -305,7 +310,16 @@ TEST(RabbitMqHostile, WhateverTheServerDoesBothCallsFailInTime)
   };
   rabbitMqSettings_t nobody;
   nobody.port = Server(saying("")).settings.port;  // gone again
+  int crowd[4];                                    // fills the queue of one that accepts nobody
+  for (int& fd : crowd)
+    fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const sockaddr_in full = listen_at(crowd[0], 0);
+  for (const int fd : {crowd[1], crowd[2], crowd[3]})
+    connect(fd, reinterpret_cast<const sockaddr*>(&full), sizeof full);
+  rabbitMqSettings_t busy;
+  busy.port = ntohs(full.sin_port);
   std::vector<std::thread> cases;
+  cases.emplace_back([&] { expectFailures(busy, "message"); });
   for (const conduct_t& conduct : conducts)
     cases.emplace_back([&conduct] {
       SCOPED_TRACE(conduct.name);
@@ -315,6 +329,8 @@ TEST(RabbitMqHostile, WhateverTheServerDoesBothCallsFailInTime)
   expectFailures(nobody, "message");
   for (std::thread& one : cases)
     one.join();
+  for (const int fd : crowd)
+    close(fd);
 }
 
 TEST(RabbitMqHostile, RandomDamage)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -15,6 +16,7 @@
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -328,6 +330,22 @@ TEST_F(RpcServer, ClosesThoseSilentForLongestWhenThereAreTooMany)
   setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_EQ(ask(clients[3], record), "closed");
   EXPECT_EQ(ask(clients[4], record), answer_record);
+}
+
+TEST_F(RpcServer, ServesOnUnlessWaitingFails)
+{
+  rlimit before;
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none = {0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_FALSE(server.serve(wake));
+  setrlimit(RLIMIT_NOFILE, &before);
+  const auto usual = std::signal(SIGALRM, [](int) {});
+  const itimerval soon{{}, {0, 1000}};
+  setitimer(ITIMER_REAL, &soon, nullptr);
+  EXPECT_TRUE(server.serve(wake)) << "beside signals";
+  EXPECT_TRUE(server.serve(wake)) << "when nothing comes for long";
+  std::signal(SIGALRM, usual);
 }
 
 TEST(RpcRefusals, OneAMinuteIsToldWithTheNumberOfTheOthers)

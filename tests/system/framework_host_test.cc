@@ -1,21 +1,14 @@
 // The framework as a whole: bllhost with the example plug-ins, a real port mapper, real RPC clients, and what the
 // system log received.
-#include "rte/BLL/core/rpc_bll_service.h"
 #include "tests/support/files.h"
 #include "tests/system/node_test.h"
 #include "tools/bllhost/port_mapper.h"
 
-#include <arpa/inet.h>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <memory>
-#include <rpc/pmap_clnt.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -29,11 +22,6 @@ protected:
   void SetUp() override
   {
     node_test::SetUp();
-    std::signal(SIGPIPE, SIG_IGN);  // connections that the service closes
-    rlimit descriptors;
-    getrlimit(RLIMIT_NOFILE, &descriptors);
-    descriptors.rlim_cur = std::min<rlim_t>(descriptors.rlim_max, 4096);  // for a crowd, here and in the host
-    setrlimit(RLIMIT_NOFILE, &descriptors);
     std::filesystem::remove(work + "/saved.xml");
     std::ofstream(work + "/board") << "BOARD_BT5\n";
     setenv("BLL_BOARD_ID", (work + "/board").c_str(), 1);
@@ -64,36 +52,6 @@ protected:
     }
     return all;
   }
-  static clnt_stat call(const char* transport, rpcproc_t procedure, const std::string& message)
-  {
-    const timeval limit = {5, 0};
-    CLIENT* const client = clnt_create("127.0.0.1", bllRpcProgram, bllRpcVersion, transport);
-    if (!client)
-      return RPC_FAILED;
-    std::string texts[] = {message, "", ""};
-    char* text = texts[0].data();
-    const auto encode = +[](XDR* xdrs, char** first) -> bool_t {
-      static std::string empty;
-      char* none = empty.data();
-      return xdr_string(xdrs, first, ~0U) && xdr_string(xdrs, &none, ~0U) && xdr_string(xdrs, &none, ~0U);
-    };
-    const auto ignore = +[](XDR*, void*) -> bool_t { return TRUE; };
-    const clnt_stat status =
-        clnt_call(client, procedure, reinterpret_cast<xdrproc_t>(encode), reinterpret_cast<char*>(&text),
-                  reinterpret_cast<xdrproc_t>(ignore), nullptr, limit);
-    clnt_destroy(client);
-    return status;
-  }
-  static int connectTcp()
-  {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(pmap_getport(&address, bllRpcProgram, bllRpcVersion, IPPROTO_TCP));
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    address.sin_family = AF_INET;
-    return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
-  }
 
   std::unique_ptr<background> host;
 };
@@ -105,10 +63,8 @@ TEST_F(FrameworkHost, StartsInOrderServesAndStopsInReverse)
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_THAT(log(), ContainsRegex("Hello, world.\ndepends is up, after hello.\n<<< Starting"));
 
-  for (const char* transport : {"udp", "tcp"}) {
-    EXPECT_EQ(run(std::string("rpcinfo -T ") + transport + " 127.0.0.1 536870935 1").first, 0) << transport;
-    EXPECT_EQ(call(transport, 7, ""), RPC_PROCUNAVAIL);
-  }
+  for (const std::string transport : {"udp", "tcp"})
+    EXPECT_EQ(run("rpcinfo -T " + transport + " 127.0.0.1 536870935 1").first, 0) << transport;
   EXPECT_TRUE(mapper_knows_us()) << "the host has nothing to complain of";
   EXPECT_EQ(send("depends"), std::make_pair(0, std::string("started 1 times\n")));
   EXPECT_THAT(send("--tcp threads show").second, HasSubstr(" | BLLManager_mng\n"));
@@ -159,56 +115,6 @@ TEST_F(FrameworkHost, TheGuidesPluginKeepsItsSetting)
   ASSERT_TRUE(isUp()) << host->output();
   EXPECT_THAT(log(), HasSubstr("Hello, Ada.\n"));
   EXPECT_EQ(host->end(), 0);
-
-  std::ofstream(work + "/other.xml") << "<Configuration><hello Whom='Bob'/></Configuration>";
-  log();
-  startHost({"--load", work + "/other.xml"});
-  ASSERT_TRUE(isUp()) << host->output();
-  EXPECT_THAT(log(), HasSubstr("Hello, Bob.\n"));
-  EXPECT_EQ(host->end(), 0);
-}
-
-TEST_F(FrameworkHost, WhatCannotBeSavedOrLoadedIsToldBeforeAnythingStarts)
-{
-  for (const char* option : {"--save /nowhere/saved.xml", "--load /nowhere/saved.xml", "--save /dev/null/saved.xml"}) {
-    const auto [status, said] = run("bllhost " + std::string(option));
-    EXPECT_EQ(status, 2) << option;
-    EXPECT_THAT(said, testing::StartsWith("bllhost: " + std::string(option) + ": ")) << option;
-  }
-  EXPECT_EQ(log(), "");
-}
-
-TEST_F(FrameworkHost, HostileClientsHoldNobodyUp)
-{
-  const auto mapper = port_mapper();
-  startHost();
-  ASSERT_TRUE(isUp()) << host->output();
-  EXPECT_EQ(call("tcp", bllRpcSendMessage, std::string(66'000, 'x')), RPC_CANTDECODEARGS);
-  EXPECT_NE(call("tcp", bllRpcSendMessage, std::string(1024 * 1024, 'x')), RPC_SUCCESS);
-  EXPECT_EQ(call("tcp", bllRpcSendMessage, std::string(65'000, 'x')), RPC_SUCCESS);
-
-  // The beginning of a record, one that promises more than comes, and one of any size.
-  std::vector<int> crowd;
-  for (const std::string& beginning : {std::string("\x80\0", 2),
-                                       std::string("\x80\0\xff\xff"
-                                                   "abc",
-                                                   7),
-                                       std::string(4, '\xff')}) {
-    crowd.push_back(connectTcp());
-    EXPECT_EQ(write(crowd.back(), beginning.data(), beginning.size()), static_cast<ssize_t>(beginning.size()));
-  }
-  EXPECT_EQ(send("depends").first, 0);
-  EXPECT_EQ(send("--tcp depends").first, 0);
-  for (int i = 0; i < 1100; ++i)
-    crowd.push_back(connectTcp());
-  EXPECT_EQ(send("-t 10 depends").first, 0) << "beside more connections than select() can watch";
-  EXPECT_EQ(send("-t 10 --tcp depends").first, 0);
-  const std::filesystem::directory_iterator open("/proc/" + std::to_string(host->pid()) + "/fd");
-  EXPECT_LT(std::distance(begin(open), end(open)), 400) << "those silent for longest are closed";
-  for (const int fd : crowd)
-    close(fd);
-  EXPECT_EQ(send("-t 10 --tcp depends").first, 0);
-  EXPECT_EQ(host->end(), 0);
 }
 
 TEST_F(FrameworkHost, AFailureRollsBackAndEndsTheHost)
@@ -241,17 +147,6 @@ TEST_F(FrameworkHost, StartsAndEndsWhileTheLogDaemonIsStopped)
   EXPECT_TRUE(servesMessages());
   EXPECT_EQ(host->end(), 0);
   EXPECT_THAT(host->output(), ContainsRegex("[0-9]+ messages lost.\n"));
-}
-
-TEST_F(FrameworkHost, ACrashIsReportedWhileTheLogDaemonIsStopped)
-{
-  const rlimit none{0, 0};
-  setrlimit(RLIMIT_CORE, &none);
-  node.hold_log(true);
-  background crash({PROGRAMS "/crash_report", "abort"});
-  crash.wait();
-  EXPECT_EQ(crash.ended_by(), SIGABRT);
-  EXPECT_THAT(crash.output(), HasSubstr("*** End of the report"));
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // proxies side by side.
 #include "rte/BLL/core/bll_manager.h"
 #include "rte/BLL/core/manager/messages.h"
+#include "rte/BLL/core/rpc/access.h"
+#include "rte/BLL/core/rpc/server.h"
 #include "rte/BLL/core/rpc_bll_service.h"
 #include "rte/BLL/core/rpc_register.h"
 #include "tests/support/files.h"
@@ -29,7 +31,7 @@ using testing::HasSubstr;
 constexpr uid_t nobody = 65534;
 constexpr rpcprog_t slowProgram = 0x20000099;
 constexpr rpcproc_t quick = 1, slow = 2;
-constexpr char success[] = "0", garbage[] = "4", tooWeak[] = "denied 1 5", silence[] = "";
+constexpr char success[] = "0", noProcedure[] = "3", garbage[] = "4", tooWeak[] = "denied 1 5", silence[] = "";
 constexpr int kinds[] = {SOCK_DGRAM, SOCK_STREAM};
 
 std::string callMessage(rpcprog_t program, rpcproc_t procedure, uint32_t id = 1)
@@ -183,6 +185,20 @@ TEST_F(RpcProxies, CutMessagesAreGarbageAndRepeatNothing)
   }
 }
 
+TEST_F(RpcProxies, TextsAreBounded)
+{
+  std::vector<char> memory(300'000);
+  for (const size_t which : {0, 1, 2})
+    for (const u_int length : {bllRpcLongestText, bllRpcLongestText + 1}) {
+      std::string texts[3];
+      texts[which].assign(length, 'x');
+      bllRpcMessage_t arguments{texts[0].data(), texts[1].data(), texts[2].data()};
+      XDR xdrs;
+      xdrmem_create(&xdrs, memory.data(), static_cast<u_int>(memory.size()), XDR_ENCODE);
+      EXPECT_EQ(xdrBllRpcMessage(&xdrs, &arguments), length == 65536) << which << " " << length;
+    }
+}
+
 TEST_F(RpcProxies, OtherUsersMayAskForNothing)
 {
   node.logged();
@@ -194,14 +210,39 @@ TEST_F(RpcProxies, OtherUsersMayAskForNothing)
       EXPECT_EQ(stranger.ask(call(7)), tooWeak);
       EXPECT_EQ(stranger.ask(call(NULLPROC)), success);
       EXPECT_EQ(messages, 0);
+      EXPECT_EQ(client_t(kind, port, 0, family).ask(call(7)), noProcedure);
       EXPECT_EQ(client_t(kind, port, 0, family).ask(call()), success);
       EXPECT_EQ(messages.exchange(0), 1);
     }
   EXPECT_TRUE(node.wait_for_log("refused"));
   int lines = 0;
   for (const std::string& line : node.logged())
-    lines += line.find("by user 65534 refused; 0 more") != std::string::npos;
+    lines +=
+        line.ends_with("] RPC call to program 536870935, procedure 1, by user 65534 refused; 0 more since the last "
+                       "such line.\n");
   EXPECT_EQ(lines, 1);
+}
+
+// In a user database of long entries, and for one who is in more groups than most.
+TEST_F(RpcProxies, WhomTheOperatorNamesMayCall)
+{
+  constexpr uid_t daemon = 1, bin = 2;
+  const client_t member(SOCK_STREAM, portOf(bllRpcProgram, SOCK_STREAM), bin);
+  const client_t named(SOCK_STREAM, portOf(bllRpcProgram, SOCK_STREAM), daemon);
+  std::ofstream groups(work + "/group");
+  groups << file_text("/etc/group");
+  for (int i = 1; i <= 100; ++i)
+    groups << "many" << i << ":x:" << 20'000 + i << ":bin," << std::string(3000, 'x') << "\n";
+  groups.close();
+  ASSERT_EQ(run("mount --bind " + work + "/group /etc/group").first, 0);
+  EXPECT_FALSE(rpcAllow("nosuchuser"));
+  EXPECT_EQ(member.ask(call()) + member.ask(call()), std::string(tooWeak) + tooWeak);
+  EXPECT_TRUE(rpcAllow("many100"));
+  EXPECT_EQ(member.ask(call()), success);
+  EXPECT_EQ(named.ask(call()), tooWeak);
+  EXPECT_TRUE(rpcAllow("daemon"));
+  EXPECT_EQ(named.ask(call()), success);
+  run("umount /etc/group");
 }
 
 // Whether the kernel has forgotten whose a closed TCP socket was, and says that it is root's.
@@ -367,12 +408,17 @@ TEST_F(RpcProxies, TheCommandsEndAsTheirHelpTells)
                                                   {"bllhost --color", 2},
                                                   {"bllhost --allow-user nosuchuser", 2},
                                                   {"bllhost --load /nonexistent", 2},
+                                                  {"bllhost --save /dev/null/settings.xml", 2},
                                                   {"bllhost --save /nonexistent/settings.xml", 2}};
   for (const auto& [command, status] : statuses) {
     const auto [ended, told] = run(command);
     EXPECT_EQ(ended, status) << command << ": " << told;
+    if (const std::string text = command; text.starts_with("bllhost --") && text.find(" /") != text.npos) {
+      EXPECT_THAT(told, testing::StartsWith("bllhost: " + text.substr(8) + ": "));
+    }
   }
   EXPECT_EQ(messages, 4);
+  EXPECT_TRUE(node.wait_for_log("] Operator's message refuse has thrown: it\n"));
   const std::string list = run("bllmsg --list").second;
   for (const bllCommand_t& command : bllCommands)
     EXPECT_THAT(list,
@@ -391,6 +437,24 @@ TEST_F(RpcProxies, TheCommandsEndAsTheirHelpTells)
   EXPECT_TRUE(own.stop(true));
   pmap_unset(bllRpcProgram, bllRpcVersion);
   EXPECT_EQ(run("ASAN_OPTIONS=detect_leaks=0 bllmsg -t 1 x").first, 3);  // the RPC library forgets what it looked up
+}
+
+TEST_F(RpcProxies, WithoutAPortMapperNothingIsKept)
+{
+  EXPECT_TRUE(own.stop(true));
+  mapper.reset();
+  const auto files = entries("/proc/self/fd");
+  testing::internal::CaptureStderr();
+  startNeighbour(nullptr);
+  std::thread([] {
+    rpcServer_t server(rpcAdmit);
+    startNeighbour(nullptr);
+  }).join();
+  const std::string service = " RPC service 0x20000099/536871065, version 1.\n",
+                    line = "rpc_register.cc:[0-9]+ Cannot ";
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::MatchesRegex("(" + line + "register UDP" + service + line + "register TCP" + service + "){2}"));
+  EXPECT_EQ(entries("/proc/self/fd"), files);
 }
 
 }  // namespace

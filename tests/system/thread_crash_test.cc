@@ -2,6 +2,7 @@
 #include "pppoeia/pppoeia.h"
 #include "rte/BLL/core/debugger/reporter.h"
 #include "rte/BLL/core/self_debugger.h"
+#include "tests/support/child.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/files.h"
 
@@ -9,7 +10,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -44,15 +44,12 @@ void keep_in_file(pid_t, const std::string& line)
 TEST(ThreadCrash, InAWorkerIsReported)
 {
   report_path = testing::TempDir() + "thread_crash" + std::to_string(getpid());
-  const pid_t child = fork();
-  if (child == 0) {
+  const int status = in_child([] {
     reportSink() = keep_in_file;
     if (SelfDebugger().installCrashReports())
       work_once();
-    _exit(1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
+    return 1;
+  });
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
   const std::string report = file_text(report_path);
   unlink(report_path.c_str());

@@ -48,7 +48,8 @@ TEST(KvUtil, WhatDoesNotParseLeavesTheOutput)
   for (const char* text : {"", "1.2.3", "1.2.3.256", "1.2.3.4 ", "0x1.2.3.4"})
     EXPECT_FALSE(CKvUtil::stringToIpv4(text, v4)) << text;
   EXPECT_FALSE(CKvUtil::stringToIpv4(std::string(5000, '1'), v4));
-  EXPECT_EQ(v4[0], 1);
+  EXPECT_FALSE(CKvUtil::stringToIpv4(std::string("5.6.7.8\0", 8), v4));
+  EXPECT_EQ(CKvUtil::ipv4ToString(v4), "1.2.3.4");
   uint16_t type = 7;
   for (const char* text : {"", "0x", "0x10000", "65536", "-1", "88a8"})
     EXPECT_FALSE(CKvUtil::stringToEtherType(text, type)) << text;
