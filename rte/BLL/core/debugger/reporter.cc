@@ -81,8 +81,8 @@ std::string addressText(uint64_t address)
 
 std::string signalText(int signal)
 {
-  // strsignal would go through the translations, and their lock.
-  return std::to_string(signal) + " (" + sigdescr_np(signal) + ")";
+  const char* const description = sigdescr_np(signal);  // strsignal would go through the translations, and their lock
+  return std::to_string(signal) + " (" + (description ? description : "unknown") + ")";
 }
 
 class crashReport_t {
@@ -159,6 +159,7 @@ void resetSignals()
 void keepOnly(int socket)
 {
   dup2(socket, reporterSocket);
+  closefrom(reporterSocket + 1);  // where all descriptors were taken, there is one for what follows
   const int null = open("/dev/null", O_RDWR);
   dup2(null, STDIN_FILENO);
   dup2(null, STDOUT_FILENO);

@@ -161,6 +161,11 @@ bool StorageMng::load(const std::string& file)
     say("StorageMng::load(): could not parse file " + file);
     return false;
   }
+  if (!xmlDocGetRootElement(document_)) {
+    freeDocument();
+    say("StorageMng::load(): root = 0 ");
+    return false;
+  }
   return true;
 }
 
@@ -210,14 +215,19 @@ void StorageMng::freeDocument()
   document_ = nullptr;
 }
 
-// Null without a document, after a line about it.
+// Null, after a line that says what is missing; `noDocument` is what the operation says without a document.
 xmlNode* StorageMng::rootElement(const char* noDocument) const
 {
   if (!document_) {
     say(std::string("StorageMng::") + noDocument + "\n");
     return nullptr;
   }
-  return xmlDocGetRootElement(document_);
+  xmlNode* const root = xmlDocGetRootElement(document_);
+  if (!root) {
+    const std::string operation = noDocument;
+    say("StorageMng::" + operation.substr(0, operation.find(':')) + ": there are no root node in the document!\n");
+  }
+  return root;
 }
 
 }  // namespace Storage
