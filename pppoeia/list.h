@@ -15,9 +15,9 @@ Node* list_find(Node* head, uint16_t vid)
   return nullptr;
 }
 
-// Links `node` before the first of a greater id. False, and nothing linked, when its id is already there.
+// Links `node`, whose id is not there yet, before the first of a greater id.
 template <typename Node>
-bool list_link(Node*& head, Node* node)
+void list_link(Node*& head, Node* node)
 {
   Node* before = nullptr;
   Node* after = head;
@@ -25,14 +25,11 @@ bool list_link(Node*& head, Node* node)
     before = after;
     after = after->next;
   }
-  if (after && after->vlan_id == node->vlan_id)
-    return false;
   node->prev = before;
   node->next = after;
   if (after)
     after->prev = node;
   (before ? before->next : head) = node;
-  return true;
 }
 
 template <typename Node>

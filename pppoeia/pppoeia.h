@@ -196,7 +196,7 @@ int pppoeia_bridge_cpe_mac_set(const char* bridge, uint32_t port, uint64_t mac);
 
 // --- VLANs of the bridge -------------------------------------------------------------------------------------------
 
-// Adds a VLAN record with an empty name; one that is there stays. 0; -ENOMEM; -EIO: the list is corrupt.
+// Adds a VLAN record with an empty name; one that is there stays. 0; -ENOMEM.
 int pppoeia_vlan_add(const char* bridge, uint16_t vlan);
 // Removes a VLAN record; 0 also when there was none.
 int pppoeia_vlan_del(const char* bridge, uint16_t vlan);
@@ -207,7 +207,7 @@ int clear_vlan(const char* bridge);
 
 // --- Identifier settings of one port and VLAN ----------------------------------------------------------------------
 
-// Adds an entry without a mode (-1) and formats; one that is there stays. 0; -ENOMEM; -EIO: the list is corrupt.
+// Adds an entry without a mode (-1) and formats; one that is there stays. 0; -ENOMEM.
 int pppoeia_port_vlan_add(const char* bridge, uint32_t port, uint16_t vlan);
 // Removes an entry; 0 also when there was none.
 int pppoeia_port_vlan_del(const char* bridge, uint32_t port, uint16_t vlan);

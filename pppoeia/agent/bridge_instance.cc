@@ -44,9 +44,10 @@ pppoeia_bridge* record_allocate(uint32_t ports, size_t& size)
   return block ? new (block) pppoeia_bridge{} : nullptr;
 }
 
-// Frees the record, everything it owns in memory, and its mutex. Safe on a half-made record whose mutex exists.
+// Frees the record and everything it owns in memory. Safe on a half-made record.
 void record_free(pppoeia_bridge* bridge)
 {
+  pthread_mutex_destroy(&bridge->mutex);
   bridge_statuses::close(bridge->status);
   for (uint32_t slot = 0; slot <= bridge->ports; ++slot)
     list_free(bridge->port[slot].port_vlans);
@@ -71,10 +72,6 @@ int socket_bind(const pppoeia_bridge& bridge)
     pppoeia_log(log_critical, "<%s> Cannot find device '%s' index.", bridge.name, bridge.dev_name);
     return -ENODEV;
   }
-  if (index < 0) {
-    pppoeia_log(log_critical, "<%s> Cannot find device '%s' index.", bridge.name, bridge.dev_name);
-    return index;
-  }
   if (const int rc = kernel->set_nonblocking(bridge.sock); rc < 0) {
     pppoeia_log(log_critical, "<%s> Cannot set socket to non-blocking mode.", bridge.name);
     return rc;
@@ -93,7 +90,6 @@ int socket_open(pppoeia_bridge& bridge)
   bridge.sock = kernel->packet_socket();
   if (bridge.sock < 0) {
     pppoeia_log(log_critical, "<%s> Cannot create socket (%d).", bridge.name, errno);
-    bridge.sock = -1;
     return -EMFILE;
   }
   kernel->enlarge_buffers(bridge.sock, burst_bytes);
@@ -156,7 +152,7 @@ int worker_start(pppoeia_bridge& bridge)
   return 0;
 }
 
-// All of a record whose memory and mutex exist: device, filter, socket, buffer, worker. 0, or the failed step's value.
+// All of a record beside its memory: device, filter, socket, buffer, worker. 0, or the failed step's value.
 int instance_start(pppoeia_bridge& bridge, uint16_t stag_ethertype)
 {
   if (const int rc = pppoeia_pseudo_dev_add(bridge.name, bridge.dev_name))
@@ -173,16 +169,9 @@ int instance_start(pppoeia_bridge& bridge, uint16_t stag_ethertype)
   return worker_start(bridge);
 }
 
-int mutex_make(pppoeia_bridge& bridge)
+void record_begin(pppoeia_bridge& bridge, const char* name, int ctl_fd, uint32_t ports)
 {
-  if (pthread_mutex_init(&bridge.mutex, nullptr) == 0)
-    return 0;
-  pppoeia_log(log_critical, "<%s> Unable to initialize mutex.", bridge.name);
-  return -ENOMEM;
-}
-
-void record_name(pppoeia_bridge& bridge, const char* name, int ctl_fd, uint32_t ports)
-{
+  pthread_mutex_init(&bridge.mutex, nullptr);
   bridge.sock = -1;
   bridge.ctl_fd = ctl_fd;
   bridge.ports = ports;
@@ -193,12 +182,10 @@ void record_name(pppoeia_bridge& bridge, const char* name, int ctl_fd, uint32_t 
 }
 
 // Gives a half-made instance up.
-int give_up(const operation& self, pppoeia_bridge* bridge, bool has_mutex, int rc)
+int give_up(const operation& self, pppoeia_bridge* bridge, int rc)
 {
   const int ctl_fd = bridge->ctl_fd;
   pppoeia_pseudo_dev_del(bridge->name, bridge->dev_name);
-  if (has_mutex)
-    pthread_mutex_destroy(&bridge->mutex);
   socket_close(*bridge);
   record_free(bridge);
   kernel->close(ctl_fd);
@@ -269,11 +256,9 @@ int pppoeia_bridge_add(const char* bridge, uint32_t ports)
     kernel->close(ctl_fd);
     return self.result(-ENOMEM);
   }
-  record_name(*record, bridge, ctl_fd, ports);
-  if (const int rc = mutex_make(*record))
-    return give_up(self, record, false, rc);
+  record_begin(*record, bridge, ctl_fd, ports);
   if (const int rc = instance_start(*record, stag_ethertype))
-    return give_up(self, record, true, rc);
+    return give_up(self, record, rc);
   pppoeia_log(log_info, "<%s> Bridge added (S-Tag EtherType=0x%04x, ports=%d, MTU=%d, buffer=%d).", record->name,
               record->stag_ethertype, static_cast<int>(record->port_count), record->mtu,
               static_cast<int>(record->buffer_size));
@@ -300,7 +285,6 @@ int pppoeia_bridge_del(const char* bridge)
   socket_close(*record);
   kernel->close(record->ctl_fd);
   pppoeia_pseudo_dev_del(name, record->dev_name);
-  pthread_mutex_destroy(&record->mutex);
   record_free(record);
   pppoeia_log(log_debug, "<%s> Bridge deleted.", name);
   return self.result(0);

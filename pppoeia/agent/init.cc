@@ -37,14 +37,12 @@ int pppoeia_init(void)
   if (pppoeia_globals.load())
     pppoeia_log(log_warning, "Already initialized.");
 
-  errno = 0;
   if (const kernel_descriptor file(kernel->open_control(kvmng_path)); file) {
     check_version(file.get(), "kvmng", kvmng_version_get, kvmng_version_expected);
   } else {
     const int reason = errno;
     pppoeia_log(log_critical, "Unable to contact kernel module 'kvmng'.");
-    if (reason != 0)
-      return reason;
+    return reason;
   }
 
   const kernel_descriptor file(kernel->open_control(kvbridge_path));

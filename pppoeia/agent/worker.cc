@@ -55,10 +55,7 @@ void priority_raise(const pppoeia_bridge& bridge)
   constexpr int step = 1;
   int policy = 0;
   sched_param parameters{};
-  if (pthread_getschedparam(pthread_self(), &policy, &parameters) != 0) {
-    pppoeia_log(log_warning, "<%s> Unable to get priority.", bridge.name);
-    return;
-  }
+  pthread_getschedparam(pthread_self(), &policy, &parameters);
   parameters.sched_priority += step;
   if (pthread_setschedparam(pthread_self(), policy, &parameters) != 0) {
     pppoeia_log(log_warning, "<%s> Unable to set priority.", bridge.name);
@@ -262,8 +259,8 @@ wait_result wait_for_records(const pppoeia_bridge& bridge)
 // Not waiting for anything, so that nobody has to wake it: some 70 us with the slack that timers have.
 void nap()
 {
-  const timespec pause{0, 20'000};
-  nanosleep(&pause, nullptr);
+  const timespec moment{0, 20'000};
+  nanosleep(&moment, nullptr);
 }
 
 void frame_loop(pppoeia_bridge& bridge)

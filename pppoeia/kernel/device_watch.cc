@@ -29,8 +29,7 @@ bool device_make(int sock, char* device)
 
 device_watch::device_watch(pppoeia_bridge& bridge) : bridge_(bridge)
 {
-  if (kernel->link_index(bridge.sock, bridge.dev_name, &index_) < 0)
-    index_ = -1;
+  kernel->link_index(bridge.sock, bridge.dev_name, &index_);
 }
 
 void device_watch::failed(int error)

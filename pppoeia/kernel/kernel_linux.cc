@@ -148,7 +148,6 @@ struct message_batch {
   mmsghdr messages[kernel_batch_max];
 };
 
-// The plain call is cheaper than a batch of one.
 int receive_one(int fd, kernel_record& record)
 {
   const ssize_t size = recv(fd, record.data, record.length, MSG_DONTWAIT);
@@ -162,7 +161,7 @@ int receive(const packet_source& source, kernel_record* records, unsigned count)
 {
   if (source.ring)
     return source.ring->take(records, count);
-  if (count == 1)
+  if (count == 1)  // the plain call is cheaper than a batch of one
     return receive_one(source.fd, records[0]);
   message_batch batch(records, count);
   const int received = recvmmsg(source.fd, batch.messages, batch.count, MSG_DONTWAIT, nullptr);

@@ -149,16 +149,14 @@ side side_of(const pppoeia_port& port, side former)
   return port_is_uplink(port) ? side{port_side_any, port_trusted} : former;
 }
 
+// -ENODEV for one that was removed: its id stays in the slot.
 int port_defaults(const char* bridge, uint32_t port, side side)
 {
   if (const int rc = pppoeia_port_state_set(bridge, port, side.state))
     return rc;
-  if (const int rc = pppoeia_port_trust_set(bridge, port, side.trust))
-    return rc;
-  if (const int rc = pppoeia_port_remote_id_set(bridge, port, port_factory.remote_id))
-    return rc;
-  if (const int rc = pppoeia_port_vsa_circuit_id_mode_set(bridge, port, cid_ethernet))
-    return rc;
+  pppoeia_port_trust_set(bridge, port, side.trust);
+  pppoeia_port_remote_id_set(bridge, port, port_factory.remote_id);
+  pppoeia_port_vsa_circuit_id_mode_set(bridge, port, cid_ethernet);
   return clear_port_vlan(bridge, port);
 }
 
@@ -176,29 +174,21 @@ int ports_defaults(const char* bridge, const pppoeia_bridge& record)
   return 0;
 }
 
-int bridge_defaults(const char* bridge)
+// Of a bridge that is there: none of these is refused.
+void bridge_defaults(const char* bridge)
 {
-  if (const int rc = pppoeia_bridge_state_set(bridge, 0))
-    return rc;
-  if (const int rc = pppoeia_bridge_chassis_id_set(bridge, bridge_factory.chassis_id))
-    return rc;
-  if (const int rc = pppoeia_bridge_vsa_mode_set(bridge, bridge_factory.vsa_mode))
-    return rc;
-  if (const int rc = pppoeia_bridge_vsa_insert_circuit_id_set(bridge, bridge_factory.vsa_insert_circuit_id))
-    return rc;
-  if (const int rc = pppoeia_bridge_vsa_insert_remote_id_set(bridge, bridge_factory.vsa_insert_remote_id))
-    return rc;
-  if (const int rc = pppoeia_bridge_vlan_set_all(bridge, 0))
-    return rc;
+  pppoeia_bridge_state_set(bridge, 0);
+  pppoeia_bridge_chassis_id_set(bridge, bridge_factory.chassis_id);
+  pppoeia_bridge_vsa_mode_set(bridge, bridge_factory.vsa_mode);
+  pppoeia_bridge_vsa_insert_circuit_id_set(bridge, bridge_factory.vsa_insert_circuit_id);
+  pppoeia_bridge_vsa_insert_remote_id_set(bridge, bridge_factory.vsa_insert_remote_id);
+  pppoeia_bridge_vlan_set_all(bridge, 0);
   // A reset of one bridge resets logging for the whole process.
   pppoeia_log_level = static_cast<int32_t>(log_error);
-  if (const int rc = pppoeia_bridge_vsa_circuit_id_cvlan_set(bridge, bridge_factory.vsa_circuit_id_cvlan))
-    return rc;
-  if (const int rc = pppoeia_circuit_id_format_set(bridge, bridge_factory.pppoeia_cid_format))
-    return rc;
-  if (const int rc = pppoeia_remote_id_format_set(bridge, "$PORT_REM_ID"))
-    return rc;
-  return clear_vlan(bridge);
+  pppoeia_bridge_vsa_circuit_id_cvlan_set(bridge, bridge_factory.vsa_circuit_id_cvlan);
+  pppoeia_circuit_id_format_set(bridge, bridge_factory.pppoeia_cid_format);
+  pppoeia_remote_id_format_set(bridge, "$PORT_REM_ID");
+  clear_vlan(bridge);
 }
 
 }  // namespace
@@ -210,8 +200,6 @@ int pppoeia_apply_default_settings(const char* bridge)
   const pppoeia_bridge* record = bridge_find(bridge);
   if (!record)
     return self.no_entry();
-  int rc = bridge_defaults(bridge);
-  if (rc == 0)
-    rc = ports_defaults(bridge, *record);
-  return self.result(rc);
+  bridge_defaults(bridge);
+  return self.result(ports_defaults(bridge, *record));
 }

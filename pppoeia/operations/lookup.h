@@ -22,7 +22,7 @@ int br_circuit_id_mode_port_vlan_get(const char* bridge, uint32_t port, uint16_t
 int br_circuit_id_format_port_vlan_get(const char* bridge, uint32_t port, uint16_t vlan, char* format);
 int br_remote_id_format_port_vlan_get(const char* bridge, uint32_t port, uint16_t vlan, char* format);
 
-// Links a new entry (mode -1, no formats) in ascending order; 0 also when the VLAN is already linked. -ENOMEM, -EIO.
+// Links a new entry (mode -1, no formats) in ascending order; 0 also when the VLAN is already linked. -ENOMEM.
 int br_port_vlan_add(const char* bridge, uint32_t port, uint16_t vlan);
 
 // Unlinks and frees the entry; 0 also when there was none.

@@ -117,10 +117,7 @@ int br_port_vlan_add(const char* bridge, uint32_t port, uint16_t vlan)
     if (!entry)
       return self.no_memory();
     entry->vlan_id = vlan;
-    if (!list_link(record.port_vlans, entry)) {
-      delete entry;
-      return self.refused("pppoeia_link_vlan_to_port error", -EIO);
-    }
+    list_link(record.port_vlans, entry);
     return 0;
   });
 }

@@ -12,31 +12,16 @@ namespace {
 
 using format_field = char (pppoeia_port_vlan::*)[bridge_format_max + 1];
 
-outcome failed(const char* what)
-{
-  pppoeia_log(log_debug, "%s", what);
-  return {-ENOENT, true};
-}
-
-// Removes the entry; on success `done` is 0.
-outcome remove_entry(const char* bridge, uint32_t port, uint16_t vlan)
-{
-  return br_port_vlan_del(bridge, port, vlan) == 0 ? outcome{0} : failed("br_port_vlan_del failed");
-}
-
-// The entry, made when there is none; null with `why` set when it cannot be had.
+// The entry, made when there is none; null with `why` set when there is no memory for it.
 pppoeia_port_vlan* find_or_add_entry(const char* bridge, pppoeia_port& port, uint16_t vlan, outcome& why)
 {
   if (pppoeia_port_vlan* entry = port_vlan_find(port, vlan))
     return entry;
   if (br_port_vlan_add(bridge, port.port_id, vlan) != 0) {
-    why = failed("br_port_vlan_add failed");
-    return nullptr;
+    pppoeia_log(log_debug, "br_port_vlan_add failed");
+    why = {-ENOENT, true};
   }
-  pppoeia_port_vlan* entry = port_vlan_find(port, vlan);
-  if (!entry)
-    why = failed("No port_vlan pointer");
-  return entry;
+  return port_vlan_find(port, vlan);
 }
 
 void log_mode(const pppoeia_bridge& bridge, uint32_t port, uint16_t vlan, int32_t mode)
@@ -59,8 +44,8 @@ outcome mode_unset(const char* bridge, pppoeia_bridge& owner, pppoeia_port& port
     return {0};
   if (entry->cid_format[0] || entry->rid_format[0])
     entry->cid_mode = 0;
-  else if (const outcome removed = remove_entry(bridge, port.port_id, vlan); removed.rc != 0)
-    return removed;
+  else
+    br_port_vlan_del(bridge, port.port_id, vlan);
   log_mode(owner, port.port_id, vlan, 0);
   return {0};
 }
@@ -83,8 +68,9 @@ outcome format_unset(const char* bridge, pppoeia_port& port, uint16_t vlan, form
   if (!entry)
     return {0};
   if (entry->cid_mode == -1 && (entry->*other)[0] == '\0')
-    return remove_entry(bridge, port.port_id, vlan);
-  (entry->*field)[0] = '\0';
+    br_port_vlan_del(bridge, port.port_id, vlan);
+  else
+    (entry->*field)[0] = '\0';
   return {0};
 }
 

@@ -17,10 +17,8 @@ outcome vlan_link(const operation& self, pppoeia_bridge& bridge, uint16_t vlan)
   if (!record)
     return {self.no_memory(), true};
   record->vlan_id = vlan;
-  if (list_link(bridge.vlans, record))
-    return {0};
-  delete record;
-  return {self.refused("pppoeia_link error", -EIO), true};
+  list_link(bridge.vlans, record);
+  return {0};
 }
 
 }  // namespace
