@@ -76,8 +76,8 @@ void put16(model::bytes& to, unsigned value)
 void add_tag(rng& random, model::bytes& to)
 {
   const model::bytes value = random_bytes(random, below(random, 6) ? 12 : 300);
-  put16(to, one_of(random, {0u, 0x0101u, 0x0102u, 0x0103u, 0x0104u, 0x0105u, 0x0105u, 0x0110u, 0x0201u, 0x0203u,
-                            below(random, 65536)}));
+  put16(to, one_of(random, {0u, 0x0101u, 0x0102u, 0x0103u, 0x0104u, 0x0105u, 0x0105u, 0x0110u, 0x0201u, 0x0202u,
+                            0x0203u, below(random, 65536)}));
   const unsigned size = static_cast<unsigned>(value.size());
   put16(to, below(random, 5) ? size
                              : one_of(random, {0u, size + 1, size - 1, size + 4, below(random, 65536), 65535u,

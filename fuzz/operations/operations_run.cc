@@ -177,20 +177,20 @@ string argument_make(chooser& choose, const api::argument& wanted)
   return text;
 }
 
-// Now and then something that the kernel is asked, while a bridge is made, fails.
+// Something that the kernel is asked, while the agent begins or a bridge is made, fails.
 void failure_add(chooser& choose, step& one)
 {
-  if (choose.below(3))
-    return;
   const string name = one.arguments.empty() ? "" : one.arguments[0].c_str();
   const string device = (name + "_pppoe").substr(0, 15), control = "/proc/net/kvbridge/" + name + "/bridge";
-  const string what = choose.one_of<string>(
-      {"open /proc/net/mng/config", "open /proc/net/kvbridge/config", "control /proc/net/mng/config 0x80046d02",
-       "control /proc/net/kvbridge/config 0x80047a05", "open " + control, "control " + control + " 0x80047a06",
+  const string of_modules = choose.one_of<string>({"open /proc/net/mng/config", "open /proc/net/kvbridge/config",
+                                                   "control /proc/net/mng/config 0x80046d02",
+                                                   "control /proc/net/kvbridge/config 0x80047a05"});
+  const string of_bridge = choose.one_of<string>(
+      {"open /proc/net/mng/config", "open " + control, "control " + control + " 0x80047a06",
        "control /proc/net/mng/config 0x40046d00 " + device, "datagram socket", "flags of " + device,
        "flags of " + device + ": 1", "control " + control + " 0x40047ac8 pppoe " + device, "packet socket",
        "index of " + device, "nonblocking packet socket", "bind packet socket", "mtu of " + device});
-  one.failing[what] = choose.one_of({5, 17});
+  one.failing[one.id == 0 ? of_modules : of_bridge] = choose.one_of({5, 17});
 }
 
 // Half of a sequence's calls are of its few favourites, so that what takes several to come about does.
@@ -207,7 +207,7 @@ step call_make(chooser& choose, const std::vector<unsigned>& favourites)
     return one;
   for (const api::argument& wanted : api::operations[one.id].arguments())
     one.arguments.push_back(argument_make(choose, wanted));
-  if (one.id <= 1 || one.id == 6)
+  if ((one.id <= 1 || one.id == 6) && choose.one_in(3))
     failure_add(choose, one);
   if (choose.one_in(100))
     one.arguments.resize(choose.below(7));
@@ -280,8 +280,14 @@ void move(chooser& choose, std::vector<step>& steps)
 // A bridge with lines, VLANs and entries, mostly open for frames.
 void begin(chooser& choose, std::vector<step>& steps)
 {
-  steps.push_back(plain(0, {}));
   if (choose.below(2)) {
+    steps.push_back(plain(0, {}));
+    failure_add(choose, steps.back());
+  }
+  steps.push_back(plain(0, {}));
+  const string odd = choose.one_of({"tencharact", "elevenchars", "a/b", "none", ""});
+  steps.push_back(plain(6, {odd, raw(choose.one_of({0u, 1u, 3u, 65537u}), 4)}));
+  for (unsigned tries = choose.below(4); tries > 0; --tries) {
     steps.push_back(plain(6, {"br0", raw(choose.below(9), 4)}));
     failure_add(choose, steps.back());
   }

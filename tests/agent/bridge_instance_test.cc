@@ -1,10 +1,11 @@
-// Bridge instances on a kernel in memory: creation step by step, each step's failure, deletion, the worker.
+// Bridge instances on a kernel in memory: the worker, deletion, a device that goes away. Creation is the model's.
 #include "pppoeia/kernel/device_watch.h"
 #include "pppoeia/kernel/devices.h"
 #include "pppoeia/kernel/receive_ring.h"
 #include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
 #include "pppoeia/records.h"
+#include "pppoeia/status/bridge_status.h"
 #include "pppoeia/text.h"
 #include "tests/support/fake_kernel.h"
 #include "tests/support/files.h"
@@ -98,80 +99,6 @@ protected:
   std::vector<std::string> heard;  // while logged() waited
 };
 
-TEST_F(BridgeInstance, TakesItsSizesFromTheKernel)
-{
-  kernel.mtu = 0;  // not known
-  ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
-  const pppoeia_bridge* bridge = bridge_find("br0");
-  ASSERT_TRUE(bridge);
-  EXPECT_STREQ(bridge->dev_name, "br0_pppoe");
-  EXPECT_EQ(bridge->max_pdu, 1500u);
-  EXPECT_EQ(bridge->buffer_size, 1606u);
-  EXPECT_FALSE(bridge->vlan_enabled.test(0));
-  EXPECT_TRUE(bridge->port[3].vlan_info.test(4095));
-  EXPECT_THAT(messages(),
-              testing::AllOf(Contains("<br0> Unable to get socket MTU, defaulting to 1500."),
-                             Contains("<br0> Bridge added (S-Tag EtherType=0x88a8, ports=4, MTU=1500, buffer=1606).")));
-}
-
-TEST_F(BridgeInstance, FrameAdjustIsToldThreeTimesAtFirst)
-{
-  pppoeia_frame_adjust = 0;
-  pppoeia_bridge_add("nowhere", 4);
-  EXPECT_THAT(messages(), ElementsAre("Frame adjust is 0 bytes.", "Frame adjust is 106 bytes.",
-                                      "Frame adjust is 106 bytes.", "<nowhere> Cannot open bridge."));
-  pppoeia_bridge_add("nowhere", 4);
-  EXPECT_THAT(messages(),
-              ElementsAre("Frame adjust is 106 bytes.", "Frame adjust is 106 bytes.", "<nowhere> Cannot open bridge."));
-}
-
-TEST_F(BridgeInstance, Names)
-{
-  kernel.bridges.insert("tencharact");
-  EXPECT_EQ(pppoeia_bridge_add("tencharact", 4), 0);
-  EXPECT_STREQ(bridge_find("tencharact")->dev_name, "tencharact_pppo");
-  EXPECT_EQ(pppoeia_bridge_add("elevenchars", 4), -EINVAL);
-  EXPECT_EQ(pppoeia_bridge_add("tencharact", 4), -ENODEV);
-  EXPECT_EQ(pppoeia_bridge_add("a/b", 4), -EMFILE);
-  messages();
-  EXPECT_EQ(pppoeia_bridge_add("br1", 65537), -ENOMEM);
-  EXPECT_THAT(messages(), Contains(testing::StartsWith("<br1> Cannot allocate memory (")));
-  EXPECT_EQ(pppoeia_bridge_add("br1", 0), 0);
-}
-
-TEST_F(BridgeInstance, EveryFailingStepCleansUp)
-{
-  struct row {
-    const char* step;
-    int result;
-    const char* message;
-  };
-  // The management file was opened once before, by the initialisation.
-  const row rows[] = {
-      {"control:0x80047a06", -1, "<br0> Unable to get bridge information."},
-      {"open:/proc/net/mng/config@2", -1, "<br0> Cannot create 'br0_pppoe'."},
-      {"control:0x40046d00", -1, "<br0> Unable to create pseudo device 'br0_pppoe'."},
-      {"datagram_socket", -1, "<br0> Unable to create socket."},
-      {"link_flags_get", -1, "<br0> Unable to get flags."},
-      {"link_flags_set", -1, "<br0> Unable to set flags."},
-      {"control:0x40047ac8", -1, "<br0> Cannot attach filter to 'br0_pppoe' (rv=-1, errno=5)."},
-      {"packet_socket", -EMFILE, "<br0> Cannot create socket (5)."},
-      {"link_index", -ENODEV, "<br0> Cannot find device 'br0_pppoe' index."},
-      {"set_nonblocking", -1, "<br0> Cannot set socket to non-blocking mode."},
-      {"bind_packet", -1, "<br0> Cannot bind socket."},
-  };
-  for (const row& row : rows)
-    on_fresh_kernel([&](fake_kernel& fresh) {
-      fresh.failing[row.step] = EIO;
-      messages();
-      EXPECT_EQ(pppoeia_bridge_add("br0", 4), row.result) << row.step;
-      EXPECT_THAT(messages(), Contains(row.message)) << row.step;
-      EXPECT_FALSE(bridge_find("br0"));
-      EXPECT_EQ(fresh.open_descriptors(), 0u) << row.step;
-      EXPECT_THAT(fresh.devices, IsEmpty()) << row.step;
-    });
-}
-
 // As in a process whose standard input was closed.
 TEST_F(BridgeInstance, DescriptorZeroIsOneAsAnyOther)
 {
@@ -196,9 +123,12 @@ TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
   // The first thread of a process may bring a helper of the thread library along.
   ASSERT_EQ(pppoeia_bridge_add("br0", 4), 0);
   ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
+  kernel.queue = {1, 5};
   const auto threads = entries("/proc/self/task");
   for (int round = 0; round < 20; ++round) {
+    const auto begun = std::chrono::steady_clock::now();
     add_with_port();
+    const bridge_status& status = *bridge_find("br0")->status;
     const int wire = kernel.wire("br0_pppoe");
     const byte_string record = test_frame{}.build();
     for (int i = 0; i < 3; ++i)
@@ -206,6 +136,11 @@ TEST_F(BridgeInstance, WorkerTagsAndDeletionIsPromptAndLeavesNothing)
     for (int i = 0; i < 3; ++i)
       EXPECT_GT(wire_receive(wire).size(), record.size());
     EXPECT_EQ(padis(), 3u);
+    EXPECT_EQ(status.records.get(), 3u);
+    EXPECT_EQ(status.queue_depth.get(), 5u);
+    EXPECT_GT(status.alive_ns.get(), 0u);
+    const auto seconds = (std::chrono::steady_clock::now() - begun) / std::chrono::seconds(1);
+    EXPECT_LE(status.lost.get(), static_cast<uint64_t>(1 + seconds)) << "one is told each time";
     ASSERT_EQ(pppoeia_bridge_del("br0"), 0);
   }
   EXPECT_EQ(entries("/proc/self/task"), threads);
@@ -239,8 +174,10 @@ TEST_F(BridgeInstance, RecordsThatTheDeviceRefusesAreToldOnce)
     wire_send(wire, test_frame{.session_id = number}.build());
   EXPECT_EQ(wire_receive(wire), test_frame{.session_id = 3}.build());
   EXPECT_EQ(wire_receive(wire), test_frame{.session_id = 5}.build());
+  EXPECT_EQ(padis(), 0u);  // and the worker is through with them
   // When they come as a batch, the last one's reason is told.
   EXPECT_THAT(messages(), ElementsAre(testing::StartsWith("<br0> Pseudo device 'br0_pppoe' refuses records: ")));
+  EXPECT_EQ(bridge_find("br0")->status->send_failures.get(), 3u);
 }
 
 TEST(RefusalLog, TellsHowManyWereRefusedWhenRecordsGoAgain)
@@ -260,18 +197,6 @@ TEST(RefusalLog, TellsHowManyWereRefusedWhenRecordsGoAgain)
     patient.sent({});
   }
   EXPECT_EQ(syslog_take().size(), 1u);
-}
-
-TEST_F(BridgeInstance, FiniDeletesAllAndASecondOneIsRefused)
-{
-  for (const char* name : {"br0", "br1", "br2"})
-    ASSERT_EQ(pppoeia_bridge_add(name, 4), 0);
-  EXPECT_STREQ(pppoeia_globals.load()->bridges->name, "br2");  // newest first
-  EXPECT_EQ(pppoeia_fini(), 0);
-  EXPECT_EQ(pppoeia_fini(), -ENOENT);
-  EXPECT_EQ(pppoeia_bridge_add("br0", 4), -ENXIO);
-  EXPECT_EQ(pppoeia_bridge_del("br0"), -ENXIO);
-  EXPECT_EQ(pppoeia_bridge_state_set("br0", 1), -ENOENT);
 }
 
 // As when the process that plays the kernel modules is killed, and another one is started after a while.
@@ -368,27 +293,6 @@ TEST_F(BridgeInstance, ADeviceIsLookedAfterNowAndThen)
   ::kernel->close(bridge->sock);
   ::kernel->close(bridge->ctl_fd);
   kernel.vanish("br0_pppoe");
-}
-
-TEST(AgentInit, ChecksTheModules)
-{
-  fake_kernel kernel;
-  syslog_take();
-  kernel.kvmng_version = 2;
-  EXPECT_EQ(pppoeia_init(), 0);
-  EXPECT_THAT(syslog_take_texts(), ElementsAre("Kernel module 'kvmng' version mismatch (2 instead of 3)."));
-  EXPECT_EQ(pppoeia_fini(), 0);
-
-  kernel.failing["open:/proc/net/mng/config"] = ENOENT;
-  EXPECT_EQ(pppoeia_init(), ENOENT);
-  EXPECT_EQ(pppoeia_globals.load(), nullptr);
-  kernel.failing = {{"open:/proc/net/kvbridge/config", EACCES}};
-  EXPECT_EQ(pppoeia_init(), -1);
-  kernel.failing = {{"control:0x80046d02", ENOTTY}, {"control:0x80047a05", ENOTTY}};
-  syslog_take();
-  EXPECT_EQ(pppoeia_init(), 0);
-  EXPECT_THAT(syslog_take_texts(), ElementsAre("Kernel module 'kvmng' too old.", "Kernel module 'kvbridge' too old."));
-  EXPECT_EQ(pppoeia_fini(), 0);
 }
 
 TEST(ReceiveRing, IsOfWholeBlocksOrOfTheUsualSize)

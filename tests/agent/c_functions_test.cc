@@ -1,4 +1,6 @@
-// What no request reaches, and so no model tries: operations without a function id, and null for a result's place.
+// What no request reaches, and so no model tries: operations without a function id, null for a result's place, and no
+// memory.
+#include "pppoeia/identifiers/identifiers.h"
 #include "pppoeia/log.h"
 #include "pppoeia/operations/lookup.h"
 #include "pppoeia/pppoeia.h"
@@ -9,6 +11,21 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <new>
+
+namespace {
+bool memory_gone = false;
+}
+
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+  return memory_gone ? nullptr : operator new(size);
+}
+
+void* operator new[](size_t size, const std::nothrow_t&) noexcept
+{
+  return memory_gone ? nullptr : operator new[](size);
+}
 
 namespace {
 
@@ -79,6 +96,7 @@ TEST_F(CFunctions, ResultsWithoutAPlaceAreRefused)
   uint32_t number = 0;
   EXPECT_EQ(pppoeia_bridge_max_pdu_get("brX", nullptr), -EINVAL);
   EXPECT_EQ(pppoeia_log_level_get(nullptr), -EINVAL);
+  EXPECT_EQ(pppoeia_debug_admin_state_get(nullptr), -EINVAL);
   EXPECT_EQ(pppoeia_port_pvc_get("br0", 3, nullptr, &number), 1);
   EXPECT_EQ(pppoeia_port_pvc_get("br0", 3, &number, nullptr), 1);
   EXPECT_EQ(pppoeia_port_parent_get("br0", 3, nullptr), 1);
@@ -86,6 +104,36 @@ TEST_F(CFunctions, ResultsWithoutAPlaceAreRefused)
   EXPECT_EQ(pppoeia_port_vlan_get_first("br0", 3, nullptr), -ENXIO);
   EXPECT_EQ(pppoeia_port_vlan_get_next("br0", 3, 1, nullptr), -ENXIO);
   EXPECT_EQ(pppoeia_port_vlan_info_get("br0", 3, 1, static_cast<pppoeia_port_vlan_entry*>(nullptr)), -ENXIO);
+  std::vector<unsigned char> bytes;
+  char id[identifier_text_size] = "kept";
+  for (const auto build : {pppoeia_build_circuit_id, pppoeia_build_remote_id}) {
+    build(nullptr, &bridge, &bridge.port[2], 1, bytes, 0);
+    build(id, nullptr, &bridge.port[2], 1, bytes, 0);
+    build(id, &bridge, nullptr, 1, bytes, 0);
+  }
+  EXPECT_STREQ(id, "kept");
+}
+
+TEST_F(CFunctions, WithoutMemoryNothingIsAdded)
+{
+  pppoeia_log_level = log_debug;
+  syslog_take();
+  memory_gone = true;
+  EXPECT_EQ(pppoeia_vlan_add("br0", 1), -ENOMEM);
+  EXPECT_EQ(pppoeia_port_vlan_add("br0", 3, 1), -ENOMEM);
+  EXPECT_EQ(pppoeia_circuit_id_mode_port_vlan_set("br0", 3, 1, 2), -ENOENT);
+  EXPECT_EQ(pppoeia_remote_id_format_port_vlan_set("br0", 3, 1, "r"), -ENOENT);
+  pppoeia_log_level = log_critical;
+  pppoeia_log(log_critical, "%1000s", "");
+  pppoeia_fini();
+  EXPECT_EQ(pppoeia_init(), -ENOMEM);
+  memory_gone = false;
+  EXPECT_THAT(syslog_take_texts(),
+              ElementsAre("pppoeia_vlan_add(br0, 1)", "pppoeia_vlan_add()=-ENOMEM", "pppoeia_port_vlan_add(br0, 3, 1)",
+                          "br_port_vlan_add()=-ENOMEM", "pppoeia_port_vlan_add()=-12",
+                          "pppoeia_circuit_id_mode_port_vlan_set(br0, 3, 1, 2)", "br_port_vlan_add()=-ENOMEM",
+                          "br_port_vlan_add failed", "pppoeia_remote_id_format_port_vlan_set(br0, 3, 1, r)",
+                          "br_port_vlan_add()=-ENOMEM", "br_port_vlan_add failed", "Cannot allocate memory."));
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
-// A query of an identifier, and what it shows of itself. Which identifier a port and VLAN get is the models'.
+// What a query of an identifier shows of itself. Which identifier a port and VLAN get is the models'.
 #include "pppoeia/customid/trace.h"
-#include "pppoeia/log.h"
 #include "pppoeia/pppoeia.h"
-#include "pppoeia/records.h"
 #include "tests/support/api_fixture.h"
-#include "tests/support/records_fixture.h"
-#include "tests/support/syslog_capture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,42 +11,11 @@
 
 namespace {
 
-class Identifiers : public testing::Test {
-protected:
-  Identifiers() { agent.port_add(1); }
-
-  api_fixture agent;
-};
-
-// What the worker keeps of a frame is its own: a query of any line would show the client of another.
-TEST_F(Identifiers, QueryOutsideAFrameHasNoClient)
-{
-  pppoeia_circuit_id_format_set("br0", "c$CLNT_MAC.");
-  pppoeia_port_vsa_circuit_id_mode_set("br0", 1, 2);
-  bridge_find("br0")->vlan_enabled.set(0);
-  pppoeia_port_state_set("br0", 1, 1);
-  wire_send(agent.kernel.wire("br0_pppoe"), test_frame{}.build());
-  const byte_string sent = wire_receive(agent.kernel.wire("br0_pppoe"));
-  const std::string inserted(sent.begin(), sent.end());
-  EXPECT_THAT(inserted, testing::HasSubstr("c02:11:22:AA:BB:CC."));
-  pppoeia_log_level = log_debug;
-  syslog_take();
-  char text[256];
-  EXPECT_EQ(pppoeia_port_circuit_id_get("br0", 1, text), 0);
-  EXPECT_STREQ(text, "c.");
-  EXPECT_THAT(syslog_take_texts(), testing::Contains("<br0> >> Invalid frame )\n"));
-}
-
-TEST_F(Identifiers, NoBitOfAVlanAbove4095IsSet)
-{
-  char text[256];
-  EXPECT_EQ(gen_circuit_id_by_intf_vlan("br0", 1, 4096, text), 0);
-  EXPECT_STREQ(text, "VELTRONA: eth 0/port1");
-}
-
 // What standard output holds back until the process ends helps nobody who tries a format.
-TEST_F(Identifiers, TestDebugShowsAtOnceWhereModeAndFormatComeFrom)
+TEST(Identifiers, TestDebugShowsAtOnceWhereModeAndFormatComeFrom)
 {
+  const api_fixture agent;
+  api_fixture::port_add(1);
   pppoeia_circuit_id_mode_port_vlan_set("br0", 1, 100, 2);
   pppoeia_circuit_id_format_set("br0", "line");
   pppoeia_remote_id_format_set("br0", "name");

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr uint8_t padi = 0x09, padr = 0x19;
-constexpr uint16_t vendor = 0x0105;
 
 const std::string own = vendor_value("VELTRONA: eth 3/port1:0", "");
 
@@ -39,41 +38,6 @@ private:
   }
   const byte_string header_ = header();
 };
-
-// One tag of that type that claims `length` bytes, has them, and hides a vendor tag behind them; the PPPoE header says
-// that the payload ends anywhere.
-spoofing::frame cut_short(uint8_t code, uint16_t type, uint8_t length, uint8_t payload)
-{
-  byte_string bytes = test_frame{.code = code,
-                                 .tags = {{type, std::string(length, 'v')}, {vendor, vendor_value("FORGED", "FORGED")}},
-                                 .payload_length = payload}
-                          .build();
-  bytes.erase(bytes.begin(), bytes.begin() + kernel_header::size);
-  return bytes;
-}
-
-TEST_F(Spoofing, APayloadThatEndsAnywhereInItsFirstTagHidesNothing)
-{
-  unsigned left = 0;
-  for (const uint16_t type : {uint16_t{0x0101}, vendor, uint16_t{0}})
-    for (unsigned payload = 0; payload <= 64; ++payload)
-      for (unsigned length = 0; length <= 255; ++length) {
-        const uint8_t code = (payload + length) % 2 ? padi : padr;
-        const auto frame = cut_short(code, type, static_cast<uint8_t>(length), static_cast<uint8_t>(payload));
-        for (const uint32_t trust : {0u, 1u})
-          for (const int32_t state : {1, 2, 3}) {
-            port.trust = trust;
-            port.state = state;
-            const spoofing::frame sent = leaving(frame);
-            left += !sent.empty();
-            ASSERT_TRUE(state != 2 || sent.empty());
-            ASSERT_EQ(sent.empty() ? "" : spoofing::complaint(sent, own), "")
-                << "tag 0x" << std::hex << type << std::dec << " of " << length << " bytes, payload of " << payload
-                << ", trust " << trust << ", state " << state;
-          }
-      }
-  EXPECT_GT(left, 100'000u);
-}
 
 // Most come from an untrusted port; one that may send a vendor tag gets it replaced.
 TEST_F(Spoofing, NoForgedFrameOfAnyKindPassesForTheLines)

@@ -134,6 +134,12 @@ protected:
     frame.trailer.assign(trailer, static_cast<unsigned char>(number));
     return frame.build();
   }
+  packet_queue queue()
+  {
+    packet_queue now{};
+    EXPECT_EQ(kernel_linux.queue_read({bridge->sock, bridge->ring}, &now), 0);
+    return now;
+  }
   long losses() const
   {
     const std::vector<std::string> lines = syslog_take_texts();
@@ -209,6 +215,7 @@ TEST_P(WorkerOnTap, TheMtuIsRaisedForARecordThatIsLonger)
     const bridge_lock lock(*bridge);
     for (unsigned i = 0; i < 8; ++i)
       put(numbered(8, i, 400 + 100 * i % 300));
+    EXPECT_EQ(queue().waiting, GetParam() ? 8u : 0u);
   }
   for (unsigned i = 0; i < 8; ++i)
     EXPECT_EQ(wire_receive_file(2000), numbered(8, i, 400 + 100 * i % 300));
@@ -226,6 +233,9 @@ TEST_P(WorkerOnTap, WhatFindsNoRoomIsLostAndTheRestComesInOrder)
     const bridge_lock lock(*bridge);
     for (unsigned i = 0; i < count; ++i)
       put(numbered(0, i, i % 10 == 0 ? 1400 : 20));
+    const packet_queue full = queue();
+    EXPECT_GT(full.lost, 100u);
+    EXPECT_EQ(full.waiting, GetParam() ? 2720u : 0u);
   }
   unsigned after = 0;
   unsigned came = 0;
@@ -265,6 +275,22 @@ TEST_P(WorkerOnTap, ADeviceThatIsDeletedMayComeBackUnderItsIndex)
   EXPECT_EQ(losses(), 0);
   tap = descriptor();  // and the worker ends while it is away
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+TEST(KernelLinux, AsksTheKernel)
+{
+  const int fd = kernel_linux.datagram_socket();
+  unsigned char mac[6] = {1, 2, 3, 4, 5, 6};
+  EXPECT_EQ(kernel_linux.link_mac(fd, "none", mac), -1);
+  EXPECT_EQ(mac[5], 6);
+  EXPECT_EQ(kernel_linux.link_mac(fd, "lo", mac), 0);
+  EXPECT_EQ(std::count(mac, mac + 6, 0), 6);
+  int index = 0;
+  ifreq request{.ifr_ifrn = {"lo"}, .ifr_ifru = {}};
+  EXPECT_EQ(kernel_linux.control(fd, SIOCGIFINDEX, &request), 0);
+  EXPECT_EQ(kernel_linux.link_index(fd, "lo", &index), 0);
+  EXPECT_EQ(request.ifr_ifindex, index);
+  close(fd);
 }
 
 // The system's limit binds who may not administer the network.

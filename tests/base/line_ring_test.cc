@@ -1,4 +1,5 @@
 #include "base/line_ring.h"
+#include "base/packed.h"
 
 #include <algorithm>
 #include <deque>
@@ -68,6 +69,17 @@ TEST(LineRing, HoldsLinesToItsLastByteWhereverTheyLie)
     ring.pop();
     EXPECT_EQ(most_that_fits(ring), static_cast<int>(longest)) << "in an empty one";
   }
+}
+
+TEST(Packed, AnAddressThatIsCutGoesOnWithZeros)
+{
+  const unsigned char bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
+  for (const auto& [at, value] : {std::pair<size_t, uint64_t>{0, 0x010203040506},
+                                  {2, 0x030405060708},
+                                  {3, 0x040506070800},
+                                  {7, 0x080000000000},
+                                  {8, 0}})
+    EXPECT_EQ(be48_at(bytes, at), value) << at;
 }
 
 }  // namespace

@@ -12,14 +12,28 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <grp.h>
 #include <list>
+#include <numeric>
 #include <optional>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace {
+constexpr gid_t operators = 54322;  // nobody's on any machine
+}
+
+// The group of those who may ask.
+extern "C" group* getgrnam(const char* name)
+{
+  static group found{.gr_name = nullptr, .gr_passwd = nullptr, .gr_gid = operators, .gr_mem = nullptr};
+  return std::strcmp(name, "pppoeia") == 0 ? &found : nullptr;
+}
 
 namespace {
 
@@ -101,15 +115,18 @@ TEST_F(IppcServer, AnswersOnASocketForItsGroupAndLeavesNothing)
     struct stat file {};
     ASSERT_EQ(stat(longest.c_str(), &file), 0);
     EXPECT_EQ(file.st_mode & 0777, 0660u);
+    EXPECT_EQ(file.st_gid, getuid() == 0 ? operators : getegid());
     ippc::client client, late;
     EXPECT_TRUE(client.open(longest));
     EXPECT_EQ(ask(client).result, 7);
     EXPECT_TRUE(late.open(longest));
   }
   EXPECT_FALSE(std::filesystem::exists(longest));
-  for (const std::string& bad : {longest + "x", std::string()}) {
+  const std::pair<std::string, int> refused[] = {
+      {longest + "x", ENAMETOOLONG}, {"", ENAMETOOLONG}, {"/nonexistent/socket", ENOENT}};
+  for (const auto& [bad, why] : refused) {
     EXPECT_EQ(ippc::server(bad, echo).start(), -1);
-    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(errno, why);
   }
   EXPECT_FALSE(ippc::client().open(longest + "x"));
   EXPECT_EQ(errno, ENAMETOOLONG);
@@ -169,6 +186,22 @@ TEST_F(IppcServer, ServesSixtyFourAndTellsOneMoreThatItIsBusy)
   EXPECT_TRUE(serves());
 }
 
+TEST_F(IppcServer, AnswersCallsThatAreUnderWayTogether)
+{
+  ippc::client client;
+  ASSERT_TRUE(client.open(path));
+  std::vector<ippc::pending_call> calls(5);
+  for (const size_t together : {1, 2, 5, 9}) {
+    for (ippc::pending_call& one : calls)
+      one = {.function_id = static_cast<uint16_t>(one.function_id + 1 + (&one - calls.data())),
+             .arguments = {},
+             .reply = {}};
+    EXPECT_EQ(client.call_all(calls, together, 2s), ippc::call_error::none);
+    for (const ippc::pending_call& one : calls)
+      EXPECT_EQ(one.reply.result, one.function_id);
+  }
+}
+
 TEST_F(IppcServer, OneUserCannotKeepAllOthersOut)
 {
   if (getuid() != 0)
@@ -184,11 +217,37 @@ TEST_F(IppcServer, OneUserCannotKeepAllOthersOut)
       ask(*client);  // so the last one is silent longest
     EXPECT_FALSE(serves()) << "the same user has no claim on more";
   });
-  EXPECT_TRUE(serves());
+  ippc::client own;
+  EXPECT_TRUE(own.open(path) && ask(own).result == 7);
   EXPECT_EQ(ask(hoard.back()).error, ippc::call_error::busy);
   hoard.pop_back();
   for (ippc::client& client : hoard)
     EXPECT_EQ(ask(client).result, 7);
+  std::list<ippc::client> others;
+  as_user(54322, [&] {
+    do
+      EXPECT_TRUE(others.emplace_back().open(path));
+    while (ask(others.back()).error == ippc::call_error::none);
+  });
+  EXPECT_EQ(others.size(), 32u) << "the last one would have had as many as he who has most";
+  EXPECT_EQ(ask(own).result, 7);
+}
+
+TEST_F(IppcServer, WithoutDescriptorsThoseWhoComeWait)
+{
+  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  const sockaddr_un address = address_of(path);
+  rlimit former{};
+  getrlimit(RLIMIT_NOFILE, &former);
+  const rlimit none{STDERR_FILENO + 1, former.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(send(fd, "", 1, 0), 1);
+  pollfd answer{fd, POLLIN, 0};
+  EXPECT_EQ(poll(&answer, 1, 20), 0);
+  setrlimit(RLIMIT_NOFILE, &former);
+  EXPECT_EQ(status_received(fd), -2);
+  close(fd);
 }
 
 // As a program that ends in good order, whose second server finds the first one's path taken.
@@ -248,9 +307,14 @@ TEST_F(IppcCallback, WorksInTheNameOfWhoeverConnected)
   if (getuid() != 0)
     return;
   chmod((path + ".look").c_str(), 0666);
+  std::vector<gid_t> many(100);
+  std::iota(many.begin(), many.end(), 1000u);
+  setgroups(many.size(), many.data());
   as_user(54321, [&] { request(); });
+  setgroups(groups.size(), groups.data());
   ASSERT_TRUE(served);
   EXPECT_EQ(served->user, 54321u);
+  EXPECT_EQ(served->groups, many);
 }
 
 TEST_F(IppcCallback, HoldsBackTheSignalsThatEndAndNoOther)
@@ -334,7 +398,12 @@ TEST(IppcClient, TellsApartWhyThereIsNoReply)
   ippc::client client;
   ASSERT_TRUE(client.open(path));
   EXPECT_EQ(ask(client, 20ms).error, ippc::call_error::time_out);
+  std::vector<ippc::pending_call> more(2000);  // than there is room for
+  EXPECT_EQ(client.call_all(more, more.size(), 20ms), ippc::call_error::time_out);
+  EXPECT_EQ(more.back().reply.error, ippc::call_error::time_out);
+  EXPECT_EQ(ask(client, 20ms).error, ippc::call_error::time_out);
   close(accept(fd, nullptr, nullptr));
+  EXPECT_EQ(client.call_all(more, 1, 20ms), ippc::call_error::no_server);
   // Of what a server may send first, only the reply to this call is one.
   const auto outcome = [&](const std::vector<unsigned char>& reply) {
     ippc::client caller;

@@ -27,6 +27,7 @@ public:
   std::set<std::string> bridges{"br0", "br1", "br2"};  // that exist in the kernel
   uint16_t stag_ethertype = 0x88a8;
   int mtu = 1500;
+  packet_queue queue{};  // what any packet socket tells of its queue
 
   // Steps that fail, by name ("packet_socket", "control:0x40047ac8", "open:/proc/net/mng/config"), with this errno. A
   // step named with "@n" behind it fails at its n-th call only.
