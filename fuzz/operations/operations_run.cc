@@ -285,13 +285,15 @@ void begin(chooser& choose, std::vector<step>& steps)
     failure_add(choose, steps.back());
   }
   steps.push_back(plain(0, {}));
-  const string odd = choose.one_of({"tencharact", "elevenchars", "a/b", "none", ""});
+  const string odd = choose.one_of({"tencharact", "tencharact", "tencharact", "elevenchars", "a/b"});
   steps.push_back(plain(6, {odd, raw(choose.one_of({0u, 1u, 3u, 65537u}), 4)}));
   for (unsigned tries = choose.below(4); tries > 0; --tries) {
     steps.push_back(plain(6, {"br0", raw(choose.below(9), 4)}));
     failure_add(choose, steps.back());
   }
   steps.push_back(plain(6, {"br0", raw(2 + choose.below(6), 4)}));
+  if (choose.one_in(2))
+    steps.push_back(plain(7, {odd}));
   for (unsigned id = choose.below(6); id > 0; --id)
     steps.push_back(port_add(choose, id));
   if (choose.below(3)) {
