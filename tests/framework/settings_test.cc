@@ -392,7 +392,7 @@ TEST(SettingsParser, IsCleanedUpWhenItsLastStoreEndsIfOneThreadUsedIt)
   for (const auto& [count, use] : uses) {
     wanted += std::to_string(count) + " ";
     cleanUps = 0;
-    counted += std::to_string(in_child([&] { return use(), cleanUps; }) >> 8) + " ";
+    counted += std::to_string(in_child([&, run = use] { return run(), cleanUps; }) >> 8) + " ";
   }
   GetCapturedStdout();
   EXPECT_EQ(counted, wanted);
