@@ -39,9 +39,9 @@ std::string played(const std::string& transcript)
     if (line.starts_with("## "))
       told += line + "\n";
     if (line.starts_with("> ")) {
-      std::ofstream file(line.substr(2));
+      std::ofstream written(line.substr(2));
       for (told += line + "\n"; std::getline(lines, line) && !line.empty(); told += line + "\n")
-        file << line << "\n";
+        written << line << "\n";
       told += "\n";
     }
     if (!line.starts_with("$ ") && !line.starts_with("! "))
