@@ -72,8 +72,10 @@ words existing(const context& context, std::string_view name, const words& befor
 {
   if (name == "bridge" || name == "bridge...")
     return bridges_of(context);
+  if (before.empty())
+    return {};
   const auto bridge = before.size() > 1 && name == "vlan" ? before.end() - 2 : before.end() - 1;
-  if ((name == "port" || name == "port-selector" || name == "parent") && !before.empty())
+  if (name == "port" || name == "port-selector" || name == "parent")
     return as_numbers(ports_of(context, name == "parent" ? before.front() : *bridge));
   words vlans;
   if (name == "vlan" && before.size() > 1)
