@@ -65,6 +65,7 @@ protected:
   {
     for (uint32_t port = 1; port <= table_ports; ++port)
       bridge.port(port, port == 1 ? 2 : 1, 0);
+    bridge->vlan_enabled.set(4);
     bridge->vlan_enabled.set(5);
   }
 
