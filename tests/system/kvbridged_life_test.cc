@@ -239,6 +239,9 @@ TEST_F(Kvbridged, ExitStatusesAreThoseOfTheManual)
                                                   {"exec -- /no/such/program", 1}};
   for (const auto& [arguments, status] : statuses)
     EXPECT_EQ(status_of(arguments), status) << arguments;
+  if (const auto told = run("kvbridged status"); told.first == 0) {  // where eBPF is allowed
+    EXPECT_EQ(told.second + run("kvbridged status --json").second, "{}\n") << "of no kernel bridge";
+  }
   umount2(tree.c_str(), MNT_DETACH);
   EXPECT_EQ(running->wait(), 1);
   running.reset();
