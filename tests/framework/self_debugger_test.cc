@@ -271,6 +271,7 @@ TEST(SelfDebugger, TheReporterKeepsNothingOfItsProcess)
     close(error);
     close(open_here);
     ASSERT_GT(reporter.pid, 0);
+    EXPECT_GT(reporter.socket, STDERR_FILENO) << "where others print";
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left to wait for";
     const std::string folder = "/proc/" + std::to_string(reporter.pid);
     EXPECT_EQ(entries(folder + "/fd"), 4);

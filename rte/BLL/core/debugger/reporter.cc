@@ -216,6 +216,16 @@ ssize_t receiveBy(int socket, reportDeadline_t deadline, void* packet, size_t si
   return ready == 1 ? recv(socket, packet, size, MSG_DONTWAIT) : -1;
 }
 
+// Where a process has closed its standard error, what it prints there later must not reach the reporter.
+int aboveStandard(int fd)
+{
+  if (fd > STDERR_FILENO)
+    return fd;
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  close(fd);
+  return moved;
+}
+
 }  // namespace
 
 reportSink_t& reportSink()
@@ -229,7 +239,9 @@ reporterProcess_t forkReporter(reportDeadline_t deadline)
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
     return {};
-  const bool forked = forkBetween(ends);
+  for (int& end : ends)
+    end = aboveStandard(end);
+  const bool forked = ends[0] >= 0 && ends[1] >= 0 && forkBetween(ends);
   close(ends[1]);
   reporterProcess_t reporter{0, ends[0]};
   if (!forked || receiveBy(ends[0], deadline, &reporter.pid, sizeof reporter.pid) != sizeof reporter.pid) {
