@@ -5,6 +5,7 @@ template brackets, pointers and references are left alone. What slips through do
 """
 
 import dataclasses
+import platform
 import re
 
 TOKEN = re.compile(
@@ -25,6 +26,9 @@ INSTEAD = {
 OPENING = {"(": ")", "[": "]", "{": "}"}
 LOG = re.compile(r"log$|log_|_log|^log[A-Z]|Log$|trace|entry$", re.I)  # what statements that only tell begin with
 WAIT = re.compile(r"sleep|_(ms|us)\b|(nano|micro|milli)?seconds\b|\bminutes\b|\bhours\b|backlog")  # how long no test may time
+OTHER_MACHINE = re.compile(r"^#(?:el)?if defined\(__(?!" + platform.machine() + r"__)(?:x86_64|aarch64)__\)\n"
+                           r"(?:[^#\n].*\n|\n)*", re.M)
+SLEEP = re.compile(r"sleep|yield|^poll\(nullptr")  # which calls do nothing else
 
 
 @dataclasses.dataclass(frozen=True)
@@ -126,7 +130,7 @@ class Source:
                 continue
             if last < len(self.tokens):
                 ranges.append((token.start, self.tokens[last].end))
-        return ranges
+        return ranges + [match.span() for match in OTHER_MACHINE.finditer(self.text)]
 
     def tells_only(self, i):
         """Whether a statement is a call, or a chain of <<, of something whose name says that it logs."""
@@ -230,7 +234,9 @@ class Source:
             return
         if self.word(k) in ("return", "if", "for", "while", "switch", "sizeof", "catch", "defined"):
             return
-        yield self.tokens[i].start, self.between(i, last), [""]
+        call = self.between(i, last)
+        if not SLEEP.search(call):
+            yield self.tokens[i].start, call, [""]
 
     # --- a change of a place
 
