@@ -252,21 +252,17 @@ line_table::slot_number line_table::make(const heard& frame, uint64_t client)
   entry& line = entries_[slot];
   line.changes.begin();
   count_change(line_state::ended, 1);
-  line.state.set(line_state::ended);  // the request that it is made for begins a dial-in
+  line.state.set(line_state::ended);  // the request that it is made for begins a dial-in, and says the rest
   line.used.set(0);
   line.port.set(frame.port);
   line.vid.set(frame.vid);
   line.client.set(client);
-  for (shared<uint64_t>* field : {&line.server, &line.first_padi_ns, &line.pads_ns, &line.padt_ns, &line.setup_ns})
+  for (shared<uint64_t>* field : {&line.server, &line.pads_ns, &line.padt_ns, &line.setup_ns})
     field->set(0);
   line.session_id.set(0);
   line.error.set(0);
   line.drops.set(0);
-  line.retries.set(0);
-  line.host_uniq = 0;
   line.ac_name.set({});
-  line.service_name.set({});
-  line.vendor_tag.set({});
   line.changes.end();
   return slot;
 }
@@ -318,7 +314,7 @@ void line_table::client_asks(entry& line, const heard& frame)
   line.service_name.set(frame.service_name);
   line.vendor_tag.set(frame.vendor_tag);
   line.host_uniq = frame.host_uniq;
-  if (frame.code == pppoe::padr)
+  if (frame.code == pppoe::padr && frame.what != fate::error_answered)  // that one goes to the client
     line.server.set(frame.to);
 }
 

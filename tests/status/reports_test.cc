@@ -60,36 +60,41 @@ protected:
       bridge->monitor.left(view, result, at_ns);
     bridge->frame_done(view, result, at_ns);
   }
+  // A frame of line 02:11:22:aa:bb:cc, or to it from its server.
+  static void learn(bridge_status* bridge, uint16_t port, const test_frame& frame, uint64_t at_ns,
+                    fate what = fate::tag_inserted)
+  {
+    const byte_string line = test_frame{}.source;
+    const bool asks = frame.source == line;
+    byte_string record = frame.build();
+    std::ranges::copy(asks ? access : line, record.begin() + kernel_header::size);
+    const auto size = static_cast<uint32_t>(record.size());
+    bridge->lines.learn({record.data(), size, size},
+                        {.length = class_of(what) == fate_class::dropped ? 0 : size,
+                         .what = what,
+                         .code = frame.code,
+                         .of_subscriber = asks,
+                         .port = port,
+                         .vid = 9,
+                         .ethertype = static_cast<uint32_t>(frame.ethertype_offset()),
+                         .vendor_tag = asks && !frame.tags.empty() ? static_cast<uint32_t>(frame.tags_offset()) : 0},
+                        at_ns);
+  }
   // A dial-in whose texts are anybody's, to its end with an error of that tag; without one the PADI alone.
   static void dial_in(bridge_status* bridge, uint16_t port, const std::string& text, uint16_t error = 0)
   {
-    const byte_string line = test_frame{}.source, access{0x02, 0, 0, 0, 0, 0x99};
     const std::string identifiers = vendor_value(text, "r") + std::string("\x02\x00", 2);
-    const auto learn = [&](const test_frame& frame, uint64_t at_ns) {
-      byte_string record = frame.build();
-      std::ranges::copy(frame.source == access ? line : access, record.begin() + kernel_header::size);
-      const auto size = static_cast<uint32_t>(record.size());
-      const auto first_tag = static_cast<uint32_t>(frame.tags_offset());
-      bridge->lines.learn({record.data(), size, size},
-                          {.length = size,
-                           .what = fate::tag_inserted,
-                           .code = frame.code,
-                           .of_subscriber = frame.source == line,
-                           .port = port,
-                           .vid = 9,
-                           .ethertype = static_cast<uint32_t>(frame.ethertype_offset()),
-                           .vendor_tag = frame.source == line ? first_tag : 0},
-                          at_ns);
-    };
-    learn({.code = 0x09, .tags = {{0x0105, identifiers}, {0x0101, text}}}, 1'000'000);
+    learn(bridge, port, {.code = 0x09, .tags = {{0x0105, identifiers}, {0x0101, text}}}, 1'000'000);
     if (error == 0)
       return;
-    learn({.code = 0x07, .tags = {{0x0102, text}}, .source = access}, 2'000'000);
-    learn({.code = 0x19, .tags = {{0x0105, identifiers}}}, 3'000'000);
-    learn({.code = 0x65, .session_id = 77, .source = access}, 4'999'999);
-    learn({.code = 0xa7, .tags = {{0x0000, ""}}, .session_id = 76, .source = line}, 5'000'000);
-    learn({.code = 0xa7, .tags = {{error, text}}, .session_id = 77, .source = error == 0x0201 ? line : access},
-          5'000'000);
+    learn(bridge, port, {.code = 0x07, .tags = {{0x0102, text}}, .source = access}, 2'000'000);
+    learn(bridge, port, {.code = 0x19, .tags = {{0x0105, identifiers}}}, 3'000'000);
+    learn(bridge, port, {.code = 0x65, .session_id = 77, .source = access}, 4'999'999);
+    learn(bridge, port, {.code = 0xa7, .tags = {{0x0000, ""}}, .session_id = 76}, 5'000'000);
+    test_frame end{.code = 0xa7, .tags = {{error, text}}, .session_id = 77};
+    if (error != 0x0201)
+      end.source = access;
+    learn(bridge, port, end, 5'000'000);
   }
   static std::string all_of(http_body& body)
   {
@@ -101,6 +106,8 @@ protected:
   static std::string lines(const values& asked) { return all_of(*lines_report(read(asked).value())); }
   static std::string drops(const values& asked) { return without_times(drops_report(read(asked).value())); }
   static std::ptrdiff_t drop_count(const values& asked) { return std::ranges::count(drops(asked), '\n') - 2; }
+
+  static inline const byte_string access{0x02, 0, 0, 0, 0, 0x99};
 
   bridge_status* second = bridge_statuses::open("z\"\\\n\x1f \x7f~", 3);
   bridge_status* first = bridge_statuses::open("a", 3);
@@ -130,6 +137,7 @@ TEST_F(Reports, AreWrittenAsEver)
   dial_in(second, 3, strange, 0x0203);
   dial_in(first, 3, "", 0x0202);
   dial_in(first, 1, "half");
+  learn(first, 3, {.code = 0x09}, 6'000'000, fate::tag_untrusted);
   const std::string metrics = metrics_text(metrics_style::openmetrics);
   EXPECT_EQ(metrics + lines({}) + drops({}) + all_of(*monitor), file_text(TEST_FOLDER "/reports.txt"));
   EXPECT_EQ(exchanged(metrics_text(metrics_style::prometheus), R"((# \w+ \w+)_total )", "$1 "),
