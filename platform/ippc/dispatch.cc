@@ -6,6 +6,7 @@
 namespace ippc {
 namespace {
 
+static_assert(argument_max == IPPC_ARG_MAX, "the wire carries what callbacks are promised");
 constexpr size_t word = sizeof(uint64_t);
 
 // Words of one argument's buffer: what the caller sent and the slack behind it.
