@@ -274,6 +274,15 @@ words offered(const running_agent& agent, words line)
   return found;
 }
 
+// Neither is a text that is free taken for a VLAN, nor a VLAN's number for a bridge of that name.
+TEST(Completion, OffersVlansWhereOneIsMeant)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add 5 8\nport add 5 5 name text\nport-vlan add 5 5 7\n");
+  EXPECT_THAT(offered(agent, {"port-vlan", "get", "5", "5", ""}), ElementsAre("7"));
+  EXPECT_THAT(offered(agent, {"vlan", "name", "set", "5", "5", ""}), ElementsAre());
+}
+
 // Bridges of any name are known by their devices and by their files.
 TEST(Completion, FindsBridgesOfAnyName)
 {

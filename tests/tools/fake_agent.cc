@@ -1,5 +1,5 @@
 // The agent on a kernel in memory, served on a socket: for tests and measurements of the tools, without root.
-// Usage: fake_agent SOCKET. Kernel bridges br0 to br15, access, gate and hidden exist. Ends when its standard input
+// Usage: fake_agent SOCKET. Kernel bridges br0 to br15, access, gate, hidden and 5 exist. Ends when its standard input
 // does.
 #include "platform/ippc/server.h"
 #include "pppoeia/operations/dispatcher.h"
@@ -17,7 +17,7 @@ int main(int argc, char** argv)
   static fake_kernel fake;        // the workers' until the process ends
   for (int number = 0; number < 16; ++number)
     fake.bridges.insert("br" + std::to_string(number));
-  fake.bridges.insert({"access", "gate", "hidden"});
+  fake.bridges.insert({"access", "gate", "hidden", "5"});
   ippc::server server(argv[1], pppoeia_ippc_dispatcher);
   if (server.start() != 0) {
     std::perror(argv[1]);

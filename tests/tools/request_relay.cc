@@ -50,8 +50,15 @@ request_relay::~request_relay()
 
 void request_relay::kill_at(size_t request, bool done)
 {
+  hang_up_ = false;
   done_ = done;
   kill_at_ = request;
+}
+
+void request_relay::hang_up_at(size_t request, bool done)
+{
+  kill_at(request, done);
+  hang_up_ = true;
 }
 
 void request_relay::serve()
@@ -84,7 +91,8 @@ void request_relay::pass(int tool, int agent)
     }
     const bool reached = kill_at_ != 0 && count_ + !done_ == kill_at_;
     if (reached && answered + !done_ == kill_at_) {
-      kill(peer.pid, SIGKILL);
+      if (!hang_up_)
+        kill(peer.pid, SIGKILL);
       return;
     }
   }

@@ -1,4 +1,4 @@
-// Stands between a tool and its agent, counts the requests, and kills the tool at one of them.
+// Stands between a tool and its agent, counts the requests, and kills the tool at one of them, or hangs up.
 #ifndef TESTS_TOOLS_REQUEST_RELAY_H
 #define TESTS_TOOLS_REQUEST_RELAY_H
 
@@ -22,6 +22,8 @@ public:
   // The next connection's tool is killed at that request, counted from one: as long as the request is on its way, or
   // once the agent has done it. What it sent behind that is lost. 0: none is killed.
   void kill_at(size_t request, bool done);
+  // The same, but the tool finds its agent gone.
+  void hang_up_at(size_t request, bool done);
 
 private:
   void serve();
@@ -33,6 +35,7 @@ private:
   std::atomic<size_t> count_{0};
   std::atomic<size_t> kill_at_{0};
   std::atomic<bool> done_{false};
+  std::atomic<bool> hang_up_{false};
   std::thread thread_;
 };
 

@@ -126,7 +126,7 @@ int main(int argc, char** argv)  // NOLINT(bugprone-exception-escape)
       ->type_name("NAME|GROUP")
       ->each([](const std::string& name) {
         if (!rpcAllow(name))
-          throw CLI::ValidationError("--allow-user", "no user or group " + name);
+          throw CLI::ValidationError("no user or group " + name);
       });
   app.footer("Environment: BLL_CONFIG (configuration file), BLL_BOARD_ID (file with the board's identity),\n"
              "BLL_LIB_DIR (folder of the libraries), BLL_LIB_SECONDS (the longest a library may take, 30).\n"

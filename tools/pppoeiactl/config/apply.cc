@@ -266,7 +266,7 @@ void apply_run(const context& context, const given_words& given)
     return print(context, plan, false);
   std::optional<confirmation> pending;
   if (request.confirm_seconds)
-    pending.emplace(context, *request.confirm_seconds,
+    pending.emplace(context, memory, *request.confirm_seconds,
                     [&](const ::context& own) { return undo(own, memory, before, read); });
   try {
     card_change(context, plan, memory, before, read);

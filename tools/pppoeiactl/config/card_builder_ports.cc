@@ -116,8 +116,7 @@ void card_builder::entry_mode(const words& inputs, words& notes)
 {
   port& owner = port_of(inputs);
   const uint16_t vlan = vlan_of(inputs, 2, notes);
-  const api::argument mode{api::kind::u32, "mode", 4, api::values::cid_mode};
-  const auto number = static_cast<int32_t>(agent_client::number_parse(mode, inputs[3]).value_or(0));
+  const auto number = static_cast<int32_t>(agent_client::number_parse(mode_words, inputs[3]).value_or(0));
   if (number != -1) {
     owner.vlans[vlan].mode = number;
     return;

@@ -106,7 +106,7 @@ std::string circuit_id(const line& line)
   const port_vlan* entry = line.entry();
   std::string mode = *line.of.values[port_circuit_id_mode];
   if (entry)
-    mode = agent_client::number_word({api::kind::u32, "mode", 4, api::values::cid_mode}, entry->mode);
+    mode = agent_client::number_word(mode_words, entry->mode);
   if (mode == "ethernet")
     return *line.of.values[port_name] + ":" + (line.vlan ? std::to_string(*line.vlan) : "<VLAN>");
   if (mode == "atm" && *line.of.values[port_type] == "atm")

@@ -1,5 +1,6 @@
 #include "tools/pppoeiactl/config/confirmation.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -11,11 +12,14 @@
 #include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <vector>
 
 namespace config {
 namespace {
 
 using clock = std::chrono::steady_clock;
+
+constexpr int patience_ms = 5000;  // for the child
 
 constexpr char word_ready = 'r';  // the child's, when it listens
 constexpr char word_begin = 'b';
@@ -87,29 +91,33 @@ std::optional<char> word_read(int fd, int milliseconds)
   return word;
 }
 
-bool confirmed_by(int listener)
+// Who has confirmed and has been told that the card stays; -1 when who came did not, or has gone meanwhile.
+int confirmer_accept(int listener)
 {
-  constexpr int patience_ms = 1000;  // somebody who connects and says nothing
+  constexpr int first_word_ms = 1000;  // somebody who connects and says nothing
   const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-  if (fd < 0)
-    return false;
-  const bool confirmed = word_read(fd, patience_ms) == word_confirm;
-  if (confirmed)
-    (void)!send(fd, &word_stays, 1, MSG_NOSIGNAL);
+  if (fd < 0 || (word_read(fd, first_word_ms) == word_confirm && send(fd, &word_stays, 1, MSG_NOSIGNAL) == 1))
+    return fd;
   close(fd);
-  return confirmed;
+  return -1;
 }
 
-bool confirmed_within(int listener, unsigned seconds)
+// All who have confirmed by the time that the first has; none when nobody did within that time.
+std::vector<int> confirmers_within(int listener, unsigned seconds)
 {
   const clock::time_point end = clock::now() + std::chrono::seconds(seconds);
+  std::vector<int> confirmers;
   while (true) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - clock::now());
-    if (left.count() <= 0)
-      return false;
+    if (confirmers.empty() && left.count() <= 0)
+      return confirmers;
     pollfd wait{listener, POLLIN, 0};
-    if (poll(&wait, 1, static_cast<int>(left.count())) == 1 && confirmed_by(listener))
-      return true;
+    const int ready = poll(&wait, 1, confirmers.empty() ? static_cast<int>(left.count()) : 0);
+    if (ready == 1) {
+      if (const int fd = confirmer_accept(listener); fd >= 0)
+        confirmers.push_back(fd);
+    } else if (!confirmers.empty())
+      return confirmers;
   }
 }
 
@@ -124,8 +132,9 @@ void detach()
     dup2(null, fd);
 }
 
-// The child's life.
-void wait_and_go_back(int parent, const context& context, unsigned seconds, const confirmation::go_back& back)
+// The child's life. Whoever waits for its end is let go when it no longer stands in another's way.
+void wait_and_go_back(int parent, const context& context, memory& memory, unsigned seconds,
+                      const confirmation::go_back& back)
 {
   constexpr int no_limit = -1;
   constexpr auto time_out = std::chrono::seconds(20);
@@ -139,11 +148,15 @@ void wait_and_go_back(int parent, const context& context, unsigned seconds, cons
   detach();
   (void)!write(parent, &word_ready, 1);
   const std::optional<char> told = word_read(parent, no_limit);
-  const bool stays = told == word_drop || (told == word_begin && confirmed_within(listener, seconds));
+  const std::vector<int> confirmers = told == word_begin ? confirmers_within(listener, seconds) : std::vector<int>();
   unlink(path.c_str());
   close(listener);
-  if (stays)
+  if (told == word_drop || !confirmers.empty()) {
+    memory.unlock();
+    close(parent);
+    std::ranges::for_each(confirmers, close);
     return;
+  }
   agent_client::connection own(context.agent.socket(), time_out);
   const std::string how = back({own, context.refusal_text});
   openlog("pppoeiactl", LOG_PID, LOG_DAEMON);
@@ -152,7 +165,7 @@ void wait_and_go_back(int parent, const context& context, unsigned seconds, cons
 
 }  // namespace
 
-confirmation::confirmation(const context& context, unsigned seconds, const go_back& back)
+confirmation::confirmation(const context& context, memory& memory, unsigned seconds, const go_back& back)
 {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
@@ -161,7 +174,7 @@ confirmation::confirmation(const context& context, unsigned seconds, const go_ba
   if (pid == 0) {
     close(ends[0]);
     try {
-      wait_and_go_back(ends[1], context, seconds, back);
+      wait_and_go_back(ends[1], context, memory, seconds, back);
     } catch (const std::exception&) {
       // There is nobody left to tell.
     }
@@ -196,12 +209,12 @@ void confirmation::begin()
 void confirmation::drop()
 {
   tell(word_drop);
+  word_read(child_, patience_ms);  // until it has closed its end
 }
 
 void confirmation_give(const std::string& agent_socket)
 {
   const std::string path = path_of(agent_socket);
-  constexpr int patience_ms = 5000;
   const int fd = waiting_connect(path);
   if (fd < 0)
     throw errno == EACCES || errno == EPERM
@@ -209,6 +222,8 @@ void confirmation_give(const std::string& agent_socket)
         : command_error(exit_refused, "confirm: nothing waits for it: it was given, or the card has gone back");
   (void)!send(fd, &word_confirm, 1, MSG_NOSIGNAL);
   const std::optional<char> answer = word_read(fd, patience_ms);
+  if (answer == word_stays)
+    word_read(fd, patience_ms);  // until the child has closed its end
   close(fd);
   if (answer != word_stays)
     throw command_error(exit_refused, "confirm: too late, the card goes back");

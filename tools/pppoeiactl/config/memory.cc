@@ -185,10 +185,16 @@ bool memory::lock()
   return locked_ < 0 || flock(locked_, LOCK_EX | LOCK_NB) == 0;
 }
 
-memory::~memory()
+void memory::unlock()
 {
   if (locked_ >= 0)
     close(locked_);
+  locked_ = -1;
+}
+
+memory::~memory()
+{
+  unlock();
 }
 
 std::string bridge_added_line(const std::string& bridge, const std::string& slots)

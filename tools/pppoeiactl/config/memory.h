@@ -38,6 +38,8 @@ public:
 
   // While it is held no other tool applies a file. False when another holds it.
   bool lock();
+  // Also where it is not held. A child's lock is its parent's: it is free when both have let it go.
+  void unlock();
   ~memory();
   memory(const memory&) = delete;
   memory& operator=(const memory&) = delete;

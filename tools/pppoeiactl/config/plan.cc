@@ -20,8 +20,7 @@ bool differs(const value& from, const value& to)
 // The word of a value where it is a name of the language, else the value.
 std::string mode_word(int32_t mode)
 {
-  const api::argument argument{api::kind::u32, "mode", 4, api::values::cid_mode};
-  return agent_client::number_word(argument, static_cast<uint32_t>(mode));
+  return agent_client::number_word(mode_words, static_cast<uint32_t>(mode));
 }
 
 class planner {

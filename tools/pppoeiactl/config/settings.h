@@ -65,6 +65,9 @@ enum port_value : size_t {
 #undef CONFIG_BRIDGE
 #undef CONFIG_PORT
 
+// How the Circuit ID's mode is written, of a port and of a port's VLAN.
+inline constexpr api::argument mode_words{api::kind::u32, "mode", sizeof(uint32_t), api::values::cid_mode};
+
 std::span<const setting, node_values> node_settings();
 std::span<const setting, bridge_values> bridge_settings();
 std::span<const setting, port_values> port_settings();
