@@ -1,8 +1,10 @@
-// The macro language beside its model: random formats of a node's line and of made-up values, and texts, bytes and log
-// lines compared. A difference is shown by the shortest format that has it. Usage: formats_differential [SEED
-// [SECONDS]]; by default a seed of its own for 2 seconds.
+// The macro language beside its model: random formats of a node's line and of made-up values, and texts, bytes, log
+// lines, the trace and where a format ends compared. A difference is shown by the shortest format that has it. Usage:
+// formats_differential [SEED [SECONDS]]; by default a seed of its own for 2 seconds.
 #include "fuzz/customid/oracle.h"
 #include "pppoeia/customid/customid.h"
+#include "pppoeia/customid/parser.h"
+#include "pppoeia/customid/trace.h"
 #include "pppoeia/customid/vocabulary.h"
 #include "pppoeia/identifiers/macro_values.h"
 #include "pppoeia/log.h"
@@ -25,6 +27,41 @@ size_t below(random_source& random, size_t n)
   return random() % n;
 }
 
+// What is written on standard output while it lives.
+class caught_output {
+public:
+  caught_output() : former_(stdout) { stdout = open_memstream(&text_, &size_); }
+  ~caught_output()
+  {
+    std::fclose(stdout);
+    std::free(text_);
+    stdout = former_;
+  }
+  caught_output(const caught_output&) = delete;
+  caught_output& operator=(const caught_output&) = delete;
+
+  std::string text() const
+  {
+    std::fflush(stdout);
+    return {text_, size_};
+  }
+
+private:
+  std::FILE* former_;
+  char* text_ = nullptr;
+  size_t size_ = 0;
+};
+
+// As "STEP,LINE: " has them, which change with the source.
+std::string without_source_lines(std::string trace)
+{
+  const std::string mark = "PPPOEIA_DEBUG:";
+  for (size_t at = 0; (at = trace.find(mark, at)) != std::string::npos; at += mark.size())
+    if (const size_t comma = trace.find(',', at), colon = trace.find(':', comma); colon != std::string::npos)
+      trace.erase(comma, colon - comma);
+  return trace;
+}
+
 // Options that stand together; a number that would be small if 32 bits of it counted.
 std::string random_options(random_source& random)
 {
@@ -34,6 +71,20 @@ std::string random_options(random_source& random)
   for (size_t count = below(random, 4); count > 0; --count)
     options += words[below(random, std::size(words))];
   return options;
+}
+
+// Macros of bytes side by side, whose digits may end half-way through a byte.
+std::string random_bytes(random_source& random)
+{
+  std::string format;
+  for (size_t count = 2 + below(random, 4); count > 0; --count) {
+    const macro_row& row = macro_rows[below(random, customIdFormatCount)];
+    if (row.hex)
+      format += "$h" + std::string(row.name);
+    else
+      format += below(random, 4) ? "$a0HEX" : "$123HEX";
+  }
+  return format;
 }
 
 // Pieces of the language, likelier to fit together than bytes are.
@@ -53,6 +104,8 @@ std::string random_format(random_source& random)
                 std::string(macro_rows[below(random, customIdFormatCount)].name);
     else if (kind < 16)
       format += "$" + random_options(random) + std::string(macro_rows[below(random, customIdFormatCount)].name);
+    else if (below(random, 20) == 0)
+      format += random_bytes(random);
     else if (kind < 19)
       format += words[below(random, std::size(words))];
     else
@@ -121,9 +174,10 @@ std::string random_value(random_source& random, macro_shape shape)
   case macro_shape::number:
     return one_of({"", "0", "7", "99", "255", "4096", "4294967295", "4294967296", "4294967551"});
   case macro_shape::mac:
-    return one_of({"", "02:11:22:AA:BB:CC", "2:11:22"});
+    return one_of({"", "02:11:22:AA:BB:CC", "2:11:22", "1", "2:1:1"});
   case macro_shape::ipv4:
-    return one_of({"", "10.1.2.30", "0.0.0.0", "255.255.255.255", "10.1", "300.1.2.999"});
+    return one_of(
+        {"", "10.1.2.30", "0.0.0.0", "255.255.255.255", "10.1", "300.1.2.999", "300.1.2.3", ".1.2.3", "1..2.3"});
   case macro_shape::ipv6:
     return random_ipv6(random);
   case macro_shape::text:
@@ -153,12 +207,14 @@ private:
 // A line whose identifiers are built: the values that the model is told, and the way to the real one.
 struct tried_line {
   value_map values;
+  std::string asked_for;  // in the resolver's trace
   std::function<void(const std::string& format, oracle_identifier& id)> expand;
 };
 
 tried_line port_9(const pppoeia_bridge& bridge, bool ipv6)
 {
-  return {values_of_port_9(ipv6), [&bridge, ipv6](const std::string& format, oracle_identifier& id) {
+  return {values_of_port_9(ipv6), "intfId=9, useData=0, vid=300, cvid=5",
+          [&bridge, ipv6](const std::string& format, oracle_identifier& id) {
             node().ipv6.reset();
             if (ipv6)
               node().ipv6 = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
@@ -173,18 +229,43 @@ tried_line made_up(random_source& random)
     const bool known = below(random, 8) != 0;
     values[std::string(row.name)] = {random_value(random, row.shape), "", known};
   }
-  return {values, [values](const std::string& format, oracle_identifier& id) {
+  return {values, "", [values](const std::string& format, oracle_identifier& id) {
             custom_id_expand(made_up_source(values), format, id.text, id.bin);
           }};
 }
 
-oracle_identifier generate(const tried_line& of, const std::string& format, int32_t level)
+// Where and why no further macro is read.
+std::string end_of(const std::string& format)
+{
+  size_t at = 0;
+  for (const parsed_macro& macro : format_compiled(format))
+    at = macro.begin + macro.text.size();
+  const format_end end = format_end_find(format, at);
+  const std::string name = std::string(end.name) + " at " + std::to_string(end.begin);
+  switch (end.why) {
+  case format_end::no_name:
+    return "";
+  case format_end::no_identifier:
+    return name + " has no $";
+  case format_end::bad_options:
+    return name + ": " + end.option_error;
+  }
+  return "an end of its own";
+}
+
+oracle_identifier generate(const tried_line& of, const std::string& format, int32_t level, bool traced)
 {
   oracle_identifier id;
+  const caught_output output;
   syslog_take();
   pppoeia_log_level = level;
+  customFormatTestDebug = traced;
   of.expand(format, id);
   id.log = syslog_take_texts();
+  id.trace = without_source_lines(output.text());
+  customFormatTestDebug = false;
+  pppoeia_log_level = log_info;
+  id.end = end_of(format);
   return id;
 }
 
@@ -198,20 +279,24 @@ std::string shown(const oracle_identifier& id)
   }
   for (const std::string& line : id.log)
     text += "\n    " + line;
-  return text;
+  return text + "\n" + id.trace + (id.end.empty() ? "" : "ends before " + id.end + "\n");
 }
 
-// What the two make of a format, where that differs; with log lines and without.
+// What the two make of a format, where that differs; with log lines, with the trace, with both and without.
 std::string difference(const tried_line& of, const std::string& format)
 {
-  oracle_identifier said = oracle_generate(format, of.values);
-  for (const int32_t level : {int32_t{log_debug}, int32_t{log_info}}) {
-    const oracle_identifier seen = generate(of, format, level);
-    if (level == log_info)
-      said.log.clear();
-    if (seen != said)
-      return "  expected " + shown(said) + "\n  got " + shown(seen) + "\n";
-  }
+  const oracle_identifier all = oracle_generate(format, of.values, "br0", of.asked_for);
+  for (const bool traced : {true, false})
+    for (const bool logged : {true, false}) {
+      const oracle_identifier seen = generate(of, format, logged ? log_debug : log_info, traced);
+      oracle_identifier said = all;
+      if (!logged)
+        said.log.clear();
+      if (!traced)
+        said.trace.clear();
+      if (seen != said)
+        return "  expected " + shown(said) + "  got " + shown(seen);
+    }
   return "";
 }
 

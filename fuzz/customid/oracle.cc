@@ -19,14 +19,36 @@ struct machine {
   string kept_delimiter;
   unsigned long kept_number = 0;
   std::map<size_t, size_t> segments;
+  string reason;   // of options that cannot be read
   string opening;  // of a line about the bridge
+  string asked_for;
 
   void log(const string& line) { id.log.push_back(line); }
+  void trace(const char* tabs, const char* step, const string& text)
+  {
+    id.trace += tabs + string("PPPOEIA_DEBUG:") + step + ": " + text;
+  }
   bool fail(const string& why)
   {
     if (!why.empty())
       log("<PPPOEIA> >> " + why);
     return false;
+  }
+  // The next macro cannot be read, or a value not be formatted.
+  bool stop(const string& why)
+  {
+    trace("\t", "getNextMacroFormatString", why + " \n");
+    return fail(why);
+  }
+  bool refuse(const string& why)
+  {
+    trace("\t", "processMacroString", why + " \n");
+    return fail("ERROR: " + why);
+  }
+  bool forbid(const string& what, const string& why)
+  {
+    trace("", "macroAreFlagsValid", what + " \n");
+    return fail("ERROR: " + why);
   }
 
   bool options_read(const string& text, options& o);
@@ -34,13 +56,30 @@ struct machine {
   std::optional<string> ipv6_joined(const string& text, const string& by);
   std::optional<string> formatted(const string& name, const options& o, string value);
   bool cut_or_pad(const string& name, const options& o, string& value);
+  bool options_traced(const string& text, options& o);
+  oracle_value value(const string& name);
   bool macro(const string& written, const string& name, string::size_type name_at);
   void bytes();
+  void trace_bytes();
 };
 
 bool in(const string& name, const char* list)
 {
   return string(list).find(" " + name + " ") != string::npos;
+}
+
+// Its place in the list of all.
+int number_of_macro(const string& name)
+{
+  static const char* const names[] = {"SHELF",      "CHASSIS",     "PANEL", "INTF_TYPE",  "AGENT_BOARD", "BOARD",
+                                      "PORT",       "PORT_REM_ID", "INTF",  "INTF_DSCR",  "ONU",         "VGEM",
+                                      "TCONT",      "PVC_INTF",    "VPI",   "VCI",        "CLNT_MAC",    "AGENT_MAC",
+                                      "AGENT_IPV4", "AGENT_IPV6",  "VLAN",  "VLAN_NAME",  "CVID",        "SYSNAME",
+                                      "LOCATION",   "CONTACT",     "HEX",   "CPE_SERIAL", "CPE_MAC"};
+  int number = 0;
+  while (name != names[number])
+    ++number;
+  return number;
 }
 
 const char* const digits_of_either_case = "0123456789abcdefABCDEF";
@@ -125,14 +164,16 @@ bool machine::options_fit(const string& name, const options& o)
 {
   const bool ip = in(name, " AGENT_IPV4 AGENT_IPV6 ");
   const bool numeric = in(name, " CHASSIS AGENT_BOARD BOARD PORT ONU VGEM TCONT PVC_INTF VPI VCI VLAN CVID ");
+  const string both = "both macroStringPadZeroes and macroStringPadSpaces set";
   if (o.zeroes && o.spaces)
-    return fail("ERROR: both macroStringPadZeroes and macroStringPadSpaces set");
+    return forbid("macroStringPadZeroes && macroStringPadSpaces", both);
   if (!ip && (o.zeroes || o.spaces) && kept_number == 0)
-    return fail("ERROR: both macroStringPadZeroes and macroStringPadSpaces set");
+    return forbid("padding, but zero characters", both);
   if ((ip || !(o.zeroes || o.spaces)) && o.number && kept_number == 0)
-    return fail("ERROR: macroStringNumOfChars set, but zero characters");
+    return forbid("macroStringNumOfChars, but zero characters", "macroStringNumOfChars set, but zero characters");
   if (o.hex && !ip && !numeric && !mac_name(name))
-    return fail("ERROR: macro not supported for HEX format");
+    return forbid("macroType=" + std::to_string(number_of_macro(name)) + " not supported for HEX",
+                  "macro not supported for HEX format");
   return true;
 }
 
@@ -170,15 +211,21 @@ string ipv4_joined(const string& text, const char* format, const string& by)
 std::optional<string> machine::formatted(const string& name, const options& o, string value)
 {
   if (!options_fit(name, o))
-    return fail("ERROR: invalid flags"), std::nullopt;
+    return refuse("invalid flags"), std::nullopt;
   if (name == "HEX") {
     for (char& c : value) {
-      if (!c || !strchr(digits_of_either_case, c))
+      if (!c || !strchr(digits_of_either_case, c)) {
+        trace("\t", "processMacroString", "Non-hex character present in HEX string \n");
         return std::nullopt;
+      }
       if (c >= 'a')
         c = static_cast<char>(c - 'a' + 'A');
     }
-    return value.size() % 2 ? value + "0" : value;
+    if (value.size() % 2) {
+      trace("\t", "processMacroString", "Odd length of HEX string, pad 0 \n");
+      value += "0";
+    }
+    return value;
   }
   const bool v4 = name == "AGENT_IPV4";
   const bool v6 = name == "AGENT_IPV6";
@@ -204,7 +251,9 @@ std::optional<string> machine::formatted(const string& name, const options& o, s
     if (v4 || mac_name(name))
       value = replaced(value, v4 ? "." : ":", kept_delimiter);
     else
-      return fail("ERROR: macro not supported for delimiter"), std::nullopt;
+      return refuse("macro not supported for delimiter"), std::nullopt;
+  } else {
+    trace("\t", "processMacroString", "No HEX or delimiter option \n");
   }
   if (o.number && !cut_or_pad(name, o, value))
     return std::nullopt;
@@ -214,9 +263,12 @@ std::optional<string> machine::formatted(const string& name, const options& o, s
 bool machine::cut_or_pad(const string& name, const options& o, string& value)
 {
   if ((mac_name(name) || name.starts_with("AGENT_IPV")) && (o.zeroes || o.spaces))
-    return fail("ERROR: MAC/IP is not allowed for padding with specified number of characters");
-  if (kept_number >= 100)
+    return refuse("MAC/IP is not allowed for padding with specified number of characters");
+  if (kept_number >= 100) {
+    trace("\t", "processMacroString",
+          "numChars=" + std::to_string(static_cast<int>(kept_number)) + " > macroNumOfCharsMax=99 \n");
     return false;
+  }
   const string unit = o.hex ? "00" : o.zeroes ? "0" : " ";
   const size_t length = value.size() / unit.size();
   if (length > kept_number)
@@ -227,22 +279,54 @@ bool machine::cut_or_pad(const string& name, const options& o, string& value)
   return true;
 }
 
+bool machine::options_traced(const string& text, options& o)
+{
+  const char* const step = "parseOptChars";
+  trace("\t\t", step, "optChars='" + text + "' \n");
+  if (!options_read(text, o)) {
+    reason = id.log.back().substr(id.log.back().find(">> ") + 3);
+    trace("\t\t", step, reason + " \n");
+    return stop("ERROR: parseOptChars failed");
+  }
+  const unsigned flags = o.hex * 1u + o.number * 2u + o.zeroes * 4u + o.spaces * 8u + o.delimiter * 16u;
+  trace("\t\t", step,
+        "delimiter='" + kept_delimiter + "', numChars=" + std::to_string(static_cast<int>(kept_number)) + ", flags=0x" +
+            printed("%02lx", flags) + " \n");
+  return true;
+}
+
+// What it stands for.
+oracle_value machine::value(const string& name)
+{
+  const oracle_value& value = values.at(name);
+  if (!asked_for.empty()) {
+    const char* const step = "getMacroStringValue";
+    trace("\t", step, "macroType=" + std::to_string(number_of_macro(name)) + "('" + name + "'), " + asked_for + " \n");
+    trace("\t", step, "macroString='" + value.text + "'\n");
+  }
+  if (!value.log.empty())
+    log(value.log);
+  return value;
+}
+
 // One macro as written; false when its options cannot be read.
 bool machine::macro(const string& written, const string& name, string::size_type name_at)
 {
   const string between = written.substr(1, name_at - 1);
   options o;
-  if (name != "HEX" && !options_read(between, o))
-    return fail("ERROR: parseOptChars failed");
-  oracle_value value = name == "HEX" && !between.empty() ? oracle_value{between, ""} : values.at(name);
-  if (!value.log.empty())
-    log(value.log);
-  if (!value.known) {
+  if (name != "HEX" && !options_traced(between, o))
+    return false;
+  const oracle_value found = name == "HEX" && !between.empty() ? oracle_value{between, ""} : value(name);
+  if (!found.known) {
     log(opening + "Error reading macro " + name + ". Appending macro string.");
     id.text += written;
     return true;
   }
-  const std::optional<string> text = formatted(name, o, value.text);
+  const std::optional<string> text = formatted(name, o, found.text);
+  if (text)
+    trace("\t", "processMacroString", "processedStr='" + *text + "'\n");
+  else
+    trace("", "genCustomId", "Error processing macro string. Appending macro string='" + written + "'\n");
   if (text && (o.hex || name == "HEX"))
     segments[id.text.size()] = text->size();
   id.text += text.value_or(written);
@@ -266,12 +350,20 @@ void machine::bytes()
   }
 }
 
+void machine::trace_bytes()
+{
+  string dump = "genId HEX DUMP=";
+  for (size_t i = 0; i < id.bin.size(); ++i)
+    dump += (i % 16 ? "" : "\n") + printed("%02lx ", id.bin[i]);
+  trace("", "genCustomId", dump + "\n");
+}
+
 }  // namespace
 
 oracle_identifier oracle_generate(const string& format, const std::map<string, oracle_value>& values,
-                                  const string& bridge)
+                                  const string& bridge, const string& asked_for)
 {
-  machine m{values, {}, {}, 0, {}, "<" + bridge + "> >> "};
+  machine m{values, {}, {}, 0, {}, {}, "<" + bridge + "> >> ", asked_for};
   m.log(m.opening + "genCustomId");
   string rest = format;
   for (bool more = true; more;) {
@@ -285,18 +377,28 @@ oracle_identifier oracle_generate(const string& format, const std::map<string, o
     const size_t name_at = at - 1;
     const size_t dollar = name.empty() ? string::npos : rest.substr(0, name_at).rfind('$');
     if (format.empty())
-      m.fail("Empty format string");
-    else if (!name.empty() && dollar == string::npos)
-      m.fail("No macro identifier found");
+      m.stop("Empty format string");
+    else if (name.empty())
+      m.trace("\t", "getNextMacroFormatString", "NOT found \n");
+    else if (dollar == string::npos)
+      m.stop("No macro identifier found");
+    const size_t done = format.size() - rest.size();
+    if (!name.empty() && dollar == string::npos)
+      m.id.end = name + " at " + std::to_string(done + name_at) + " has no $";
     if (dollar == string::npos)
       break;
+    const string written = rest.substr(dollar, name_at + name.size() - dollar);
+    m.trace("\t", "getNextMacroFormatString",
+            "macroFormatStr='" + written + "', macroType=" + std::to_string(number_of_macro(name)) + " \n");
     const string before = m.id.text;
     m.id.text += rest.substr(0, dollar);
-    more = m.macro(rest.substr(dollar, name_at + name.size() - dollar), name, name_at - dollar);
-    if (more)
+    more = m.macro(written, name, name_at - dollar);
+    if (more) {
       rest = rest.substr(name_at + name.size());
-    else
+    } else {
       m.id.text = before;
+      m.id.end = name + " at " + std::to_string(done + dollar) + ": " + m.reason;
+    }
   }
   m.id.text += rest;
   m.log(m.opening + "Generated custom ID '" + string(m.id.text.c_str()) + "'.");
@@ -309,5 +411,6 @@ oracle_identifier oracle_generate(const string& format, const std::map<string, o
     m.log(m.opening + "Cutting BIN string from " + std::to_string(m.id.bin.size()) + " to 63 bytes");
     m.id.bin.resize(63);
   }
+  m.trace_bytes();
   return m.id;
 }
