@@ -2,10 +2,12 @@
 // what is told of the record, counters, log lines with level and order. A difference is shown by the shortest record
 // that has it. Usage: frame_differential [SEED [SECONDS]]; by default a seed of its own for 2 seconds.
 #include "fuzz/frames/frame_model.h"
+#include "pppoeia/kernel/frame_buffers.h"
 #include "pppoeia/log.h"
 #include "tests/support/records_fixture.h"
 #include "tests/support/syslog_capture.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -47,6 +49,7 @@ model::identifier random_identifier(rng& random)
 model::world random_world(rng& random)
 {
   model::world w;
+  w.bridge = one_of(random, {"br0", "tencharact"});
   w.off = below(random, 50) == 0;
   w.stag = one_of(random, {0x88a8u, 0x8100u, 0x9100u, 0x8863u});
   w.vlans = {0, below(random, 4096), 7};
@@ -60,7 +63,7 @@ model::world random_world(rng& random)
                        static_cast<int>(below(random, 3)), below(random, 8)});
   w.circuit = random_identifier(random);
   w.remote = random_identifier(random);
-  if (below(random, 1000) == 0)
+  if (below(random, 300) == 0)
     w.longest_record = w.largest = 66000;
   if (below(random, 8))
     w.own_address = {2, 0, 0x5e, 1, 2, 3};
@@ -73,8 +76,33 @@ void put16(model::bytes& to, unsigned value)
   to.push_back(static_cast<unsigned char>(value));
 }
 
-void add_tag(rng& random, model::bytes& to)
+// The length of the value of the agent's own vendor tag.
+size_t own_value(const model::world& w)
 {
+  size_t own = 4;
+  for (const auto& [id, wanted] : {std::pair(&w.circuit, w.circuit_wanted), std::pair(&w.remote, w.remote_wanted)})
+    if (wanted)
+      own += 2 + std::min<size_t>(id->binary.empty() ? id->text.size() : id->binary.size(), 63);
+  return own;
+}
+
+// About as long as the agent's own would be.
+model::bytes vendor_value(rng& random, const model::world& w)
+{
+  return model::bytes(std::max<size_t>(own_value(w) + below(random, 5) - 2, 4));
+}
+
+void add_tag(rng& random, const model::world& w, model::bytes& to)
+{
+  if (below(random, 10) == 0) {
+    const model::bytes value = vendor_value(random, w);
+    put16(to, 0x0105);
+    put16(to, static_cast<unsigned>(value.size()));
+    put16(to, 0);
+    put16(to, 3561);
+    to.insert(to.end(), value.begin() + 4, value.end());
+    return;
+  }
   const model::bytes value = random_bytes(random, below(random, 6) ? 12 : 300);
   put16(to, one_of(random, {0u, 0x0101u, 0x0102u, 0x0103u, 0x0104u, 0x0105u, 0x0105u, 0x0110u, 0x0201u, 0x0202u,
                             0x0203u, below(random, 65536)}));
@@ -110,21 +138,24 @@ model::bytes random_record(rng& random, const model::world& w)
   put16(r, below(random, 65536));
   const size_t length_place = r.size();
   put16(r, 0);
-  if (w.longest_record > 60000) {  // a payload around half of what its length can say, and around all of it
-    const model::bytes value(one_of(random, {32767u, 65535u}) - below(random, 80));
+  const bool large = w.longest_record > 60000;
+  if (large) {  // a payload around half of what its length can say, and around all of it, before or behind the change
+    const size_t header = 4, own = below(random, 4) ? header + own_value(w) : 0;
+    const size_t most = one_of(random, {32767u, 65535u, 65535u, 65535u}) - header - own;
+    const model::bytes value(most - below(random, below(random, 8) ? 3 : 80));
     put16(r, 0x0104);
     put16(r, static_cast<unsigned>(value.size()));
     r.insert(r.end(), value.begin(), value.end());
   }
-  for (unsigned tags = below(random, 5); tags > 0; --tags)
-    add_tag(random, r);
+  for (unsigned tags = large ? below(random, 4) / 3 : below(random, 5); tags > 0; --tags)
+    add_tag(random, w, r);
   size_t payload = r.size() - length_place - 2;
   if (below(random, 3) == 0)
     payload = below(random, static_cast<unsigned>(payload) + (below(random, 8) ? 1 : 20));
   r[length_place] = static_cast<unsigned char>(payload >> 8);
   r[length_place + 1] = static_cast<unsigned char>(payload);
   if (below(random, 3) == 0)
-    add_tag(random, r);          // behind the end
+    add_tag(random, w, r);       // behind the end
   if (below(random, 25) == 0) {  // a vendor tag behind an empty payload, whole or not
     r[length_place] = r[length_place + 1] = 0;
     const unsigned char tag[] = {0x01, 0x05, static_cast<unsigned char>(random()),
@@ -141,6 +172,13 @@ model::bytes random_record(rng& random, const model::world& w)
   if (r.size() >= 52)
     host_put(r, kernel_header::record_length, length);
   return r;
+}
+
+// The largest PDU that this record is allowed, or one byte more or less, as it came or with the agent's tag.
+unsigned largest_about(rng& random, const model::world& w, const model::bytes& record)
+{
+  const size_t own = below(random, 2) ? 4 + own_value(w) : 0, size = record.size() + own + 1;
+  return static_cast<unsigned>(size - std::min(size, kernel_header::size + below(random, 3)));
 }
 
 class given_identifiers : public identifier_source {
@@ -213,17 +251,21 @@ model::outcome agent(const model::world& w, const model::bytes& record, model::b
     if (w.ports[i].present)
       bridge.port(i + 1, w.ports[i].side, static_cast<uint32_t>(w.ports[i].trust)).port_info_extra = w.ports[i].kind;
   own_address = w.own_address;
-  std::memset(buffer.data(), 0, std::min(buffer.size(), record.size() + 4096));
+  const size_t room = std::max<size_t>(record.size() + frame_growth_max, frame_capacity_min);
+  constexpr int behind = 200;  // bytes that are nobody's
   std::copy(record.begin(), record.end(), buffer.begin());
+  const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(room);
+  std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(record.size()), end, 0);
+  std::fill_n(end, behind, 0x5a);
   constexpr uint32_t no_port = UINT32_MAX;
   bridge->cur_port = no_port;
   given_identifiers identifiers(w);
   frame_services services{identifiers, address_get, {"of a frame before", {1, 2, 3}}, {"and another", {4}}};
   syslog_take();
   const frame_result result = frame_process(
-      *bridge, {buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(buffer.size())}, services);
+      *bridge, {buffer.data(), static_cast<uint32_t>(record.size()), static_cast<uint32_t>(room)}, services);
   model::outcome seen;
-  seen.branch = words_of(result.what).name;
+  seen.branch = std::count(end, end + behind, 0x5a) == behind ? words_of(result.what).name : "an overflow";
   seen.told = {result.port, result.vid, result.code, result.of_subscriber, result.ethertype, result.vendor_tag};
   seen.sent.assign(buffer.begin(), buffer.begin() + result.length);
   seen.counted = counted(bridge->stats);
@@ -275,7 +317,8 @@ std::string judge(const model::world& w, const model::bytes& record, std::string
 {
   static model::bytes buffer(70000);
   const model::outcome seen = agent(w, record, buffer);
-  const model::outcome said = model::frame(w, record, reinterpret_cast<uintptr_t>(buffer.data()));
+  model::outcome said = model::frame(w, record, reinterpret_cast<uintptr_t>(buffer.data()));
+  std::erase_if(said.log, [](const auto& line) { return line.level > pppoeia_log_level; });
   branch = said.branch;
   return difference(seen, said);
 }
@@ -319,11 +362,13 @@ int main(int argc, char** argv)
   std::printf("seed %llu\n", seed);
   rng random(seed);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  pppoeia_log_level = log_debug;
   unsigned long count = 0;
   for (std::string branch; std::chrono::steady_clock::now() < end; ++count) {
-    const model::world w = random_world(random);
+    model::world w = random_world(random);
     const model::bytes record = random_record(random, w);
+    if (below(random, 6) == 0)
+      w.largest = largest_about(random, w, record);
+    pppoeia_log_level = below(random, 4) ? log_debug : log_info;
     if (judge(w, record, branch).empty())
       continue;
     std::printf("record %lu: ", count);
