@@ -211,7 +211,8 @@ void log_take(outcome& seen)
 
 }  // namespace
 
-real_agent::real_agent(const node& machine) : terminal_(machine.terminal), former_(kernel)
+real_agent::real_agent(const node& machine)
+    : open_before_(machine_.open_descriptors()), terminal_(machine.terminal), former_(kernel)
 {
   ::node() = {};  // takes the kernel's place, too
   ::node().board.reset();
@@ -244,7 +245,7 @@ size_t real_agent::end()
   in_hand = nullptr;
   if (pppoeia_globals.load())
     pppoeia_fini();
-  return machine_.open_descriptors();
+  return machine_.open_descriptors() - open_before_;
 }
 
 real_agent::~real_agent()

@@ -34,6 +34,7 @@ private:
   outcome frame(const step& now);
 
   fake_kernel machine_;
+  size_t open_before_;  // by agents that kept theirs
   string terminal_;
   const kernel_ops* former_;
   uintptr_t where_ = 0;

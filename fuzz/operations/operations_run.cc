@@ -155,6 +155,8 @@ string argument_make(chooser& choose, const api::argument& wanted)
       text = raw(choose.one_of({1500u, 1500u, 1501u, 1499u, 200u, 201u, 9000u, 9001u, 100u, 0u, 0xffffffffu}), 4);
     if (wanted.name == "mode")
       text = raw(choose.one_of({0u, 1u, 2u, 2u, 2u, 3u, 0xffffffffu, 0xffffffffu, 0xfffffffeu}), 4);
+    if ((wanted.name == "vpi" || wanted.name == "vci") && choose.below(2))
+      text = raw(0xffffffffu, 4);  // unset
     if (wanted.name == "ports")
       text = raw(choose.below(12) ? 2 + choose.below(6) : choose.one_of({0u, 1u, 65536u, 65537u}), 4);
     break;
@@ -286,7 +288,10 @@ void begin(chooser& choose, std::vector<step>& steps)
   }
   steps.push_back(plain(0, {}));
   const string odd = choose.one_of({"tencharact", "tencharact", "tencharact", "elevenchars", "a/b"});
-  steps.push_back(plain(6, {odd, raw(choose.one_of({0u, 1u, 3u, 65537u}), 4)}));
+  const unsigned odd_ports = choose.one_in(40) ? 65536 : choose.one_of({0u, 1u, 3u, 65537u});
+  steps.push_back(plain(6, {odd, raw(odd_ports, 4)}));
+  if (odd_ports == 65536)  // too large to stay
+    steps.push_back(plain(7, {odd}));
   for (unsigned tries = choose.below(4); tries > 0; --tries) {
     steps.push_back(plain(6, {"br0", raw(choose.below(9), 4)}));
     failure_add(choose, steps.back());
@@ -300,12 +305,17 @@ void begin(chooser& choose, std::vector<step>& steps)
     steps.push_back(plain(13, {"br0", raw(1, 4)}));
     steps.push_back(plain(32, {"br0", raw(1 + choose.below(3), 4)}));
   }
+  if (choose.one_in(3)) {
+    const uint32_t vpi = choose.one_of({0xffffffffu, 8u}), vci = choose.one_of({0xffffffffu, 35u});
+    steps.push_back(plain(47, {"br0", raw(1, 4), raw(vpi, 4), raw(vci, 4)}));
+  }
   for (const unsigned vlan : {7u, 100u, 101u}) {
     if (choose.below(2))
       steps.push_back(plain(79, {"br0", raw(vlan, 2)}));
     for (const unsigned format_set : {58u, 60u})
       if (choose.one_in(3))
-        steps.push_back(plain(format_set, {"br0", raw(1, 4), raw(vlan, 2), "$PORT"}));
+        steps.push_back(
+            plain(format_set, {"br0", raw(1, 4), raw(vlan, 2), choose.one_of({"$PORT", "$PORT", "$VPI/$VCI"})}));
   }
 }
 
@@ -486,12 +496,14 @@ string judge(const sequence& given, sequence& failed, unsigned long& count)
 void show_shortest(const sequence& failed)
 {
   sequence small = failed;
-  for (size_t many = small.steps.size(); many > 0; many /= 2)
+  const auto kind = [](const string& what) { return what.substr(0, what.find('\n')); };
+  const string wanted = kind(judge_plainly(small));
+  for (size_t many = wanted.empty() ? 0 : small.steps.size(); many > 0; many /= 2)
     for (size_t end = small.steps.size(); end > 0; end = std::min(end - 1, small.steps.size())) {
       sequence shorter = small;
       const auto to = shorter.steps.begin() + static_cast<std::ptrdiff_t>(end);
       shorter.steps.erase(to - static_cast<std::ptrdiff_t>(std::min(many, end)), to);
-      if (!judge_plainly(shorter).empty())
+      if (kind(judge_plainly(shorter)) == wanted)
         small = shorter;
     }
   for (const step& one : small.steps)
