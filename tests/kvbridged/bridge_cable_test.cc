@@ -181,6 +181,21 @@ TEST_F(BridgeOnCables, AnAddressStaysWithWhoHasIt)
             "dropped\n");
 }
 
+TEST_F(BridgeOnCables, APortThatIsBusyLetsTheOthersHaveTheirTurn)
+{
+  cabled_bridge node("br0", {"1,subscriber,line1", "2,subscriber,line2", "9,network,up1"});
+  const host line1("hline1"), line2("hline2"), uplink("hup1");
+  for (int i = 0; i < 200; ++i)
+    line1.send(packet(everybody, client));
+  line2.send(packet(everybody, client2, {}, 61));
+  node.start();
+  size_t before = 0;
+  while (uplink.receive().size() == 60)
+    ++before;
+  node.stop();
+  EXPECT_LE(before, 64u);
+}
+
 TEST_F(BridgeOnCables, WhatADeviceRefusesIsToldOnceAndCounted)
 {
   cabled_bridge node("br0", {"1,subscriber,line1", "9,network,up1"}, 2000);

@@ -2,12 +2,16 @@
 
 #include "base/descriptor.h"
 #include "platform/kvbridged/port_socket.h"
+#include "platform/kvbridged/settings.h"
 #include "tests/kvbridged/frames.h"
 #include "tests/support/golden_frame.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -85,6 +89,15 @@ TEST(Classify, DiscoveryBehindSnapIsHidden)
         }
 }
 
+// With what looks like discovery's EtherType where it would stand behind one more tag.
+frame_bytes frame_behind(const std::vector<uint16_t>& tags, uint16_t ethertype)
+{
+  frame_bytes frame = frame_head(everybody, host_address(1), tags, ethertype);
+  word_add(frame, 0);
+  word_add(frame, discovery_ethertype);
+  return frame;
+}
+
 // Whether the outer tag is in the frame or was taken off: what is for the agent comes by the discovery socket, and each
 // frame comes by exactly one.
 TEST(DiscoveryFilter, AgreesWithClassify)
@@ -93,10 +106,10 @@ TEST(DiscoveryFilter, AgreesWithClassify)
   const filter_in_kernel others(port_frames::others);
   each_stack(own_stag, [&](const std::vector<uint16_t>& tags) {
     for (const uint16_t ethertype : {discovery_ethertype, uint16_t{0x0800}}) {
-      const frame_bytes whole = frame_head(everybody, host_address(1), tags, ethertype);
+      const frame_bytes whole = frame_behind(tags, ethertype);
       const std::vector<uint16_t> rest(tags.begin() + (tags.empty() ? 0 : 1), tags.end());
       const frame_kind kind = classify(whole, own_stag).kind;
-      for (const frame_bytes& seen : {whole, frame_head(everybody, host_address(1), rest, ethertype)}) {
+      for (const frame_bytes& seen : {whole, frame_behind(rest, ethertype)}) {
         const bool passes = discovery.passes(seen);
         ASSERT_NE(passes, others.passes(seen));
         ASSERT_TRUE(kind != frame_kind::discovery || passes);
@@ -126,7 +139,25 @@ TEST(PortReader, TakesWholeFramesAlone)
     ASSERT_TRUE(frame);
     EXPECT_EQ(frame->bytes.size(), whole ? size : 0);
   }
+  errno = 0;
+  EXPECT_EQ(send(from.get(), "", 0, 0), 0);
+  const auto nothing = reader.read(to.get());
+  EXPECT_TRUE(nothing && nothing->bytes.empty());
   EXPECT_FALSE(reader.read(to.get()));
+}
+
+TEST(PortSocket, IsForThoseWithTheRight)
+{
+  const auto open_as_nobody = [] {
+    try {
+      if (setuid(65534) == 0 || getuid() != 0)
+        port_socket_open("lo", port_frames::discovery, 0x88a8);
+    } catch (const fatal& error) {
+      std::fputs(error.what(), stderr);
+    }
+    _exit(1);
+  };
+  EXPECT_EXIT(open_as_nobody(), testing::ExitedWithCode(1), "^no packet socket for 'lo': Operation not permitted$");
 }
 
 TEST(ErrorAnswer, GoesBackBehindTheSameTags)

@@ -25,6 +25,10 @@ TEST(Settings, EachFieldAtItsLimits)
     ports += std::to_string(port.id) + (port.network ? " network " : " subscriber ") + port.interface + " " +
              std::to_string(port.addresses) + "\n";
   EXPECT_EQ(ports, "1 subscriber eth1 1024\n65535 network eth2 1\n2 network eth3 1000000\n");
+  kernel_settings kernel;
+  for (const char* text : {"eth1=1", "up=65535", "eth1=7"})
+    port_number_parse(text, kernel);
+  EXPECT_EQ(kernel.numbers, (decltype(kernel.numbers){{"eth1", 7}, {"up", 65535}}));
 }
 
 TEST(Settings, WhatIsNoneIsSaid)
