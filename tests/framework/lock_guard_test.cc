@@ -303,6 +303,9 @@ TEST_F(LockGuard, ReportTellsWhoHoldsItAndIsNotRepeatedTooSoon)
   EXPECT_TRUE(repeatedAfter(89));
   EXPECT_FALSE(repeatedAfter(1));  // next after 180
   EXPECT_TRUE(repeatedAfter(179));
+  second.run([&] { EXPECT_FALSE(repeatedAfter(0)); });  // somebody else's is another failure
+  EXPECT_FALSE(repeatedAfter(0));
+  EXPECT_TRUE(repeatedAfter(0));
   holder.run([] { BLLManager::lock.timedLock(farAway()); });
   EXPECT_FALSE(repeatedAfter(0));  // another depth is another failure, and the interval starts over
   EXPECT_FALSE(repeatedAfter(45));

@@ -54,6 +54,8 @@ void dispatch(svc_req* request, SVCXPRT* transport)
   const auto* names = reinterpret_cast<const authunix_parms*>(request->rq_clntcred);
   const auto* caller = static_cast<const sockaddr_in*>(transport->xp_rtaddr.buf);
   const auto* own = static_cast<const sockaddr_in*>(transport->xp_ltaddr.buf);
+  EXPECT_EQ(transport->xp_addrlen, static_cast<int>(sizeof *caller));
+  EXPECT_EQ(std::memcmp(svc_getcaller(transport), caller, sizeof *caller), 0) << "where it used to be";
   seen = std::to_string(request->rq_proc) + " " + transport->xp_netid + " " + std::to_string(transport->xp_port) + " " +
          std::to_string(ntohs(caller->sin_port)) + " " + std::to_string(ntohs(own->sin_port)) +
          (names ? std::string(" ") + names->aup_machname + " " + std::to_string(names->aup_gids[0]) : "");

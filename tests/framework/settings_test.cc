@@ -3,6 +3,7 @@
 #include "tests/support/child.h"
 #include "tests/support/files.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -51,6 +52,7 @@ protected:
   std::string write(const std::string& content) const
   {
     std::ofstream(path("in.xml")) << content;
+    errno = EINTR;  // of a call before
     return path("in.xml");
   }
   std::string saved() const { return file_text(path("out.xml")); }

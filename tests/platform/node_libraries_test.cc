@@ -155,4 +155,17 @@ TEST_F(NodeLibraries, AnInterfaceWithoutAnAddressHasTheManagementInterfaces)
   EXPECT_EQ(told_of("dev3"), "192.0.2.1, 2001:db8::1");
 }
 
+// The last: what it was told is kept for a second.
+TEST_F(NodeLibraries, AnAddressThatIsGoneIsNotTold)
+{
+  ncfmInterface found{};
+  addresses.clear();
+  address_add("dev1", "10.1.2.3");
+  address_add("dev2", "10.1.2.4");
+  EXPECT_EQ(ncfmGetInterface("dev1", &found), 0);
+  addresses.erase(addresses.begin());
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  EXPECT_NE(ncfmGetInterface("dev1", &found), 0);
+}
+
 }  // namespace

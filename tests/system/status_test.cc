@@ -33,6 +33,11 @@ TEST_F(StatusTest, TellsOfALine)
               AllOf(HasSubstr("circuit_id"), HasSubstr("eth")));
   EXPECT_EQ(run("pppoeiactl lines br0 2 --json").second, "[]\n");
   EXPECT_EQ(run("pppoeiactl lines --client nobody").first, 2);
+  for (int frame = 2; frame <= 64; ++frame)  // of which one is timed
+    subscriber.send(discovery_frame(0x09, everybody, host_address(1)));
+  EXPECT_TRUE(wait_until([] {
+    return http_get(socket_path, "/metrics").find("frame_path_seconds_count{bridge=\"br0\"} 1\n") != std::string::npos;
+  }));
 }
 
 TEST_F(StatusTest, MonitorWritesWhatOthersRead)
