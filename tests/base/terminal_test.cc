@@ -2,6 +2,7 @@
 #include "base/caller.h"
 #include "base/terminal.h"
 #include "tests/support/files.h"
+#include "tests/support/played_clock.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -15,24 +16,9 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-
-namespace {
-
-time_t seconds_ahead = 0;
-
-}  // namespace
-
-// The C library's, for a while that need not be waited for.
-extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept
-{
-  const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
-  now->tv_sec += seconds_ahead;
-  return result;
-}
 
 namespace {
 
@@ -227,9 +213,11 @@ TEST_F(TerminalThatHangs, IsGivenUpAndItsUserRefusedForAWhile)
     ASSERT_STREQ(write_as_operator("/dev/null"), not_opened);
   EXPECT_EQ(errno, ECHILD);
   EXPECT_STREQ(write_as_operator("/dev/null"), not_opened) << "its end shortens nothing";
-  seconds_ahead = 11;
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  clock_stand(CLOCK_MONOTONIC, now.tv_sec + 11);
   EXPECT_EQ(write_as_operator("/dev/null"), nullptr);
-  seconds_ahead = 0;
+  clock_stand(CLOCK_MONOTONIC, 0);
 }
 
 }  // namespace

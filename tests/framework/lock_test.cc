@@ -42,7 +42,8 @@ TEST(Lock, ReaderThatStoodBackEntersWhenTheWriterGivesUp)
   actor_t writer, reader;
   lock.timedLockShared(farAway());
   auto written = writer.start([&] { return takeExclusive(lock, in(100ms)); });
-  awaitWriter(lock, writer.id());
+  while (!rowOf(lock, writer.id()).waiting && written.wait_for(0s) != std::future_status::ready)
+    std::this_thread::yield();
   auto read = reader.start([&] { return takeShared(lock, farAway()); });
   EXPECT_EQ(written.get(), outcome_t::failedOtherwise);
   EXPECT_EQ(read.wait_for(10s), std::future_status::ready);  // its own deadline is later

@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr auto bound = RabbitMqInterSoc::longestStep + 2s;  // and some for a busy machine and the sanitizers
+constexpr auto bound = RabbitMqInterSoc::longestStep + 10s;  // and some for a busy machine and the sanitizers
 
 // On loopback; where.
 sockaddr_in listen_at(int listener, int backlog)
@@ -185,13 +185,14 @@ void expectFailures(const rabbitMqSettings_t& settings, const std::string& messa
   const auto failsWithin = [](steady_clock::duration time, auto&& call) {
     const auto begin = steady_clock::now();
     EXPECT_FALSE(call());
-    EXPECT_LT(steady_clock::now() - begin, time);
+    return steady_clock::now() - begin < time;
   };
   const auto consume = [&] { return mq.consume("q", got, 60'000); };
-  std::thread publisher([&] { failsWithin(bound, [&] { return mq.publish("q", message); }); });
-  failsWithin(bound, consume);
+  std::thread publisher([&] { EXPECT_TRUE(failsWithin(bound, [&] { return mq.publish("q", message); })); });
+  EXPECT_TRUE(failsWithin(bound, consume));
   publisher.join();
-  failsWithin(400ms, consume);
+  const auto failsAtOnce = [&] { return failsWithin(400ms, consume); };
+  EXPECT_TRUE(failsAtOnce() || failsAtOnce() || failsAtOnce()) << "unless it is time for another attempt";
   EXPECT_EQ(got, "as it was");
 }
 

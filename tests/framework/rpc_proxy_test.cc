@@ -72,7 +72,7 @@ TEST_F(RpcProxy, ServesUntilItIsStoppedAndMayStartAgain)
     EXPECT_TRUE(proxy.stop(true));
     EXPECT_TRUE(proxy.isStopped());
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, 15s);
   EXPECT_EQ(calls, 3);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               ContainsRegex("^(\\[[0-9]+\\] dhcpra_fun: Starting main RPC loop - custom made.\n"

@@ -38,7 +38,7 @@ void link_up(const std::string& interface)
   const descriptor sock(socket(AF_INET, SOCK_DGRAM, 0));
   ifreq request{};
   std::strcpy(request.ifr_name, interface.c_str());
-  for (int tries = 0; tries < 3000 && !(request.ifr_flags & IFF_RUNNING); ++tries) {
+  for (int tries = 0; tries < 10'000 && !(request.ifr_flags & IFF_RUNNING); ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     ioctl(sock.get(), SIOCGIFFLAGS, &request);
   }
@@ -66,7 +66,7 @@ void host::send(frame_view frame) const
 frame_bytes host::receive(bool waiting) const
 {
   pollfd wait{socket_.get(), POLLIN, 0};
-  if (poll(&wait, 1, waiting ? 3000 : 0) != 1)
+  if (poll(&wait, 1, waiting ? 10'000 : 0) != 1)
     return {};
   frame_bytes frame(65536);
   const ssize_t size = recv(socket_.get(), frame.data(), frame.size(), 0);

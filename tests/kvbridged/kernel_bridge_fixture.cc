@@ -24,7 +24,7 @@ wire::wire(const std::string& interface)
 frame_bytes wire::receive(bool waiting)
 {
   pollfd wait{socket_.get(), POLLIN, 0};
-  if (poll(&wait, 1, waiting ? 3000 : 0) != 1)
+  if (poll(&wait, 1, waiting ? 10'000 : 0) != 1)
     return {};
   const auto frame = reader_.read(socket_.get());
   return frame ? frame_bytes(frame->bytes.begin(), frame->bytes.end()) : frame_bytes{};
@@ -50,7 +50,7 @@ frame_bytes after_agent(frame_bytes frame)
 
 bool wait_until(const std::function<bool()>& condition)
 {
-  for (int tries = 0; tries < 2000; ++tries) {
+  for (int tries = 0; tries < 5000; ++tries) {
     if (condition())
       return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

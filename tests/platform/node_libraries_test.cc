@@ -2,9 +2,9 @@
 #include "platform/ncfm/ncfm.h"
 #include "platform/nodeinfo/node_conf.h"
 #include "platform/nodeinfo/nodeinfo.h"
+#include "tests/support/played_clock.h"
 
 #include <arpa/inet.h>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -13,7 +13,6 @@
 #include <netinet/in.h>
 #include <string>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -81,6 +80,8 @@ TEST_F(NodeLibraries, CapabilitiesAreWholeNumbersOfTheList)
 // Answers are kept for a second; a child that is the first to ask does not have to wait for that.
 TEST_F(NodeLibraries, APositionThatIsNoneLeavesTheCallersAlone)
 {
+  constexpr time_t first = 1'000'000;
+  clock_stand(CLOCK_MONOTONIC, first);
   ncfmBoardPos place{77, {}};
   for (const char* none : {"", "board_position = 256\n", "board_position = x\n", "board_position = -1\n"}) {
     say(none);
@@ -94,9 +95,10 @@ TEST_F(NodeLibraries, APositionThatIsNoneLeavesTheCallersAlone)
   EXPECT_NE(ncfmGetMyBoardPos(&place), 0);
   say("board_position = 255\n");
   EXPECT_NE(ncfmGetMyBoardPos(&place), 0) << "as it was told a moment ago";
-  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  clock_stand(CLOCK_MONOTONIC, first + 1);
   EXPECT_EQ(ncfmGetMyBoardPos(&place), 0);
   EXPECT_EQ(place.position, 255);
+  clock_stand(CLOCK_MONOTONIC, 0);
 }
 
 // An address of the card's interfaces, as the kernel lists them.
@@ -155,17 +157,21 @@ TEST_F(NodeLibraries, AnInterfaceWithoutAnAddressHasTheManagementInterfaces)
   EXPECT_EQ(told_of("dev3"), "192.0.2.1, 2001:db8::1");
 }
 
-// The last: what it was told is kept for a second.
+// What it was told is kept for a second.
 TEST_F(NodeLibraries, AnAddressThatIsGoneIsNotTold)
 {
   ncfmInterface found{};
   addresses.clear();
   address_add("dev1", "10.1.2.3");
   address_add("dev2", "10.1.2.4");
+  constexpr time_t first = 2'000'000;
+  clock_stand(CLOCK_MONOTONIC, first);
   EXPECT_EQ(ncfmGetInterface("dev1", &found), 0);
   addresses.erase(addresses.begin());
-  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  EXPECT_EQ(ncfmGetInterface("dev1", &found), 0) << "as it was told a moment ago";
+  clock_stand(CLOCK_MONOTONIC, first + 1);
   EXPECT_NE(ncfmGetInterface("dev1", &found), 0);
+  clock_stand(CLOCK_MONOTONIC, 0);
 }
 
 }  // namespace

@@ -58,6 +58,6 @@ private:
 void wire_send(int wire, const std::vector<unsigned char>& record);
 
 // The next record that the worker sent back, or nothing within `milliseconds`.
-std::vector<unsigned char> wire_receive(int wire, int milliseconds = 2000);
+std::vector<unsigned char> wire_receive(int wire, int milliseconds = 10'000);
 
 #endif
