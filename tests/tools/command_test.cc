@@ -18,6 +18,7 @@
 #include <future>
 #include <list>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -272,6 +273,21 @@ words offered(const running_agent& agent, words line)
   for (std::string word; std::getline(out, word);)
     found.push_back(word);
   return found;
+}
+
+TEST(Commands, TellThatTheAgentWroteNoReport)
+{
+  running_agent agent;
+  agent.batch("init\nbridge add br0 4\nport add br0 1 line1 1\n");
+  const rlimit none{};
+  for (const auto limit : {RLIMIT_FSIZE, RLIMIT_CORE})
+    ASSERT_EQ(prlimit(agent.pid(), limit, &none, nullptr), 0);
+  for (const words& asked : {words{"save"}, {"explain", "br0", "1", "7"}}) {
+    const outcome told = agent.ctl(asked);
+    EXPECT_EQ(std::pair(told.status, told.err),
+              std::pair(1, std::string("pppoeiactl: the agent wrote no report: its log says why\n")))
+        << asked[0];
+  }
 }
 
 // Neither is a text that is free taken for a VLAN, nor a VLAN's number for a bridge of that name.

@@ -37,6 +37,7 @@ public:
   running_agent& operator=(const running_agent&) = delete;
 
   const std::string& socket() const { return socket_; }
+  int pid() const { return pid_; }
 
   outcome ctl(std::vector<std::string> arguments) const { return ::ctl(socket_, std::move(arguments)); }
   // The lines of a batch.

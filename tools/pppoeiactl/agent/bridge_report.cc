@@ -1,7 +1,5 @@
 #include "tools/pppoeiactl/agent/bridge_report.h"
 
-#include "tools/report_terminal/report_terminal.h"
-
 #include <charconv>
 #include <optional>
 #include <string_view>
@@ -112,12 +110,20 @@ bridge_report bridge_report_parse(const std::string& text)
   return report;
 }
 
+std::string report_taken(const report_terminal& terminal)
+{
+  std::string text = terminal.take();
+  if (text.empty())
+    throw command_error(exit_refused, "the agent wrote no report: its log says why");
+  return text;
+}
+
 std::string report_of(const context& context, const api::operation& operation, words inputs)
 {
   report_terminal terminal;
   inputs.push_back(terminal.path());  // in all of them the last argument
   context.demand(operation, inputs);
-  return terminal.take();
+  return report_taken(terminal);
 }
 
 bridge_report bridge_report_read(const context& context, const std::string& bridge)

@@ -3,6 +3,7 @@
 #define TOOLS_PPPOEIACTL_AGENT_BRIDGE_REPORT_H
 
 #include "tools/pppoeiactl/agent/context.h"
+#include "tools/report_terminal/report_terminal.h"
 
 #include <cstdint>
 #include <map>
@@ -22,8 +23,12 @@ struct bridge_report {
 // Texts stand in the report without escapes. What cannot be read with certainty is left out.
 bridge_report bridge_report_parse(const std::string& text);
 
+// What the agent wrote there of which it says that the operation is done. Throws when that is nothing: it does not wait
+// long for a terminal.
+std::string report_taken(const report_terminal& terminal);
+
 // What an operation that reports to a terminal writes there. `inputs` are its arguments without the terminal. Throws
-// unless the result is 0.
+// unless the result is 0 and something was written.
 std::string report_of(const context& context, const api::operation& operation, words inputs);
 
 bridge_report bridge_report_read(const context& context, const std::string& bridge);

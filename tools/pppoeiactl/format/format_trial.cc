@@ -2,7 +2,6 @@
 
 #include "tools/pppoeiactl/agent/bridge_report.h"
 #include "tools/pppoeiactl/words/line.h"
-#include "tools/report_terminal/report_terminal.h"
 
 #include <algorithm>
 #include <list>
@@ -162,7 +161,7 @@ std::vector<words> format_trial::expand_on(const std::vector<uint32_t>& ports, c
   std::vector<words> expanded(ports.size());
   auto report = reports.begin();
   for (size_t i = 0; i < ports.size(); ++i, ++report)
-    if (!values_part(expanded_text(report->take()), separator, parts.size(), expanded[i])) {
+    if (!values_part(expanded_text(report_taken(*report)), separator, parts.size(), expanded[i])) {
       line_set(ports[i], no_vlan, no_vlan);
       expanded[i] = expand(parts);
       set(format, parts_join(parts, separator));
