@@ -46,6 +46,6 @@ for road in "${roads[@]}"; do
 done
 read -r _ tagged _ other <"$work/arrived.log"
 [ "$((10#$tagged))" -ge "${#roads[@]}" ] && [ "$((10#$other))" = 0 ] || fail "at the server: $(cat "$work/arrived.log")"
-"$bin/kvbridged" status --json | grep -q '"road": "open"' || fail "status: $("$bin/kvbridged" status)"
+wait_for sh -c "'$bin/kvbridged' status --json | grep -q '\"road\": \"open\"'" || fail "status: $("$bin/kvbridged" status)"
 no_sanitizer_complains
 echo "passed: ${#roads[@]} roads, $(cat "$work/arrived.log")"
