@@ -129,7 +129,7 @@ TEST_F(KernelBridge, ErrorAnswersLeaveByTheClientsMember)
     EXPECT_EQ(line.receive(), error_answer(discovery_frame(padi, everybody, client, size), ethertype_offset,
                                            interface_address("line1").value()));
   }
-  uplink.send(discovery_frame(pado, client, server, 1510));
+  uplink.send(discovery_frame(padi, client, server, 1510));  // not a client's
   line.send(discovery_frame(padi, everybody, client, 1499));
   EXPECT_EQ(line.receive().size(), 1499u);
   node.stop();
