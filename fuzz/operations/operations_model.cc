@@ -893,6 +893,7 @@ std::vector<step> agent::questions(bool last) const
          {"$PANEL,$INTF_TYPE,$ONU,$VGEM,$PVC_INTF", "$VPI,$VCI,$CPE_SERIAL,$CPE_MAC", "$PORT_REM_ID", "$INTF_DSCR",
           "$CONTACT", "$LOCATION", "$SYSNAME", "$INTF,$VLAN_NAME,$CVID", "$CLNT_MAC,$AGENT_MAC,$AGENT_BOARD"}) {
       add(52, {of.name, format});
+      each_line(41, {room});
       each_line(68, {vid, room});
     }
     add(54, {of.name, "$CVID,$VLAN,$VLAN_NAME"});

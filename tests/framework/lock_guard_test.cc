@@ -221,6 +221,14 @@ TEST_F(LockGuard, PeriodsAtTheEdgesOfTheTimeType)
 
 TEST_F(LockGuard, UnlocksToOneAndRestores)
 {
+  {
+    sharedLock_t reader;
+    const sharedLock_t again;
+    EXPECT_TRUE(reader.unlockToOne());
+    EXPECT_EQ(held(), "0E 1S");
+    EXPECT_TRUE(reader.restoreUnlockedToOne());
+    EXPECT_EQ(held(), "0E 2S");
+  }
   exclusiveLock_t first;
   const exclusiveLock_t second;
   sharedLock_t third;
