@@ -176,8 +176,8 @@ std::string random_value(random_source& random, macro_shape shape)
   case macro_shape::mac:
     return one_of({"", "02:11:22:AA:BB:CC", "2:11:22", "1", "2:1:1"});
   case macro_shape::ipv4:
-    return one_of(
-        {"", "10.1.2.30", "0.0.0.0", "255.255.255.255", "10.1", "300.1.2.999", "300.1.2.3", ".1.2.3", "1..2.3"});
+    return one_of({"", "10.1.2.30", "0.0.0.0", "255.255.255.255", "10.1", "300.1.2.999", "300.1.2.3", ".1.2.3",
+                   "1..2.3", "10.1x2.3"});
   case macro_shape::ipv6:
     return random_ipv6(random);
   case macro_shape::text:
