@@ -224,10 +224,16 @@ TEST_F(LockGuard, UnlocksToOneAndRestores)
   {
     sharedLock_t reader;
     const sharedLock_t again;
-    EXPECT_TRUE(reader.unlockToOne());
-    EXPECT_EQ(held(), "0E 1S");
-    EXPECT_TRUE(reader.restoreUnlockedToOne());
-    EXPECT_EQ(held(), "0E 2S");
+    for (const bool ofTheOtherKind : {false, true}) {
+      EXPECT_TRUE(reader.unlockToOne());
+      EXPECT_EQ(held(), "0E 1S");
+      if (ofTheOtherKind) {
+        BLLManager::lock.unlockShared();
+        BLLManager::lock.timedLock(farAway());
+      }
+      EXPECT_TRUE(reader.restoreUnlockedToOne());
+      EXPECT_EQ(held(), "0E 2S");
+    }
   }
   exclusiveLock_t first;
   const exclusiveLock_t second;
